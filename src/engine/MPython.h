@@ -1,0 +1,38 @@
+// The embedded interpreter: starting it once per process, and describing
+// exceptions of both worlds in the interpreter's terms.
+#pragma once
+
+#include <exception>
+#include <string>
+#include <vector>
+
+namespace quorvel {
+
+// Starts the interpreter if it is not running yet, and gives it argv. In an
+// extension module the interpreter runs already and this does nothing.
+void startInterpreter(const std::vector<std::string>& argv = {});
+bool interpreterRunning();
+// Ends the interpreter if this process started it.
+void stopInterpreter();
+
+// Makes the modules MQuorvel and MStlWraps importable in the running
+// interpreter. Raises "Failed to register module with Python interpreter".
+void registerScriptModules();
+
+struct TExceptionText {
+  // The exception's own text: what str() of it gives.
+  std::string text;
+  // The last line of its traceback: type and text.
+  std::string lastLine;
+  // The whole traceback, as the interpreter prints it.
+  std::string traceback;
+};
+
+// Describes an exception, whether it came from a script or from C++. Called
+// with the interpreter running.
+TExceptionText describeException(std::exception_ptr e);
+
+// Python's repr of a text.
+std::string pyReprString(const std::string& text);
+
+}  // namespace quorvel

@@ -1,0 +1,64 @@
+#include "MRegistry.h"
+
+namespace quorvel {
+
+TProcessorRegistry& TProcessorRegistry::instance() {
+  static TProcessorRegistry registry;
+  return registry;
+}
+
+void TProcessorRegistry::add(const std::string& classname, TProcessorFactory factory) {
+  m_Factories[classname] = std::move(factory);
+}
+
+const TProcessorFactory* TProcessorRegistry::find(const std::string& classname) const {
+  auto it = m_Factories.find(classname);
+  return it == m_Factories.end() ? nullptr : &it->second;
+}
+
+std::vector<std::string> TProcessorRegistry::names() const {
+  std::vector<std::string> result;
+  for (const auto& [name, factory] : m_Factories) result.push_back(name);
+  return result;
+}
+
+TDataRegistry& TDataRegistry::instance() {
+  static TDataRegistry registry;
+  return registry;
+}
+
+void TDataRegistry::add(const std::string& classname, const std::string& baseclass, TDataFactory factory) {
+  m_Entries[classname] = Entry{baseclass, std::move(factory)};
+}
+
+TDataPtr TDataRegistry::create(const std::string& classname) const {
+  auto it = m_Entries.find(classname);
+  if (it == m_Entries.end() || !it->second.factory) return nullptr;
+  return it->second.factory();
+}
+
+bool TDataRegistry::isSubclass(const std::string& derived, const std::string& base) const {
+  std::string name = derived;
+  // The tree is shallow; the bound guards against a cycle in registrations.
+  for (int depth = 0; depth < 64; ++depth) {
+    if (name == base) return true;
+    auto it = m_Entries.find(name);
+    if (it == m_Entries.end() || it->second.base.empty()) return false;
+    name = it->second.base;
+  }
+  return false;
+}
+
+std::vector<std::string> TDataRegistry::names() const {
+  std::vector<std::string> result;
+  for (const auto& [name, entry] : m_Entries) result.push_back(name);
+  return result;
+}
+
+bool canConnect(const TAbstractPin& a, const TAbstractPin& b) {
+  if (a.isInputPin() == b.isInputPin()) return false;
+  const TDataRegistry& reg = TDataRegistry::instance();
+  return reg.isSubclass(a.m_AcceptedType, b.m_AcceptedType) || reg.isSubclass(b.m_AcceptedType, a.m_AcceptedType);
+}
+
+}  // namespace quorvel
