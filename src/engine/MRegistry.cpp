@@ -1,5 +1,9 @@
 #include "MRegistry.h"
 
+#include "data/MHierarchy.h"
+#include "data/MValues.h"
+#include "engine/MSources.h"
+
 namespace quorvel {
 
 TProcessorRegistry& TProcessorRegistry::instance() {
@@ -53,6 +57,15 @@ std::vector<std::string> TDataRegistry::names() const {
   std::vector<std::string> result;
   for (const auto& [name, entry] : m_Entries) result.push_back(name);
   return result;
+}
+
+void registerCoreClasses() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  registerValueClasses();
+  registerStructureClasses();
+  registerSourceClasses();
 }
 
 bool canConnect(const TAbstractPin& a, const TAbstractPin& b) {

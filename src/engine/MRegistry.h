@@ -61,6 +61,10 @@ class TDataRegistry {
   std::map<std::string, Entry> m_Entries;
 };
 
+// Enters every class of the core in the registries; calling it again does
+// nothing.
+void registerCoreClasses();
+
 // The connection rule of the flow canvas: one input and one output pin, and
 // the value class of one a subclass of the other's, or the same.
 bool canConnect(const TAbstractPin& a, const TAbstractPin& b);

@@ -9,7 +9,6 @@
 #include <pybind11/stl_bind.h>
 
 #include <cstdint>
-#include <set>
 #include <vector>
 
 #include "engine/MPyRef.h"
@@ -17,7 +16,6 @@
 // Id vectors and id sets travel to scripts as sequences over the C++
 // containers, without copying.
 PYBIND11_MAKE_OPAQUE(std::vector<uint32_t>)
-PYBIND11_MAKE_OPAQUE(std::set<uint32_t>)
 
 namespace pybind11::detail {
 

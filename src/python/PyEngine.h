@@ -95,6 +95,16 @@ class PyProcessor : public Base {
   int m_ScriptHooks = -1;
 };
 
+// Data sources written in a script may also give their own value.
+template <class Base>
+class PyDataSource : public PyProcessor<Base> {
+ public:
+  using PyProcessor<Base>::PyProcessor;
+  TDataPtr getData() override { PYBIND11_OVERRIDE(TDataPtr, Base, getData); }
+  void setData(const TDataPtr& data) override { PYBIND11_OVERRIDE(void, Base, setData, data); }
+  void ensureDataExists() override { PYBIND11_OVERRIDE(void, Base, ensureDataExists); }
+};
+
 // Binds the operations every processor class offers to scripts.
 template <class Cls>
 void bindProcessorBase(Cls& cls) {

@@ -5,20 +5,21 @@
 #include <iostream>
 
 #include "PyCommon.h"
+#include "data/MIdContainers.h"
 #include "engine/MPython.h"
+#include "engine/MRegistry.h"
 
 namespace quorvel::py_bindings {
 
 void bindStlWraps(py::module_& m) {
   py::bind_vector<std::vector<uint32_t>>(m, "VectorUInt32");
-  py::class_<std::set<uint32_t>>(m, "SetUInt32")
+  py::class_<TIdSet>(m, "SetUInt32")
       .def(py::init<>())
-      .def("__len__", [](const std::set<uint32_t>& s) { return s.size(); })
-      .def("__contains__", [](const std::set<uint32_t>& s, uint32_t v) { return s.count(v) != 0; })
+      .def("__len__", &TIdSet::size)
+      .def("__contains__", &TIdSet::contains)
       .def(
-          "__iter__", [](const std::set<uint32_t>& s) { return py::make_iterator(s.begin(), s.end()); },
-          py::keep_alive<0, 1>())
-      .def("__repr__", [](const std::set<uint32_t>& s) {
+          "__iter__", [](const TIdSet& s) { return py::make_iterator(s.begin(), s.end()); }, py::keep_alive<0, 1>())
+      .def("__repr__", [](const TIdSet& s) {
         std::string out = "SetUInt32([";
         bool first = true;
         for (uint32_t v : s) {
@@ -31,6 +32,7 @@ void bindStlWraps(py::module_& m) {
 }
 
 void defineModules(py::module_& quorvel, py::module_& stlwraps) {
+  registerCoreClasses();
   bindStlWraps(stlwraps);
   quorvel.attr("MStlWraps") = stlwraps;
   bindEngine(quorvel);

@@ -1,22 +1,11 @@
 #include <gtest/gtest.h>
 
+#include "support/TestHelpers.h"
+
 #include "support/TestProcessors.h"
 
 using namespace quorvel;
 using namespace quorvel::test;
-
-namespace {
-
-std::string errorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const std::exception& e) {
-    return e.what();
-  }
-  return "<no exception>";
-}
-
-}  // namespace
 
 TEST(FlowObjects, IdsRunProcessorInputsOutputsAndAreNeverReused) {
   Net net;

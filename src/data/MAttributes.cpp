@@ -1,0 +1,607 @@
+#include "MAttributes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "data/MTextForm.h"
+
+namespace quorvel {
+
+// ---------------------------------------------------------------------------
+// Base defaults
+
+float TAttributeData::getFloatValueById(uint32_t, bool&) const {
+  throw TFlowError("getFloatValueById() not implemented for this class");
+}
+void TAttributeData::copyValueFrom(const TAttributeData&, uint32_t) {
+  throw TFlowError("copyValueFrom() not implemented");
+}
+void TAttributeData::copyFrom(const TAttributeData&) { throw TFlowError("copyFrom() not implemented"); }
+
+// ---------------------------------------------------------------------------
+// Text arena
+
+TAttributeStore<std::string>::Stored TAttributeStore<std::string>::put(std::string_view v) {
+  if (arena.size() + v.size() > std::numeric_limits<uint32_t>::max())
+    throw TFlowError("string column too large");
+  Stored s{static_cast<uint32_t>(arena.size()), static_cast<uint32_t>(v.size())};
+  arena.append(v);
+  return s;
+}
+
+void TAttributeStore<std::string>::replace(Stored& s, std::string_view v) {
+  if (v.size() <= s.length) {
+    // Fits in place.
+    garbage += s.length - v.size();
+    std::copy(v.begin(), v.end(), arena.begin() + s.offset);
+    s.length = static_cast<uint32_t>(v.size());
+    return;
+  }
+  garbage += s.length;
+  s = put(v);
+}
+
+// ---------------------------------------------------------------------------
+// Comparison with the missing-value rule. NaN sorts above every number so
+// that the order stays strict and weak.
+
+namespace {
+
+template <class V>
+bool lessValue(const V& a, const V& b) {
+  if constexpr (std::is_floating_point_v<V>) {
+    if (std::isnan(a)) return false;
+    if (std::isnan(b)) return true;
+  }
+  return a < b;
+}
+
+template <class V>
+struct SortKey {
+  bool has;
+  V value;
+  uint32_t id;
+};
+
+template <class V>
+bool ascendingLess(const SortKey<V>& a, const SortKey<V>& b) {
+  if (a.has && b.has) return lessValue(a.value, b.value);
+  return !a.has && b.has;
+}
+
+template <class V>
+bool descendingLess(const SortKey<V>& a, const SortKey<V>& b) {
+  if (a.has && b.has) return lessValue(b.value, a.value);
+  return a.has && !b.has;
+}
+
+template <class Column>
+void sortIds(const Column& column, std::vector<uint32_t>& ids, bool ascending, bool stable) {
+  using View = typename Column::View;
+  std::vector<SortKey<View>> keys;
+  keys.reserve(ids.size());
+  for (uint32_t id : ids) {
+    const auto* stored = column.findStored(id);
+    keys.push_back(stored ? SortKey<View>{true, column.viewOf(*stored), id} : SortKey<View>{false, View{}, id});
+  }
+  auto cmp = ascending ? &ascendingLess<View> : &descendingLess<View>;
+  if (stable)
+    std::stable_sort(keys.begin(), keys.end(), cmp);
+  else
+    std::sort(keys.begin(), keys.end(), cmp);
+  for (size_t i = 0; i < ids.size(); ++i) ids[i] = keys[i].id;
+}
+
+int32_t truncateToInt(float f) {
+  if (std::isnan(f)) return 0;
+  if (f >= 2147483647.0f) return std::numeric_limits<int32_t>::max();
+  if (f <= -2147483648.0f) return std::numeric_limits<int32_t>::min();
+  return static_cast<int32_t>(f);
+}
+
+bool isNumericType(const std::string& t) { return t == "float" || t == "int"; }
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// TTypedAttributeBase
+
+template <class T>
+TTypedAttributeBase<T>::TTypedAttributeBase() {
+  resetExtremes();
+}
+
+template <class T>
+void TTypedAttributeBase<T>::resetExtremes() {
+  if constexpr (std::is_same_v<T, float>) {
+    m_Minimum = FLT_MAX;
+    m_Maximum = -FLT_MAX;
+  } else if constexpr (std::is_same_v<T, int32_t>) {
+    m_Minimum = 2147483647;
+    m_Maximum = -2147483647;
+  } else if constexpr (std::is_same_v<T, bool>) {
+    m_Minimum = true;
+    m_Maximum = false;
+  } else {
+    m_Minimum.clear();
+    m_Maximum.clear();
+  }
+}
+
+template <class T>
+void TTypedAttributeBase<T>::noteExtremes(View v) {
+  if constexpr (std::is_same_v<T, std::string>) {
+    if (m_Rows.size() == 1) {
+      m_Minimum = std::string(v);
+      m_Maximum = std::string(v);
+      return;
+    }
+    if (v < m_Minimum) m_Minimum = std::string(v);
+    if (v > m_Maximum) m_Maximum = std::string(v);
+  } else {
+    if (v < m_Minimum) m_Minimum = v;
+    if (v > m_Maximum) m_Maximum = v;
+  }
+}
+
+template <class T>
+void TTypedAttributeBase<T>::addRow(uint32_t id, const T& value) {
+  m_Rows.push_back(Row{id, m_Store.put(value)});
+  m_Index.assign(id, static_cast<uint32_t>(m_Rows.size() - 1));
+  noteExtremes(m_Store.view(m_Rows.back().value));
+  m_HasChanged = true;
+}
+
+template <class T>
+void TTypedAttributeBase<T>::setValueById(uint32_t id, const T& value) {
+  if (const uint32_t* row = m_Index.find(id)) {
+    m_Store.replace(m_Rows[*row].value, value);
+    m_HasChanged = true;
+    return;
+  }
+  addRow(id, value);
+}
+
+template <class T>
+T TTypedAttributeBase<T>::getValueById(uint32_t id, bool& found) const {
+  const auto* stored = findStored(id);
+  found = stored != nullptr;
+  if (!found) return T{};
+  return T(m_Store.view(*stored));
+}
+
+template <class T>
+void TTypedAttributeBase<T>::sort(std::vector<uint32_t>& ids, bool ascending) const {
+  sortIds(*this, ids, ascending, false);
+}
+
+template <class T>
+void TTypedAttributeBase<T>::stable_sort(std::vector<uint32_t>& ids, bool ascending) const {
+  sortIds(*this, ids, ascending, true);
+}
+
+template <class T>
+std::string TTypedAttributeBase<T>::textOf(View v) {
+  if constexpr (std::is_same_v<T, float>)
+    return formatFloat9(v);
+  else if constexpr (std::is_same_v<T, int32_t>)
+    return std::to_string(v);
+  else if constexpr (std::is_same_v<T, bool>)
+    return v ? "1" : "0";
+  else
+    return std::string(v);
+}
+
+template <class T>
+std::string TTypedAttributeBase<T>::scriptTextOf(View v) {
+  if constexpr (std::is_same_v<T, float>)
+    return formatScriptFloat(static_cast<double>(v));
+  else if constexpr (std::is_same_v<T, int32_t>)
+    return std::to_string(v);
+  else if constexpr (std::is_same_v<T, bool>)
+    return v ? "True" : "False";
+  else
+    return std::string(v);
+}
+
+template <class T>
+std::string TTypedAttributeBase<T>::getTextValueById(uint32_t id, bool& found) const {
+  const auto* stored = findStored(id);
+  found = stored != nullptr;
+  return found ? textOf(m_Store.view(*stored)) : std::string();
+}
+
+template <class T>
+std::string TTypedAttributeBase<T>::getStringValueById(uint32_t id, bool& found) const {
+  const auto* stored = findStored(id);
+  found = stored != nullptr;
+  return found ? scriptTextOf(m_Store.view(*stored)) : std::string();
+}
+
+template <class T>
+std::string TTypedAttributeBase<T>::toString() const {
+  std::string out = "#items: " + std::to_string(m_Rows.size()) + "\n";
+  for (size_t i = 0; i < m_Rows.size() && i < 50; ++i)
+    out += std::to_string(m_Rows[i].id) + " " + textOf(m_Store.view(m_Rows[i].value)) + "\n";
+  return out;
+}
+
+template <class T>
+std::string TTypedAttributeBase<T>::stringify() const {
+  std::string out;
+  for (const Row& row : m_Rows) {
+    const View v = m_Store.view(row.value);
+    out += ' ';
+    out += std::to_string(row.id);
+    out += ' ';
+    if constexpr (std::is_same_v<T, float>) {
+      out += formatFloat6(v);
+    } else if constexpr (std::is_same_v<T, std::string>) {
+      out += std::to_string(v.size());
+      out += ' ';
+      out += v;
+      out += ' ';
+    } else {
+      out += textOf(v);
+    }
+  }
+  return out;
+}
+
+template <class T>
+void TTypedAttributeBase<T>::unstringify(const std::string& text) {
+  m_Rows.clear();
+  m_Store.clear();
+  TTextReader r(text);
+  while (!r.atEnd()) {
+    uint32_t id = 0;
+    if (!r.readUInt32(id)) break;
+    if constexpr (std::is_same_v<T, float>) {
+      float v = 0.0f;
+      if (!r.readFloat(v)) break;
+      m_Rows.push_back(Row{id, m_Store.put(v)});
+    } else if constexpr (std::is_same_v<T, int32_t>) {
+      int32_t v = 0;
+      if (!r.readInt32(v)) break;
+      m_Rows.push_back(Row{id, m_Store.put(v)});
+    } else if constexpr (std::is_same_v<T, bool>) {
+      uint32_t v = 0;
+      if (!r.readUInt32(v) || v > 1) break;
+      m_Rows.push_back(Row{id, m_Store.put(v == 1)});
+    } else {
+      uint32_t length = 0;
+      if (!r.readUInt32(length)) break;
+      r.skipSpace();
+      std::string bytes;
+      if (!r.readBytes(length, bytes)) break;
+      m_Rows.push_back(Row{id, m_Store.put(bytes)});
+    }
+  }
+  rebuildIndex();
+  resetExtremes();
+  for (size_t i = 0; i < m_Rows.size(); ++i) {
+    if constexpr (std::is_same_v<T, std::string>) {
+      const View v = m_Store.view(m_Rows[i].value);
+      if (i == 0 || v < m_Minimum) m_Minimum = std::string(v);
+      if (i == 0 || v > m_Maximum) m_Maximum = std::string(v);
+    } else {
+      noteExtremes(m_Store.view(m_Rows[i].value));
+    }
+  }
+}
+
+template <class T>
+void TTypedAttributeBase<T>::rebuildIndex() {
+  m_Index.clear();
+  m_Index.reserve(m_Rows.size());
+  for (size_t i = 0; i < m_Rows.size(); ++i) m_Index.assign(m_Rows[i].id, static_cast<uint32_t>(i));
+}
+
+template <class T>
+bool TTypedAttributeBase<T>::sameRows(const TTypedAttributeBase& other) const {
+  if (m_Rows.size() != other.m_Rows.size()) return false;
+  for (size_t i = 0; i < m_Rows.size(); ++i) {
+    if (m_Rows[i].id != other.m_Rows[i].id) return false;
+    if (!(m_Store.view(m_Rows[i].value) == other.m_Store.view(other.m_Rows[i].value))) return false;
+  }
+  return true;
+}
+
+template class TTypedAttributeBase<bool>;
+template class TTypedAttributeBase<int32_t>;
+template class TTypedAttributeBase<float>;
+template class TTypedAttributeBase<std::string>;
+
+// ---------------------------------------------------------------------------
+// Bool
+
+TAttributePtr TBoolAttributeData::createEmptyLike() const { return std::make_shared<TBoolAttributeData>(m_KeyName); }
+void TBoolAttributeData::copyValueFrom(const TAttributeData&, uint32_t) {
+  throw TFlowError("copyValueFrom() not implemented");
+}
+void TBoolAttributeData::copyFrom(const TAttributeData&) { throw TFlowError("copyFrom() not implemented"); }
+
+void TBoolAttributeData::setAllValues(bool value) {
+  for (Row& row : m_Rows) row.value = value;
+  rebuildIndex();
+  resetExtremes();
+  if (!m_Rows.empty()) {
+    m_Minimum = value;
+    m_Maximum = value;
+  }
+  m_HasChanged = true;
+}
+
+size_t TBoolAttributeData::countValues(bool value) const {
+  return static_cast<size_t>(
+      std::count_if(m_Rows.begin(), m_Rows.end(), [value](const Row& r) { return r.value == value; }));
+}
+
+std::shared_ptr<TBoolAttributeData> TBoolAttributeData::clone() const {
+  return std::make_shared<TBoolAttributeData>(*this);
+}
+
+// ---------------------------------------------------------------------------
+// Integer
+
+float TIntegerAttributeData::getFloatValueById(uint32_t id, bool& found) const {
+  return static_cast<float>(getValueById(id, found));
+}
+
+TAttributePtr TIntegerAttributeData::createEmptyLike() const {
+  return std::make_shared<TIntegerAttributeData>(m_KeyName);
+}
+
+void TIntegerAttributeData::copyValueFrom(const TAttributeData& source, uint32_t id) {
+  if (!isNumericType(source.getAttributeType())) throw TFlowError("copyValueFrom(): cannot convert type");
+  bool found = false;
+  const float v = source.getFloatValueById(id, found);
+  if (!found) return;
+  if (source.getAttributeType() == "int") {
+    setValueById(id, static_cast<const TIntegerAttributeData&>(source).getValueById(id, found));
+    return;
+  }
+  setValueById(id, truncateToInt(v));
+}
+
+void TIntegerAttributeData::copyFrom(const TAttributeData& source) {
+  if (!isNumericType(source.getAttributeType())) throw TFlowError("copyFrom(): cannot convert type");
+  if (source.getAttributeType() == "int") {
+    const auto& s = static_cast<const TIntegerAttributeData&>(source);
+    for (size_t r = 0; r < s.getRowCount(); ++r) setValueById(s.getIdByRow(r), s.valueByRow(r));
+    return;
+  }
+  const auto& s = static_cast<const TFloatAttributeData&>(source);
+  for (size_t r = 0; r < s.getRowCount(); ++r) setValueById(s.getIdByRow(r), truncateToInt(s.valueByRow(r)));
+}
+
+std::vector<uint32_t> TIntegerAttributeData::getIdsWhereValueIs(int32_t value) const {
+  std::vector<uint32_t> out;
+  for (const Row& row : m_Rows)
+    if (row.value == value) out.push_back(row.id);
+  return out;
+}
+
+std::shared_ptr<std::map<int32_t, uint32_t>> TIntegerAttributeData::getUniqueValues() const {
+  auto out = std::make_shared<std::map<int32_t, uint32_t>>();
+  for (const Row& row : m_Rows) out->emplace(row.value, row.id);
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// Float
+
+float TFloatAttributeData::getFloatValueById(uint32_t id, bool& found) const { return getValueById(id, found); }
+
+TAttributePtr TFloatAttributeData::createEmptyLike() const {
+  return std::make_shared<TFloatAttributeData>(m_KeyName);
+}
+
+void TFloatAttributeData::copyValueFrom(const TAttributeData& source, uint32_t id) {
+  if (!isNumericType(source.getAttributeType())) throw TFlowError("copyValueFrom(): cannot convert type");
+  bool found = false;
+  const float v = source.getFloatValueById(id, found);
+  if (found) setValueById(id, v);
+}
+
+void TFloatAttributeData::copyFrom(const TAttributeData& source) {
+  if (!isNumericType(source.getAttributeType())) throw TFlowError("copyFrom(): cannot convert type");
+  for (size_t r = 0; r < source.getRowCount(); ++r) {
+    const uint32_t id = source.getIdByRow(r);
+    bool found = false;
+    const float v = source.getFloatValueById(id, found);
+    if (found) setValueById(id, v);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// String
+
+TAttributePtr TStringAttributeData::createEmptyLike() const {
+  return std::make_shared<TStringAttributeData>(m_KeyName);
+}
+
+void TStringAttributeData::copyValueFrom(const TAttributeData& source, uint32_t id) {
+  bool found = false;
+  const std::string text = source.getTextValueById(id, found);
+  if (found) setValueById(id, text);
+}
+
+void TStringAttributeData::copyFrom(const TAttributeData& source) {
+  if (source.getAttributeType() != "string") throw TFlowError("copyFrom(): cannot convert type");
+  const auto& s = static_cast<const TStringAttributeData&>(source);
+  for (size_t r = 0; r < s.getRowCount(); ++r) setValueById(s.getIdByRow(r), std::string(s.viewByRow(r)));
+}
+
+std::shared_ptr<std::map<std::string, uint32_t>> TStringAttributeData::getUniqueValues() const {
+  auto out = std::make_shared<std::map<std::string, uint32_t>>();
+  for (const Row& row : m_Rows) out->emplace(std::string(m_Store.view(row.value)), row.id);
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// Variant
+
+void TVariantAttributeData::appendRow(uint32_t id, Kind kind, Value v) {
+  m_Ids.push_back(id);
+  m_Kinds.push_back(kind);
+  m_Values.push_back(v);
+  m_HasChanged = true;
+}
+
+void TVariantAttributeData::addText(uint32_t id, std::string_view text) {
+  Value v{};
+  v.s = m_Texts.put(text);
+  appendRow(id, Kind::Text, v);
+}
+
+void TVariantAttributeData::addInt(uint32_t id, int32_t value) {
+  Value v{};
+  v.i = value;
+  appendRow(id, Kind::Int, v);
+  m_Minimum = std::min(m_Minimum, static_cast<float>(value));
+  m_Maximum = std::max(m_Maximum, static_cast<float>(value));
+}
+
+void TVariantAttributeData::addFloat(uint32_t id, float value) {
+  Value v{};
+  v.f = value;
+  appendRow(id, Kind::Float, v);
+  if (!std::isnan(value)) {
+    m_Minimum = std::min(m_Minimum, value);
+    m_Maximum = std::max(m_Maximum, value);
+  }
+}
+
+std::string TVariantAttributeData::rowText(size_t row) const {
+  switch (m_Kinds[row]) {
+    case Kind::Text:
+      return std::string(m_Texts.view(m_Values[row].s));
+    case Kind::Int:
+      return std::to_string(m_Values[row].i);
+    case Kind::Float:
+      return formatFloat6(m_Values[row].f);
+  }
+  return {};
+}
+
+TAttributePtr TVariantAttributeData::convertToSpecific() const {
+  size_t texts = 0;
+  size_t floats = 0;
+  size_t ints = 0;
+  for (Kind k : m_Kinds) {
+    if (k == Kind::Text) ++texts;
+    else if (k == Kind::Float) ++floats;
+    else ++ints;
+  }
+  const size_t n = m_Ids.size();
+  if (texts > 0) {
+    auto out = std::make_shared<TStringAttributeData>(m_KeyName);
+    out->reserve(n);
+    for (size_t i = 0; i < n; ++i) out->addRow(m_Ids[i], rowText(i));
+    return out;
+  }
+  if (floats > 0) {
+    auto out = std::make_shared<TFloatAttributeData>(m_KeyName);
+    out->reserve(n);
+    for (size_t i = 0; i < n; ++i)
+      out->addRow(m_Ids[i], m_Kinds[i] == Kind::Float ? m_Values[i].f : static_cast<float>(m_Values[i].i));
+    return out;
+  }
+  if (ints > 0) {
+    auto out = std::make_shared<TIntegerAttributeData>(m_KeyName);
+    out->reserve(n);
+    for (size_t i = 0; i < n; ++i) out->addRow(m_Ids[i], m_Values[i].i);
+    return out;
+  }
+  return nullptr;
+}
+
+std::map<std::string, size_t> TVariantAttributeData::getTextCounts() const {
+  std::map<std::string, size_t> out;
+  for (size_t i = 0; i < m_Ids.size(); ++i)
+    if (m_Kinds[i] == Kind::Text) ++out[std::string(m_Texts.view(m_Values[i].s))];
+  return out;
+}
+
+const uint32_t* TVariantAttributeData::findRow(uint32_t id) const {
+  for (; m_Indexed < m_Ids.size(); ++m_Indexed) m_Index.assign(m_Ids[m_Indexed], static_cast<uint32_t>(m_Indexed));
+  return m_Index.find(id);
+}
+
+void TVariantAttributeData::sort(std::vector<uint32_t>& ids, bool ascending) const {
+  stable_sort(ids, ascending);
+}
+
+void TVariantAttributeData::stable_sort(std::vector<uint32_t>& ids, bool ascending) const {
+  // Numbers before texts; numbers by value, texts by bytes.
+  struct Key {
+    int rank;
+    float number;
+    std::string text;
+  };
+  auto keyOf = [this](uint32_t id) {
+    const uint32_t* row = findRow(id);
+    if (!row) return Key{0, 0.0f, {}};
+    switch (m_Kinds[*row]) {
+      case Kind::Int:
+        return Key{1, static_cast<float>(m_Values[*row].i), {}};
+      case Kind::Float:
+        return Key{1, m_Values[*row].f, {}};
+      case Kind::Text:
+        break;
+    }
+    return Key{2, 0.0f, std::string(m_Texts.view(m_Values[*row].s))};
+  };
+  std::vector<std::pair<Key, uint32_t>> keys;
+  keys.reserve(ids.size());
+  for (uint32_t id : ids) keys.emplace_back(keyOf(id), id);
+  auto less = [](const Key& a, const Key& b) {
+    if (a.rank != b.rank) return a.rank < b.rank;
+    if (a.rank == 1) return lessValue(a.number, b.number);
+    return a.text < b.text;
+  };
+  std::stable_sort(keys.begin(), keys.end(), [&](const auto& a, const auto& b) {
+    const bool hasA = a.first.rank != 0;
+    const bool hasB = b.first.rank != 0;
+    if (ascending) return hasA && hasB ? less(a.first, b.first) : !hasA && hasB;
+    return hasA && hasB ? less(b.first, a.first) : hasA && !hasB;
+  });
+  for (size_t i = 0; i < ids.size(); ++i) ids[i] = keys[i].second;
+}
+
+std::string TVariantAttributeData::getTextValueById(uint32_t id, bool& found) const {
+  const uint32_t* row = findRow(id);
+  found = row != nullptr;
+  if (!found) return {};
+  if (m_Kinds[*row] == Kind::Float) return formatFloat9(m_Values[*row].f);
+  return rowText(*row);
+}
+
+std::string TVariantAttributeData::getStringValueById(uint32_t id, bool& found) const {
+  const uint32_t* row = findRow(id);
+  found = row != nullptr;
+  if (!found) return {};
+  if (m_Kinds[*row] == Kind::Float) return formatScriptFloat(static_cast<double>(m_Values[*row].f));
+  return rowText(*row);
+}
+
+TAttributePtr TVariantAttributeData::createEmptyLike() const {
+  return std::make_shared<TVariantAttributeData>(m_KeyName);
+}
+void TVariantAttributeData::copyValueFrom(const TAttributeData&, uint32_t) {
+  throw TFlowError("copyValueFrom() not implemented");
+}
+void TVariantAttributeData::copyFrom(const TAttributeData&) { throw TFlowError("copyFrom() not implemented"); }
+
+std::string TVariantAttributeData::toString() const {
+  std::string out = "#items: " + std::to_string(m_Ids.size()) + "\n";
+  for (size_t i = 0; i < m_Ids.size() && i < 50; ++i) {
+    bool found = false;
+    out += std::to_string(m_Ids[i]) + " " + getTextValueById(m_Ids[i], found) + "\n";
+  }
+  return out;
+}
+
+}  // namespace quorvel

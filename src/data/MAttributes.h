@@ -1,0 +1,246 @@
+// Attribute columns: named, sparse columns of values over ids. A column has
+// no sentinel for "no value": every lookup reports absence through a found
+// flag.
+#pragma once
+
+#include <cfloat>
+#include <climits>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "data/MIdContainers.h"
+#include "engine/MFlowObjects.h"
+
+namespace quorvel {
+
+class TAttributeData;
+using TAttributePtr = std::shared_ptr<TAttributeData>;
+
+class TAttributeData : public TAbstractData {
+ public:
+  static constexpr const char* kClassName = "TAttributeData";
+
+  // "bool", "int", "float", "string" or "variant".
+  virtual std::string getAttributeType() const = 0;
+  // Sort ids by this column's values; an id without a value counts as less
+  // than every value.
+  virtual void sort(std::vector<uint32_t>& ids, bool ascending) const = 0;
+  virtual void stable_sort(std::vector<uint32_t>& ids, bool ascending) const = 0;
+  // The value in the text form of the stored values; "" when absent.
+  virtual std::string getTextValueById(uint32_t id, bool& found) const = 0;
+  // Only float and integer columns have it.
+  virtual float getFloatValueById(uint32_t id, bool& found) const;
+  // The value as the interpreter's str() makes it; "" when absent.
+  virtual std::string getStringValueById(uint32_t id, bool& found) const = 0;
+  virtual bool hasValueById(uint32_t id) const = 0;
+  virtual TAttributePtr createEmptyLike() const = 0;
+  virtual void copyValueFrom(const TAttributeData& source, uint32_t id);
+  virtual void copyFrom(const TAttributeData& source);
+  virtual size_t getRowCount() const = 0;
+  virtual uint32_t getIdByRow(size_t row) const = 0;
+};
+
+// How a column keeps its values: numbers in the row, texts as references
+// into one byte arena per column.
+template <class T>
+struct TAttributeStore {
+  using Stored = T;
+  using View = T;
+  Stored put(const T& v) { return v; }
+  View view(const Stored& s) const { return s; }
+  void replace(Stored& s, const T& v) { s = v; }
+  void clear() {}
+};
+
+template <>
+struct TAttributeStore<std::string> {
+  struct Stored {
+    uint32_t offset;
+    uint32_t length;
+  };
+  using View = std::string_view;
+  std::string arena;
+  size_t garbage = 0;
+
+  Stored put(std::string_view v);
+  View view(const Stored& s) const { return std::string_view(arena).substr(s.offset, s.length); }
+  void replace(Stored& s, std::string_view v);
+  void clear() {
+    arena.clear();
+    garbage = 0;
+  }
+};
+
+template <class T>
+class TTypedAttributeBase : public TAttributeData {
+ public:
+  using Store = TAttributeStore<T>;
+  using View = typename Store::View;
+  struct Row {
+    uint32_t id;
+    typename Store::Stored value;
+  };
+
+  TTypedAttributeBase();
+  explicit TTypedAttributeBase(const std::string& key) : TTypedAttributeBase() { m_KeyName = key; }
+
+  std::vector<Row> m_Rows;
+  TIdHashMap<uint32_t> m_Index;
+  T m_Minimum;
+  T m_Maximum;
+
+  // Appends a row; a second row of an id takes over the index.
+  void addRow(uint32_t id, const T& value);
+  // Overwrites the id's value (minimum and maximum stay), or adds a row.
+  void setValueById(uint32_t id, const T& value);
+  // The type's zero and found false when absent.
+  T getValueById(uint32_t id, bool& found) const;
+  // The value without copying; valid until the column changes.
+  const typename Store::Stored* findStored(uint32_t id) const {
+    const uint32_t* row = m_Index.find(id);
+    return row ? &m_Rows[*row].value : nullptr;
+  }
+  View viewOf(const typename Store::Stored& s) const { return m_Store.view(s); }
+  View viewByRow(size_t row) const { return m_Store.view(m_Rows[row].value); }
+  T valueByRow(size_t row) const { return T(m_Store.view(m_Rows[row].value)); }
+  const T& getMinimumValue() const { return m_Minimum; }
+  const T& getMaximumValue() const { return m_Maximum; }
+
+  size_t getRowCount() const override { return m_Rows.size(); }
+  uint32_t getIdByRow(size_t row) const override { return m_Rows[row].id; }
+  bool hasValueById(uint32_t id) const override { return m_Index.contains(id); }
+  void sort(std::vector<uint32_t>& ids, bool ascending) const override;
+  void stable_sort(std::vector<uint32_t>& ids, bool ascending) const override;
+  std::string getTextValueById(uint32_t id, bool& found) const override;
+  std::string getStringValueById(uint32_t id, bool& found) const override;
+  std::string toString() const override;
+  std::string stringify() const override;
+  void unstringify(const std::string& text) override;
+  void rebuildIndex() override;
+
+  // The rows hold the same ids and values in the same order.
+  bool sameRows(const TTypedAttributeBase& other) const;
+  void reserve(size_t n) {
+    m_Rows.reserve(n);
+    m_Index.reserve(n);
+  }
+
+  // The text forms of one value.
+  static std::string textOf(View v);
+  static std::string scriptTextOf(View v);
+
+ protected:
+  void resetExtremes();
+  void noteExtremes(View v);
+  Store m_Store;
+};
+
+class TBoolAttributeData : public TTypedAttributeBase<bool> {
+ public:
+  QV_CLASS_NAME(TBoolAttributeData)
+  using TTypedAttributeBase::TTypedAttributeBase;
+  std::string getAttributeType() const override { return "bool"; }
+  TAttributePtr createEmptyLike() const override;
+  void copyValueFrom(const TAttributeData& source, uint32_t id) override;
+  void copyFrom(const TAttributeData& source) override;
+  void setAllValues(bool value);
+  size_t countValues(bool value) const;
+  // A full copy with this column's m_DataId and m_HasChanged.
+  std::shared_ptr<TBoolAttributeData> clone() const;
+};
+
+class TIntegerAttributeData : public TTypedAttributeBase<int32_t> {
+ public:
+  QV_CLASS_NAME(TIntegerAttributeData)
+  using TTypedAttributeBase::TTypedAttributeBase;
+  std::string getAttributeType() const override { return "int"; }
+  float getFloatValueById(uint32_t id, bool& found) const override;
+  TAttributePtr createEmptyLike() const override;
+  void copyValueFrom(const TAttributeData& source, uint32_t id) override;
+  void copyFrom(const TAttributeData& source) override;
+  std::vector<uint32_t> getIdsWhereValueIs(int32_t value) const;
+  // Each distinct value, ascending, with the id of the first row holding it.
+  std::shared_ptr<std::map<int32_t, uint32_t>> getUniqueValues() const;
+};
+
+class TFloatAttributeData : public TTypedAttributeBase<float> {
+ public:
+  QV_CLASS_NAME(TFloatAttributeData)
+  using TTypedAttributeBase::TTypedAttributeBase;
+  std::string getAttributeType() const override { return "float"; }
+  float getFloatValueById(uint32_t id, bool& found) const override;
+  TAttributePtr createEmptyLike() const override;
+  void copyValueFrom(const TAttributeData& source, uint32_t id) override;
+  void copyFrom(const TAttributeData& source) override;
+};
+
+class TStringAttributeData : public TTypedAttributeBase<std::string> {
+ public:
+  QV_CLASS_NAME(TStringAttributeData)
+  using TTypedAttributeBase::TTypedAttributeBase;
+  std::string getAttributeType() const override { return "string"; }
+  TAttributePtr createEmptyLike() const override;
+  void copyValueFrom(const TAttributeData& source, uint32_t id) override;
+  void copyFrom(const TAttributeData& source) override;
+  std::shared_ptr<std::map<std::string, uint32_t>> getUniqueValues() const;
+};
+
+// The column of undecided type that exists while a dataset loads. Values are
+// texts, 32-bit integers or 32-bit floats.
+class TVariantAttributeData : public TAttributeData {
+ public:
+  QV_CLASS_NAME(TVariantAttributeData)
+  enum class Kind : uint8_t { Text, Int, Float };
+
+  TVariantAttributeData() = default;
+  explicit TVariantAttributeData(const std::string& key) { m_KeyName = key; }
+
+  float m_Minimum = FLT_MAX;
+  float m_Maximum = -FLT_MAX;
+
+  void addText(uint32_t id, std::string_view text);
+  void addInt(uint32_t id, int32_t value);
+  void addFloat(uint32_t id, float value);
+  // The decided column, or null when there are no rows.
+  TAttributePtr convertToSpecific() const;
+  // How many rows hold each text.
+  std::map<std::string, size_t> getTextCounts() const;
+  Kind kindByRow(size_t row) const { return m_Kinds[row]; }
+
+  std::string getAttributeType() const override { return "variant"; }
+  void sort(std::vector<uint32_t>& ids, bool ascending) const override;
+  void stable_sort(std::vector<uint32_t>& ids, bool ascending) const override;
+  std::string getTextValueById(uint32_t id, bool& found) const override;
+  std::string getStringValueById(uint32_t id, bool& found) const override;
+  bool hasValueById(uint32_t id) const override { return findRow(id) != nullptr; }
+  TAttributePtr createEmptyLike() const override;
+  void copyValueFrom(const TAttributeData& source, uint32_t id) override;
+  void copyFrom(const TAttributeData& source) override;
+  size_t getRowCount() const override { return m_Ids.size(); }
+  uint32_t getIdByRow(size_t row) const override { return m_Ids[row]; }
+  std::string toString() const override;
+
+ private:
+  union Value {
+    int32_t i;
+    float f;
+    TAttributeStore<std::string>::Stored s;
+  };
+  void appendRow(uint32_t id, Kind kind, Value v);
+  std::string rowText(size_t row) const;
+  // The index is built on the first lookup: loading only appends.
+  const uint32_t* findRow(uint32_t id) const;
+
+  std::vector<uint32_t> m_Ids;
+  std::vector<Kind> m_Kinds;
+  std::vector<Value> m_Values;
+  TAttributeStore<std::string> m_Texts;
+  mutable TIdHashMap<uint32_t> m_Index;
+  mutable size_t m_Indexed = 0;
+};
+
+}  // namespace quorvel

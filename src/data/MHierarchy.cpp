@@ -1,0 +1,365 @@
+#include "MHierarchy.h"
+
+#include <algorithm>
+
+#include "data/MAttributes.h"
+#include "engine/MRegistry.h"
+
+namespace quorvel {
+
+// ---------------------------------------------------------------------------
+// THierarchyData
+
+void THierarchyData::addRow(uint32_t nid, uint32_t lft, uint32_t rgt) {
+  if (!m_Rows.empty() && lft <= m_Rows.back().lft) m_Ascending = false;
+  m_Rows.push_back({nid, lft, rgt});
+  const uint32_t row = static_cast<uint32_t>(m_Rows.size() - 1);
+  m_LftIndex.assign(lft, row);
+  m_NidIndex.assign(nid, row);
+}
+
+void THierarchyData::reserve(size_t n) {
+  m_Rows.reserve(n);
+  m_LftIndex.reserve(n);
+  m_NidIndex.reserve(n);
+}
+
+void THierarchyData::rebuildIndex() {
+  m_LftIndex.clear();
+  m_NidIndex.clear();
+  m_Ascending = true;
+  for (size_t i = 0; i < m_Rows.size(); ++i) {
+    if (i > 0 && m_Rows[i].lft <= m_Rows[i - 1].lft) m_Ascending = false;
+    m_LftIndex.assign(m_Rows[i].lft, static_cast<uint32_t>(i));
+    m_NidIndex.assign(m_Rows[i].nid, static_cast<uint32_t>(i));
+  }
+}
+
+uint32_t THierarchyData::getNidByRow(size_t row) const {
+  if (row >= m_Rows.size()) throw TFlowError("getNidByRow():  p_RowId >= m_Rows.size() ");
+  return m_Rows[row].nid;
+}
+
+uint32_t THierarchyData::getLftByRow(size_t row) const {
+  if (row >= m_Rows.size()) throw TFlowError("getNidByRow():  p_RowId >= m_Rows.size() ");
+  return m_Rows[row].lft;
+}
+
+size_t THierarchyData::getRowByNid(uint32_t nid, bool& found) const {
+  const uint32_t* row = m_NidIndex.find(nid);
+  found = row != nullptr;
+  return found ? *row : 0;
+}
+
+size_t THierarchyData::getRowByLft(uint32_t lft, bool& found) const {
+  const uint32_t* row = m_LftIndex.find(lft);
+  found = row != nullptr;
+  return found ? *row : 0;
+}
+
+uint32_t THierarchyData::getLftByNid(uint32_t nid, bool& found) const {
+  const uint32_t* row = m_NidIndex.find(nid);
+  found = row != nullptr;
+  return found ? m_Rows[*row].lft : 0;
+}
+
+uint32_t THierarchyData::getNidByLft(uint32_t lft, bool& found) const {
+  const uint32_t* row = m_LftIndex.find(lft);
+  found = row != nullptr;
+  return found ? m_Rows[*row].nid : 0;
+}
+
+std::vector<uint32_t> THierarchyData::getNidsBelowNid(uint32_t nid) const {
+  std::vector<uint32_t> out;
+  const uint32_t* rowp = m_NidIndex.find(nid);
+  if (!rowp) return out;
+  const THierarchyRow& node = m_Rows[*rowp];
+  if (m_Ascending) {
+    // Rows in lft order: the interval is one run of rows.
+    for (size_t i = *rowp; i < m_Rows.size() && m_Rows[i].lft < node.rgt; ++i) out.push_back(m_Rows[i].nid);
+    return out;
+  }
+  for (uint32_t i = node.lft; i < node.rgt; ++i)
+    if (const uint32_t* r = m_LftIndex.find(i)) out.push_back(m_Rows[*r].nid);
+  return out;
+}
+
+std::vector<uint32_t> THierarchyData::getNidsAboveNid(uint32_t nid) const {
+  std::vector<uint32_t> out;
+  const uint32_t* rowp = m_NidIndex.find(nid);
+  if (!rowp || *rowp == 0) return out;
+  const THierarchyRow& node = m_Rows[*rowp];
+  for (size_t k = *rowp; k >= 1; --k) {
+    const THierarchyRow& r = m_Rows[k];
+    if (r.lft <= node.lft && r.rgt >= node.rgt) out.push_back(r.nid);
+  }
+  return out;
+}
+
+std::vector<uint32_t> THierarchyData::getNidsBelowNids(const TIntegerSetData& set) const {
+  std::vector<uint32_t> out;
+  if (m_Rows.empty()) return out;
+  struct Open {
+    uint32_t lft;
+    uint32_t rgt;
+    bool covered;
+  };
+  std::vector<Open> stack;
+  stack.push_back({m_Rows[0].lft, m_Rows[0].rgt, set.contains(m_Rows[0].nid)});
+  for (size_t i = 1; i < m_Rows.size(); ++i) {
+    const THierarchyRow& row = m_Rows[i];
+    while (!stack.empty() && !(stack.back().lft < row.lft && row.rgt < stack.back().rgt)) stack.pop_back();
+    const bool covered = (!stack.empty() && stack.back().covered) || set.contains(row.nid);
+    stack.push_back({row.lft, row.rgt, covered});
+    if (covered) out.push_back(row.nid);
+  }
+  return out;
+}
+
+std::string THierarchyData::toString() const {
+  std::string out = "#items: " + std::to_string(m_Rows.size()) + ":\nnid,lft,rgt\n";
+  for (size_t i = 0; i < m_Rows.size() && i < 50; ++i)
+    out += std::to_string(m_Rows[i].nid) + "," + std::to_string(m_Rows[i].lft) + "," + std::to_string(m_Rows[i].rgt) +
+           "\n";
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// TEdgeData
+
+void TEdgeData::link(TIdHashMap<Ends>& lists, std::vector<uint32_t>& next, uint32_t nid, uint32_t row) {
+  next.push_back(kEnd);
+  if (Ends* ends = lists.find(nid)) {
+    next[ends->tail] = row;
+    ends->tail = row;
+  } else {
+    lists.assign(nid, Ends{row, row});
+  }
+}
+
+void TEdgeData::addRow(uint32_t eid, uint32_t fromnid, uint32_t tonid) {
+  m_Rows.push_back({eid, fromnid, tonid});
+  const uint32_t row = static_cast<uint32_t>(m_Rows.size() - 1);
+  m_EidIndex.assign(eid, row);
+  link(m_Forward, m_NextForward, fromnid, row);
+  link(m_Backward, m_NextBackward, tonid, row);
+}
+
+void TEdgeData::reserve(size_t n) {
+  m_Rows.reserve(n);
+  m_EidIndex.reserve(n);
+  m_NextForward.reserve(n);
+  m_NextBackward.reserve(n);
+}
+
+void TEdgeData::rebuildIndex() {
+  m_EidIndex = {};
+  m_Forward = {};
+  m_Backward = {};
+  m_NextForward.clear();
+  m_NextBackward.clear();
+  for (size_t i = 0; i < m_Rows.size(); ++i) {
+    const uint32_t row = static_cast<uint32_t>(i);
+    m_EidIndex.assign(m_Rows[i].eid, row);
+    link(m_Forward, m_NextForward, m_Rows[i].fromnid, row);
+    link(m_Backward, m_NextBackward, m_Rows[i].tonid, row);
+  }
+}
+
+void TEdgeData::getFromToNidByEid(uint32_t eid, uint32_t& fromnid, uint32_t& tonid, bool& found) const {
+  const uint32_t* row = m_EidIndex.find(eid);
+  found = row != nullptr;
+  fromnid = found ? m_Rows[*row].fromnid : 0;
+  tonid = found ? m_Rows[*row].tonid : 0;
+}
+
+void TEdgeData::addForwardNeighbours(uint32_t nid, const TIntegerSetData& selection, TIntegerSetData& nodes,
+                                     TIntegerSetData* edges) const {
+  forEachForwardRow(nid, [&](uint32_t row) {
+    const TEdgeRow& e = m_Rows[row];
+    if (!selection.contains(e.eid)) return;
+    nodes.add(e.tonid);
+    if (edges) edges->add(e.eid);
+  });
+}
+
+void TEdgeData::addBackwardNeighbours(uint32_t nid, const TIntegerSetData& selection, TIntegerSetData& nodes,
+                                      TIntegerSetData* edges) const {
+  forEachBackwardRow(nid, [&](uint32_t row) {
+    const TEdgeRow& e = m_Rows[row];
+    if (!selection.contains(e.eid)) return;
+    nodes.add(e.fromnid);
+    if (edges) edges->add(e.eid);
+  });
+}
+
+std::string TEdgeData::toString() const {
+  std::string out = "#edges: " + std::to_string(m_Rows.size()) + "\neid,fromnid,tonid\n";
+  for (size_t i = 0; i < m_Rows.size() && i < 50; ++i)
+    out += std::to_string(m_Rows[i].eid) + "," + std::to_string(m_Rows[i].fromnid) + "," +
+           std::to_string(m_Rows[i].tonid) + "\n";
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// TAggLftData
+
+void TAggLftData::addRow(uint32_t lft, uint32_t agglft) {
+  m_Rows.emplace_back(lft, agglft);
+  m_Index.assign(lft, static_cast<uint32_t>(m_Rows.size() - 1));
+}
+
+void TAggLftData::reserve(size_t n) {
+  m_Rows.reserve(n);
+  m_Index.reserve(n);
+}
+
+uint32_t TAggLftData::getAggLftByLft(uint32_t lft, bool& found) const {
+  const uint32_t* row = m_Index.find(lft);
+  found = row != nullptr;
+  return found ? m_Rows[*row].second : 0;
+}
+
+void TAggLftData::rebuildIndex() {
+  m_Index.clear();
+  m_Index.reserve(m_Rows.size());
+  for (size_t i = 0; i < m_Rows.size(); ++i) m_Index.assign(m_Rows[i].first, static_cast<uint32_t>(i));
+}
+
+std::string TAggLftData::toString() const {
+  std::string out = "#items: " + std::to_string(m_Rows.size()) + ":\nlft,agglft\n";
+  for (size_t i = 0; i < m_Rows.size() && i < 50; ++i)
+    out += std::to_string(m_Rows[i].first) + "," + std::to_string(m_Rows[i].second) + "\n";
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// TEdgeCollapsedData
+
+void TEdgeCollapsedData::notePair(std::vector<std::vector<uint32_t>>& lists, TIdHashMap<uint32_t>& byNode,
+                                  uint32_t node, uint32_t record) {
+  const uint32_t list = byNode.findOrInsert(node, static_cast<uint32_t>(lists.size()));
+  if (list == lists.size()) lists.emplace_back();
+  lists[list].push_back(record);
+}
+
+void TEdgeCollapsedData::addEdge(uint32_t eid, uint32_t source, uint32_t target) {
+  uint32_t a = source;
+  uint32_t b = target;
+  const bool backward = a > b;
+  if (backward) std::swap(a, b);
+  uint32_t record = 0;
+  if (const uint32_t* r = m_PairIndex.find(key(a, b))) {
+    record = *r;
+  } else {
+    record = static_cast<uint32_t>(m_Records.size());
+    m_Records.push_back(Record{a, b, {}, {}});
+    m_Listed.push_back(0);
+    m_PairIndex.assign(key(a, b), record);
+  }
+  Record& rec = m_Records[record];
+  (backward ? rec.backward : rec.forward).insert(eid);
+
+  // The pair goes into the list of the source as given and of the target as
+  // given, once each.
+  const uint8_t sourceBit = backward ? 2 : 1;
+  const uint8_t targetBit = backward ? 4 : 8;
+  if (!(m_Listed[record] & sourceBit)) {
+    m_Listed[record] |= sourceBit;
+    notePair(m_SourcePairs, m_SourceLists, source, record);
+  }
+  if (!(m_Listed[record] & targetBit)) {
+    m_Listed[record] |= targetBit;
+    notePair(m_TargetPairs, m_TargetLists, target, record);
+  }
+  m_EidIndex.assign(eid, record);
+}
+
+const TEdgeCollapsedData::Record* TEdgeCollapsedData::findRecord(uint32_t smallerlft, uint32_t largerlft) const {
+  const uint32_t* r = m_PairIndex.find(key(smallerlft, largerlft));
+  return r ? &m_Records[*r] : nullptr;
+}
+
+namespace {
+const TIdSet& emptyIdSet() {
+  static const TIdSet empty;
+  return empty;
+}
+}  // namespace
+
+const TIdSet& TEdgeCollapsedData::getForwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const {
+  const Record* r = findRecord(smallerlft, largerlft);
+  found = r != nullptr;
+  return r ? r->forward : emptyIdSet();
+}
+
+const TIdSet& TEdgeCollapsedData::getBackwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const {
+  const Record* r = findRecord(smallerlft, largerlft);
+  found = r != nullptr;
+  return r ? r->backward : emptyIdSet();
+}
+
+const TEdgeCollapsedData::Record& TEdgeCollapsedData::getRecord(uint32_t smallerlft, uint32_t largerlft) const {
+  const Record* r = findRecord(smallerlft, largerlft);
+  if (!r) throw TFlowError("TEdgeCollapsedData: cannot find pair");
+  return *r;
+}
+
+long TEdgeCollapsedData::getRecordIndexOfEid(uint32_t eid) const {
+  const uint32_t* r = m_EidIndex.find(eid);
+  return r ? static_cast<long>(*r) : -1;
+}
+
+void TEdgeCollapsedData::addLftPairsOfEid(uint32_t eid, TIntegerPairSetData& pairs) const {
+  const uint32_t* r = m_EidIndex.find(eid);
+  if (!r) return;
+  pairs.addPair(m_Records[*r].smallerlft, m_Records[*r].largerlft);
+}
+
+std::vector<TEdgeCollapsedData::Pair> TEdgeCollapsedData::pairsOf(const std::vector<std::vector<uint32_t>>& lists,
+                                                                  const TIdHashMap<uint32_t>& byNode,
+                                                                  uint32_t node) const {
+  std::vector<Pair> out;
+  const uint32_t* list = byNode.find(node);
+  if (!list) return out;
+  for (uint32_t record : lists[*list]) out.emplace_back(m_Records[record].smallerlft, m_Records[record].largerlft);
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+std::vector<TEdgeCollapsedData::Pair> TEdgeCollapsedData::getPairsOfSource(uint32_t agglft) const {
+  return pairsOf(m_SourcePairs, m_SourceLists, agglft);
+}
+
+std::vector<TEdgeCollapsedData::Pair> TEdgeCollapsedData::getPairsOfTarget(uint32_t agglft) const {
+  return pairsOf(m_TargetPairs, m_TargetLists, agglft);
+}
+
+std::string TEdgeCollapsedData::toString() const {
+  std::string out = "#items: " + std::to_string(m_Records.size()) + ":\nsmallerlft,largerlft,#forward,#backward\n";
+  for (size_t i = 0; i < m_Records.size() && i < 50; ++i) {
+    const Record& r = m_Records[i];
+    out += std::to_string(r.smallerlft) + "," + std::to_string(r.largerlft) + "," + std::to_string(r.forward.size()) +
+           "," + std::to_string(r.backward.size()) + "\n";
+  }
+  return out + "\n";
+}
+
+// ---------------------------------------------------------------------------
+
+void registerStructureClasses() {
+  auto& reg = TDataRegistry::instance();
+  reg.addAbstract("TAttributeData", "TAbstractData");
+  reg.add<TBoolAttributeData>("TAttributeData");
+  reg.add<TIntegerAttributeData>("TAttributeData");
+  reg.add<TFloatAttributeData>("TAttributeData");
+  reg.add<TStringAttributeData>("TAttributeData");
+  reg.add<TVariantAttributeData>("TAttributeData");
+  reg.add<THierarchyData>("TAbstractData");
+  reg.add<TEdgeData>("TAbstractData");
+  reg.add<TAggLftData>("TAbstractData");
+  reg.add<TEdgeCollapsedData>("TAbstractData");
+  reg.add<TEdgeColorData>("TAbstractData");
+}
+
+}  // namespace quorvel

@@ -1,0 +1,203 @@
+// Compact containers keyed by 32-bit ids: the indexes of hierarchies, edges
+// and attribute columns, and the id sets of selections. A dataset of a
+// million nodes has several of each, so they are flat arrays rather than
+// node-based standard containers.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <vector>
+
+namespace quorvel {
+
+// Hash map from an integer key (32-bit ids, or pairs of them packed into 64
+// bits) to a small value, with separate chaining kept in arrays: a bucket
+// array of entry numbers and an entry array in insertion order. The table
+// grows before its load factor passes 1.0. Entries are never removed.
+template <class V, class K = uint32_t>
+class TIdHashMap {
+ public:
+  TIdHashMap() = default;
+
+  size_t size() const { return m_Entries.size(); }
+  bool empty() const { return m_Entries.empty(); }
+  size_t bucketCount() const { return m_Buckets.size(); }
+  float loadFactor() const { return m_Buckets.empty() ? 0.0f : float(m_Entries.size()) / float(m_Buckets.size()); }
+
+  void clear() {
+    m_Entries.clear();
+    std::fill(m_Buckets.begin(), m_Buckets.end(), kNone);
+  }
+
+  void reserve(size_t n) {
+    m_Entries.reserve(n);
+    if (n > m_Buckets.size()) rehash(n);
+  }
+
+  // Inserts the key, or gives the existing value a new one.
+  void assign(K key, const V& value) {
+    if (V* v = find(key)) {
+      *v = value;
+      return;
+    }
+    insertNew(key, value);
+  }
+
+  // The value for the key, inserted with `value` when the key is new.
+  V& findOrInsert(K key, const V& value) {
+    if (V* v = find(key)) return *v;
+    insertNew(key, value);
+    return m_Entries.back().value;
+  }
+
+  V* find(K key) {
+    if (m_Buckets.empty()) return nullptr;
+    for (uint32_t e = m_Buckets[slot(key)]; e != kNone; e = m_Entries[e].next)
+      if (m_Entries[e].key == key) return &m_Entries[e].value;
+    return nullptr;
+  }
+  const V* find(K key) const { return const_cast<TIdHashMap*>(this)->find(key); }
+  bool contains(K key) const { return find(key) != nullptr; }
+
+  // Entries in insertion order.
+  template <class F>
+  void forEach(F&& f) const {
+    for (const auto& e : m_Entries) f(e.key, e.value);
+  }
+
+  size_t memoryBytes() const {
+    return m_Entries.capacity() * sizeof(Entry) + m_Buckets.capacity() * sizeof(uint32_t);
+  }
+
+ private:
+  static constexpr uint32_t kNone = 0xffffffffu;
+  struct Entry {
+    K key;
+    uint32_t next;
+    V value;
+  };
+
+  size_t slot(K key) const {
+    // Fibonacci hashing: spreads runs and strides of ids alike.
+    if constexpr (sizeof(K) == 8)
+      return static_cast<size_t>((static_cast<uint64_t>(key) * 0x9E3779B97F4A7C15ull) >> (m_Shift + 32));
+    else
+      return static_cast<size_t>((static_cast<uint32_t>(key) * 0x9E3779B1u) >> m_Shift);
+  }
+
+  void insertNew(K key, const V& value) {
+    if (m_Entries.size() + 1 > m_Buckets.size()) rehash(std::max<size_t>(16, m_Buckets.size() * 2));
+    const size_t s = slot(key);
+    m_Entries.push_back(Entry{key, m_Buckets[s], value});
+    m_Buckets[s] = static_cast<uint32_t>(m_Entries.size() - 1);
+  }
+
+  void rehash(size_t atLeast) {
+    size_t n = 16;
+    unsigned bits = 4;
+    while (n < atLeast) {
+      n *= 2;
+      ++bits;
+    }
+    if (bits > 32) throw std::length_error("TIdHashMap: too many entries");
+    m_Shift = 32 - bits;
+    m_Buckets.assign(n, kNone);
+    for (uint32_t i = 0; i < m_Entries.size(); ++i) {
+      const size_t s = slot(m_Entries[i].key);
+      m_Entries[i].next = m_Buckets[s];
+      m_Buckets[s] = i;
+    }
+  }
+
+  std::vector<uint32_t> m_Buckets;
+  std::vector<Entry> m_Entries;
+  unsigned m_Shift = 28;
+};
+
+// Ordered set of 32-bit ids: a sorted array, plus a small ordered buffer for
+// ids that arrive out of order, merged into the array when it grows. Adding
+// ids in ascending order costs an append; any read sees one sorted sequence.
+class TIdSet {
+ public:
+  using const_iterator = std::vector<uint32_t>::const_iterator;
+
+  TIdSet() = default;
+  TIdSet(std::initializer_list<uint32_t> ids) {
+    for (uint32_t id : ids) insert(id);
+  }
+  TIdSet(const TIdSet& other) : m_Sorted(other.ids()) {}
+  TIdSet& operator=(const TIdSet& other) {
+    if (this != &other) {
+      m_Sorted = other.ids();
+      m_Pending.reset();
+    }
+    return *this;
+  }
+  TIdSet(TIdSet&&) noexcept = default;
+  TIdSet& operator=(TIdSet&&) noexcept = default;
+
+  // True when the id was new.
+  bool insert(uint32_t id) {
+    if (!hasPending() && (m_Sorted.empty() || id > m_Sorted.back())) {
+      m_Sorted.push_back(id);
+      return true;
+    }
+    if (std::binary_search(m_Sorted.begin(), m_Sorted.end(), id)) return false;
+    if (!m_Pending) m_Pending = std::make_unique<std::set<uint32_t>>();
+    if (!m_Pending->insert(id).second) return false;
+    if (m_Pending->size() > std::max<size_t>(4096, m_Sorted.size() / 8)) merge();
+    return true;
+  }
+
+  // True when the id was present.
+  bool erase(uint32_t id) {
+    if (m_Pending && m_Pending->erase(id)) return true;
+    auto it = std::lower_bound(m_Sorted.begin(), m_Sorted.end(), id);
+    if (it == m_Sorted.end() || *it != id) return false;
+    m_Sorted.erase(it);
+    return true;
+  }
+
+  bool contains(uint32_t id) const {
+    return std::binary_search(m_Sorted.begin(), m_Sorted.end(), id) || (m_Pending && m_Pending->count(id) != 0);
+  }
+  size_t count(uint32_t id) const { return contains(id) ? 1 : 0; }
+  size_t size() const { return m_Sorted.size() + (m_Pending ? m_Pending->size() : 0); }
+  bool empty() const { return size() == 0; }
+  void clear() {
+    m_Sorted.clear();
+    m_Pending.reset();
+  }
+  void reserve(size_t n) { m_Sorted.reserve(n); }
+
+  // The ids in ascending order.
+  const std::vector<uint32_t>& ids() const {
+    if (hasPending()) const_cast<TIdSet*>(this)->merge();
+    return m_Sorted;
+  }
+  const_iterator begin() const { return ids().begin(); }
+  const_iterator end() const { return ids().end(); }
+
+  bool operator==(const TIdSet& other) const { return ids() == other.ids(); }
+
+ private:
+  bool hasPending() const { return m_Pending && !m_Pending->empty(); }
+
+  void merge() {
+    std::vector<uint32_t> merged;
+    merged.reserve(m_Sorted.size() + m_Pending->size());
+    std::merge(m_Sorted.begin(), m_Sorted.end(), m_Pending->begin(), m_Pending->end(), std::back_inserter(merged));
+    m_Sorted.swap(merged);
+    m_Pending.reset();
+  }
+
+  std::vector<uint32_t> m_Sorted;
+  // Ids that came out of order, not yet merged.
+  std::unique_ptr<std::set<uint32_t>> m_Pending;
+};
+
+}  // namespace quorvel

@@ -1,0 +1,65 @@
+#include "MSources.h"
+
+#include "engine/MRegistry.h"
+
+namespace quorvel {
+
+TDataPtr TAbstractDataSource::getData() { return m_OutputPin ? m_OutputPin->getData() : nullptr; }
+
+void TAbstractDataSource::setData(const TDataPtr& data) {
+  if (!m_OutputPin) throw TFlowError("setData(): the source has no output pin");
+  m_OutputPin->setData(data);
+}
+
+void TAbstractDataSource::ensureDataExists() {
+  // Classes without a default raise, whatever the pin holds.
+  TDataPtr value = makeDefault();
+  if (!value) throw TFlowError("ensureDataExists() not implemented for this class");
+  if (!getData()) setData(value);
+}
+
+void TAbstractIdentityProcessor::postCreate() {
+  m_InputPin = addInputPin<TAbstractData>("in");
+  m_OutputPin = addOutputPin<TAbstractData>("out");
+}
+
+TDataPtr TAbstractIdentityProcessor::getData() {
+  return std::make_shared<TStringData>(m_InputPin->m_Name + "|" + m_OutputPin->m_Name);
+}
+
+void TAbstractIdentityProcessor::setData(const TDataPtr& data) {
+  auto text = std::dynamic_pointer_cast<TStringData>(data);
+  if (!text) throw TFlowError("setData(): an identity processor takes its pin names as a TStringData");
+  const std::string& names = text->getValue();
+  const size_t bar = names.find('|');
+  if (bar == std::string::npos) throw TFlowError("setData(): pin names must be given as 'in|out'");
+  m_InputPin->m_Name = names.substr(0, bar);
+  m_OutputPin->m_Name = names.substr(bar + 1);
+}
+
+void TAbstractIdentityProcessor::process() {
+  if (m_InputPin->getData() != m_OutputPin->getData()) m_OutputPin->setData(m_InputPin->getData());
+  resetPins({m_InputPin});
+}
+
+void TIntegerSetDataSource::postCreate() {
+  TTypedDataSource::postCreate();
+  m_OutputPin->setData(std::make_shared<TIntegerSetData>("<noname>"));
+}
+
+void registerSourceClasses() {
+  auto& reg = TProcessorRegistry::instance();
+  reg.add<TAbstractIdentityProcessor>();
+  reg.add<TStringDataSource>();
+  reg.add<TStringListDataSource>();
+  reg.add<TIntDataSource>();
+  reg.add<TFloatDataSource>();
+  reg.add<TBooleanDataSource>();
+  reg.add<TFloatPairDataSource>();
+  reg.add<TBoolAttributeDataSource>();
+  reg.add<TPythonDataSource>();
+  reg.add<TIntegerSetDataSource>();
+  reg.add<TStringDataArraySource>();
+}
+
+}  // namespace quorvel

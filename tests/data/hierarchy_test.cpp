@@ -1,0 +1,173 @@
+#include <gtest/gtest.h>
+
+#include "support/TestHelpers.h"
+
+#include "data/MHierarchy.h"
+
+using namespace quorvel;
+using quorvel::test::errorOf;
+
+namespace {
+
+using Ids = std::vector<uint32_t>;
+
+// r(10) with children a(11) and b(12), and c(13) below a:
+// r 2..9, a 3..6, c 4..5, b 7..8; the synthetic root 1..10.
+std::shared_ptr<THierarchyData> sample(bool withC = true) {
+  auto h = std::make_shared<THierarchyData>("hierarchy 1");
+  h->addRow(0, 1, 10);
+  h->addRow(10, 2, 9);
+  h->addRow(11, 3, 6);
+  if (withC) h->addRow(13, 4, 5);
+  h->addRow(12, 7, 8);
+  return h;
+}
+
+
+}  // namespace
+
+TEST(Hierarchy, RowLookups) {
+  auto h = sample();
+  const size_t n = h->getRowCount();
+  EXPECT_EQ(errorOf([&] { h->getNidByRow(n); }), "getNidByRow():  p_RowId >= m_Rows.size() ");
+  EXPECT_EQ(errorOf([&] { h->getLftByRow(n); }), "getNidByRow():  p_RowId >= m_Rows.size() ");
+  EXPECT_EQ(h->getAllByRow(n), nullptr);
+  EXPECT_EQ(h->getAllByRow(2)->nid, 11u);
+  bool found = true;
+  EXPECT_EQ(h->getRowByNid(99, found), 0u);
+  EXPECT_FALSE(found);
+  EXPECT_EQ(h->getRowByNid(0, found), 0u);
+  EXPECT_TRUE(found) << "row 0 is the synthetic root";
+  EXPECT_EQ(h->getLftByNid(13, found), 4u);
+  EXPECT_EQ(h->getNidByLft(7, found), 12u);
+  EXPECT_EQ(h->getNidByLft(5, found), 0u);
+  EXPECT_FALSE(found) << "5 is a rgt";
+  EXPECT_EQ(h->toString(), "#items: 5:\nnid,lft,rgt\n0,1,10\n10,2,9\n11,3,6\n13,4,5\n12,7,8\n");
+}
+
+TEST(Hierarchy, SubtreeQueriesOnFullAndCollapsedTables) {
+  for (bool ascending : {true, false}) {
+    // The same rows once in lft order, once added out of order.
+    std::shared_ptr<THierarchyData> h;
+    if (ascending) {
+      h = sample();
+    } else {
+      h = std::make_shared<THierarchyData>();
+      h->addRow(0, 1, 10);
+      h->addRow(12, 7, 8);
+      h->addRow(10, 2, 9);
+      h->addRow(13, 4, 5);
+      h->addRow(11, 3, 6);
+    }
+    EXPECT_EQ(h->getNidsBelowNid(0), (Ids{0, 10, 11, 13, 12}));
+    EXPECT_EQ(h->getNidsBelowNid(11), (Ids{11, 13}));
+    EXPECT_EQ(h->getNidsBelowNid(13), (Ids{13}));
+    EXPECT_TRUE(h->getNidsBelowNid(99).empty());
+  }
+  auto h = sample();
+  EXPECT_EQ(h->getNidsAboveNid(13), (Ids{13, 11, 10}));
+  EXPECT_EQ(h->getNidsAboveNid(11), (Ids{11, 10})) << "a child of the real root";
+  EXPECT_TRUE(h->getNidsAboveNid(0).empty());
+  EXPECT_TRUE(h->getNidsAboveNid(99).empty());
+
+  // A collapsed form keeps the numbers and drops rows: the folded node a
+  // answers alone.
+  auto collapsed = sample(false);
+  EXPECT_EQ(collapsed->getNidsBelowNid(11), (Ids{11}));
+  EXPECT_EQ(collapsed->getNidsBelowNid(0), (Ids{0, 10, 11, 12}));
+}
+
+TEST(Hierarchy, BelowNidsInOnePass) {
+  auto h = sample();
+  TIntegerSetData set;
+  set.add(0);
+  EXPECT_EQ(h->getNidsBelowNids(set), (Ids{10, 11, 13, 12})) << "all real nodes, not 0";
+  TIntegerSetData some;
+  some.add(11);
+  some.add(13);
+  EXPECT_EQ(h->getNidsBelowNids(some), (Ids{11, 13})) << "each once";
+  TIntegerSetData all;
+  all.m_ContainsAll = true;
+  EXPECT_EQ(h->getNidsBelowNids(all).size(), 4u);
+  EXPECT_TRUE(h->getNidsBelowNids(TIntegerSetData()).empty());
+}
+
+TEST(Edges, IndexesAndNeighbours) {
+  TEdgeData e;
+  e.addRow(100, 1, 2);
+  e.addRow(101, 1, 2);  // parallel
+  e.addRow(102, 2, 1);
+  e.addRow(103, 3, 3);  // self-edge
+  e.addRow(104, 1, 4);
+  uint32_t from = 9;
+  uint32_t to = 9;
+  bool found = true;
+  e.getFromToNidByEid(999, from, to, found);
+  EXPECT_EQ(std::make_tuple(from, to, found), std::make_tuple(0u, 0u, false));
+  e.getFromToNidByEid(102, from, to, found);
+  EXPECT_EQ(std::make_tuple(from, to, found), std::make_tuple(2u, 1u, true));
+
+  TIntegerSetData selection;
+  for (uint32_t eid : {100, 102, 103, 104}) selection.add(eid);
+  TIntegerSetData nodes;
+  TIntegerSetData edges;
+  e.addForwardNeighbours(1, selection, nodes, &edges);
+  EXPECT_EQ(nodes.m_Set, (TIdSet{2, 4}));
+  EXPECT_EQ(edges.m_Set, (TIdSet{100, 104})) << "101 is not selected";
+  TIntegerSetData back;
+  e.addBackwardNeighbours(1, selection, back, nullptr);
+  EXPECT_EQ(back.m_Set, (TIdSet{2}));
+  TIntegerSetData self;
+  e.addForwardNeighbours(3, selection, self, nullptr);
+  EXPECT_EQ(self.m_Set, (TIdSet{3}));
+  std::vector<uint32_t> rows;
+  e.forEachForwardRow(1, [&](uint32_t r) { rows.push_back(r); });
+  EXPECT_EQ(rows, (std::vector<uint32_t>{0, 1, 4}));
+}
+
+TEST(Edges, CollapsedRecordsAndAggLft) {
+  TEdgeCollapsedData d;
+  d.addEdge(1, 3, 7);
+  d.addEdge(2, 7, 3);
+  d.addEdge(3, 5, 5);
+  d.addEdge(4, 3, 7);
+  ASSERT_EQ(d.getRecordCount(), 2u);
+  const auto& r = d.getRecord(3, 7);
+  EXPECT_EQ(r.forward, (TIdSet{1, 4}));
+  EXPECT_EQ(r.backward, (TIdSet{2})) << "swapped ends land in one record";
+  bool found = true;
+  EXPECT_TRUE(d.getForwardEids(7, 3, found).empty());
+  EXPECT_FALSE(found) << "the pair is not reordered";
+  EXPECT_EQ(d.getRecord(5, 5).forward, (TIdSet{3})) << "equal ends are forward";
+  EXPECT_EQ(errorOf([&] { d.getRecord(1, 2); }), "TEdgeCollapsedData: cannot find pair");
+
+  TIntegerPairSetData pairs;
+  d.addLftPairsOfEid(2, pairs);
+  d.addLftPairsOfEid(4, pairs);
+  d.addLftPairsOfEid(99, pairs);
+  EXPECT_EQ(pairs.m_Set.size(), 1u);
+  using P = TEdgeCollapsedData::Pair;
+  EXPECT_EQ(d.getPairsOfSource(3), (std::vector<P>{{3, 7}}));
+  EXPECT_EQ(d.getPairsOfSource(7), (std::vector<P>{{3, 7}}));
+  EXPECT_EQ(d.getPairsOfTarget(5), (std::vector<P>{{5, 5}}));
+  EXPECT_EQ(d.toString(), "#items: 2:\nsmallerlft,largerlft,#forward,#backward\n3,7,2,1\n5,5,1,0\n\n");
+
+  TAggLftData agg;
+  agg.addRow(4, 3);
+  EXPECT_EQ(agg.getAggLftByLft(4, found), 3u);
+  EXPECT_EQ(agg.getAggLftByLft(5, found), 0u);
+  EXPECT_FALSE(found);
+  agg.m_Rows[0].second = 2;
+  agg.rebuildIndex();
+  EXPECT_EQ(agg.getAggLftByLft(4, found), 2u);
+}
+
+TEST(Edges, HashIndexStaysWithinLoadFactorOne) {
+  TIdHashMap<uint32_t> map;
+  for (uint32_t i = 0; i < 100000; ++i) {
+    map.assign(i * 1024u, i);
+    ASSERT_LE(map.loadFactor(), 1.0f);
+  }
+  EXPECT_EQ(*map.find(1024u * 777u), 777u);
+  EXPECT_EQ(map.find(1), nullptr);
+}

@@ -1,0 +1,112 @@
+"""Values, columns and hierarchies as scripts see them: tuples for lookups,
+sequences of node ids."""
+import unittest
+
+from MQuorvel import (TBoolAttributeData, TDataArray, TEdgeCollapsedData, TEdgeData, THierarchyData,
+                      TIntegerAttributeData, TIntegerData, TIntegerSetData, TMapStringToIntegerData,
+                      TPythonData, TStringAttributeData, TStringData, TStringDataArray, TVariantAttributeData,
+                      TIntDataSource, TAbstractIdentityProcessor, TFlowManager)
+
+
+class ValuesTest(unittest.TestCase):
+    def test_lookups_give_found_flags(self):
+        m = TMapStringToIntegerData()
+        self.assertEqual(m.get("x"), (0, False))
+        m.put("x", 0)
+        self.assertEqual(m.get("x"), (0, True))
+        a = TDataArray()
+        a.add(TStringData("k"))
+        item, found = a.getItemByKey("k")
+        self.assertTrue(found)
+        self.assertEqual(item.getValue(), "k")
+        self.assertEqual(a.getItemByIndex(1), (None, False))
+        with self.assertRaisesRegex(RuntimeError, "^Key not found$"):
+            a.getIndexByKey("nothing")
+
+    def test_columns(self):
+        c = TIntegerAttributeData("n")
+        self.assertEqual(c.getValueById(1), (0, False))
+        c.addRow(1, 0)
+        c.addRow(2, 7)
+        self.assertEqual(c.getValueById(1), (0, True))
+        self.assertEqual(c.getStringValueById(2), ("7", True))
+        self.assertEqual(c.getUniqueValues(), {0: 1, 7: 2})
+        ids = [2, 3, 1]
+        c.stable_sort(ids, True)
+        self.assertEqual(ids, [3, 1, 2])
+        b = TBoolAttributeData("collapsed")
+        b.addRow(5, True)
+        self.assertEqual(b.getRow(0), (5, True))
+        self.assertEqual(b.getStringValueById(5), ("True", True))
+        clone = b.clone()
+        self.assertEqual(clone.m_DataId, b.m_DataId)
+        v = TVariantAttributeData("size")
+        for nid, value in ((1, 1), (2, 2.5), (3, None), (4, "n/a")):
+            v.addRow(nid, value)
+        self.assertEqual(v.getRowCount(), 3, "None adds no row")
+        s = v.convertToSpecific()
+        self.assertIsInstance(s, TStringAttributeData)
+        self.assertEqual(s.getValueById(1), ("1", True))
+        self.assertIsNone(TVariantAttributeData("empty").convertToSpecific())
+
+    def test_hierarchy_and_edges(self):
+        h = THierarchyData("hierarchy 1")
+        for row in ((0, 1, 8), (10, 2, 7), (11, 3, 4), (12, 5, 6)):
+            h.addRow(*row)
+        self.assertEqual(list(h.getNidsBelowNid(10)), [10, 11, 12])
+        self.assertEqual(list(h.getNidsAboveNid(12)), [12, 10])
+        self.assertEqual(h.getRowByNid(99), (0, False))
+        self.assertEqual(h.getAllByRow(0), (0, 1, 8))
+        self.assertIsNone(h.getAllByRow(4))
+        sel = TIntegerSetData()
+        sel.add(0)
+        self.assertEqual(list(h.getNidsBelowNids(sel)), [10, 11, 12])
+        e = TEdgeData()
+        e.addRow(100, 11, 12)
+        self.assertEqual(e.getFromToNidByEid(100), (11, 12, True))
+        self.assertEqual(e.getFromToNidByEid(5), (0, 0, False))
+        edges = TIntegerSetData()
+        edges.add(100)
+        nodes = TIntegerSetData()
+        e.addForwardNeighbours(11, edges, nodes)
+        self.assertEqual(list(nodes.m_Set), [12])
+        d = TEdgeCollapsedData()
+        d.addEdge(100, 5, 3)
+        self.assertEqual(d.getBackwardEids(3, 5), ({100}, True))
+        self.assertEqual(d.getForwardEids(5, 3), (set(), False))
+
+    def test_text_forms_and_sets(self):
+        s = TIntegerSetData("all nodes")
+        for nid in (3, 1, 2):
+            s.add(nid)
+        self.assertEqual(s.stringify(), "1 2 3 ")
+        self.assertEqual(len(s.m_Set), 3)
+        self.assertIn(2, s.m_Set)
+        arr = TStringDataArray()
+        arr.unstringify("node\\attributes b")
+        self.assertEqual(arr.getItemByIndex(0)[0].getValue(), "node attributes")
+        p = TPythonData({"pass": 2})
+        self.assertEqual(p.stringify(), "{'pass': 2}")
+        q = TPythonData()
+        q.unstringify("[1, (2, 'x')]")
+        self.assertEqual(q.getValue(), [1, (2, "x")])
+        with self.assertRaises(RuntimeError):
+            TIntegerData().unstringify("12x")
+
+    def test_sources(self):
+        fm = TFlowManager(True)
+        fm.postCreate(fm)
+        src = fm.constructProcessor(TIntDataSource)
+        self.assertIsNone(src.getData())
+        src.ensureDataExists()
+        self.assertEqual(src.getData().getValue(), 0)
+        port = fm.constructProcessor(TAbstractIdentityProcessor)
+        port.getOnlyInputPin().m_Name = "x"
+        self.assertEqual(port.getData().getValue(), "x|out")
+        fm.addProcessor(port)
+        self.assertIs(fm.getIdentityProcessorByInputName("x"), port)
+        fm.destroy()
+
+
+if __name__ == "__main__":
+    unittest.main()
