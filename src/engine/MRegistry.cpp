@@ -1,6 +1,8 @@
 #include "MRegistry.h"
 
+#include "analysis/MMainBox.h"
 #include "data/MHierarchy.h"
+#include "engine/MHookProcessor.h"
 #include "data/MValues.h"
 #include "engine/MSources.h"
 
@@ -66,6 +68,9 @@ void registerCoreClasses() {
   registerValueClasses();
   registerStructureClasses();
   registerSourceClasses();
+  TProcessorRegistry::instance().add<THookProcessorCpp>();
+  TProcessorRegistry::instance().add<THookProcessor>();
+  registerMainBox();
 }
 
 bool canConnect(const TAbstractPin& a, const TAbstractPin& b) {

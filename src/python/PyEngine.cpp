@@ -3,6 +3,8 @@
 #include "PyEngine.h"
 
 #include "engine/MFlowManager.h"
+#include "engine/MHookProcessor.h"
+#include "engine/MLibrary.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
 #include "engine/MRegistry.h"
@@ -43,6 +45,18 @@ py::handle lastArg(const py::args& args, size_t expected) {
   if (args.size() != expected && args.size() != expected + 1)
     throw py::type_error("wrong number of arguments");
   return args[args.size() - 1];
+}
+
+py::object newObjectsToList(const std::optional<std::vector<std::shared_ptr<TFlowObject>>>& objs) {
+  if (!objs) return py::none();
+  py::list out;
+  for (const auto& o : *objs) {
+    if (auto box = std::dynamic_pointer_cast<TAbstractBox>(o))
+      out.append(py::cast(box));
+    else
+      out.append(py::cast(std::static_pointer_cast<TAbstractProcessor>(o)));
+  }
+  return out;
 }
 
 TProcessorFactory factoryFromScript(py::object ctor) {
@@ -236,7 +250,55 @@ void bindEngine(py::module_& m) {
              if (py::isinstance<py::str>(ctor)) return fm.constructProcessor(ctor.cast<std::string>());
              return fm.constructProcessor(factoryFromScript(ctor));
            })
-      .def("destroyObject", &TFlowManager::destroyObject);
+      .def("destroyObject", &TFlowManager::destroyObject)
+      .def("store",
+           [](TFlowManager& fm, py::object boxes, const std::string& filename) {
+             std::vector<TBoxPtr> list;
+             if (py::isinstance<py::list>(boxes) || py::isinstance<py::tuple>(boxes))
+               list = boxes.cast<std::vector<TBoxPtr>>();
+             else
+               list.push_back(boxes.cast<TBoxPtr>());
+             fm.store(list, filename);
+           })
+      .def("load",
+           [](TFlowManager& fm, const TBoxPtr& topbox, const std::string& filename) {
+             return newObjectsToList(fm.load(topbox, filename));
+           })
+      .def("copy", [](TFlowManager& fm, const std::shared_ptr<TFlowObject>& obj) { fm.copy(obj); })
+      .def(
+          "paste",
+          [](TFlowManager& fm, const std::shared_ptr<TFlowObject>& obj, std::optional<TVector2> pos) {
+            return newObjectsToList(fm.paste(obj, pos));
+          },
+          py::arg("obj"), py::arg("pos") = py::none());
+
+  py::class_<THookProcessorCpp, TAbstractProcessor, std::shared_ptr<THookProcessorCpp>>(m, "THookProcessorCpp")
+      .def(py::init<>());
+  py::class_<THookProcessor, THookProcessorCpp, std::shared_ptr<THookProcessor>>(m, "THookProcessor")
+      .def(py::init<>())
+      .def_readwrite("hookfunc", &THookProcessor::hookfunc)
+      .def("setHook", &THookProcessor::setHook)
+      .def("process_python", &THookProcessor::process_python);
+
+  // The library and instantiation of its boxes.
+  m.def("buildLibrary", [](TFlowManager& lib) { buildLibrary(lib); });
+  m.def(
+      "loadLibrary", [](TFlowManager& lib, const std::string& f) { return loadLibrary(lib, f); }, py::arg("lib"),
+      py::arg("filename") = "library");
+  m.def("setUpNetworks", &setUpNetworks, py::arg("libraryfile") = "library");
+  m.def(
+      "instantiateLibBox",
+      [](const std::string& name, py::object options) {
+        TInstantiateOptions o;
+        if (!options.is_none()) {
+          py::dict d = options.cast<py::dict>();
+          if (d.contains("assign")) o.assign = d["assign"].cast<std::vector<std::pair<std::string, std::string>>>();
+          if (d.contains("rename")) o.rename = d["rename"].cast<std::vector<std::pair<std::string, std::string>>>();
+        }
+        return instantiateLibBox(name, o);
+      },
+      py::arg("name"), py::arg("options") = py::none());
+  m.def("getFreeGuiTitle", &getFreeGuiTitle);
 
   m.def("doflow", [](TCppFlowManager& fm) { return doflow(fm); });
   m.def(

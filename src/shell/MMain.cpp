@@ -7,6 +7,7 @@
 #include <ctime>
 #include <iostream>
 
+#include "engine/MLibrary.h"
 #include "engine/MMediator.h"
 #include "engine/MOptions.h"
 #include "engine/MPython.h"
@@ -53,8 +54,11 @@ void run2(const std::vector<std::string>& args) {
   }
 
   logDebug("Initializing UI...");
+  // What the main window does first that needs no window: the library and
+  // the running network.
+  setUpNetworks("library");
   const std::string note =
-      "The main window is not part of this build yet: start-up stops after the options were read.";
+      "The main window is not part of this build yet: start-up stops after the library was read.";
   logInfo(note);
   std::cout << note << std::endl;
   if (options.run) {

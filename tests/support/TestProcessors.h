@@ -5,6 +5,7 @@
 #include <string>
 
 #include "engine/MFlowManager.h"
+#include "engine/MRegistry.h"
 
 namespace quorvel::test {
 
@@ -52,8 +53,13 @@ class TSource : public TAbstractProcessor {
   void process() override {}
 };
 
-// Builds managers and processors with less ceremony.
+// Builds managers and processors with less ceremony; the test processors are
+// known to the registry, so flow files can hold them.
 struct Net {
+  Net() {
+    TProcessorRegistry::instance().add<TRelay>();
+    TProcessorRegistry::instance().add<TSource>();
+  }
   std::shared_ptr<TFlowManager> fm = makeFlowManager(true);
   ~Net() { fm->destroy(); }
   template <class T>

@@ -1,0 +1,125 @@
+#include "MLibrary.h"
+
+#include <iostream>
+
+#include "data/MValues.h"
+#include "engine/MMediator.h"
+#include "engine/MPython.h"
+#include "engine/MSources.h"
+
+namespace quorvel {
+
+TLibraryRegistry& TLibraryRegistry::instance() {
+  static TLibraryRegistry registry;
+  return registry;
+}
+
+void TLibraryRegistry::add(const std::string& boxtype, TLibraryBuilder builder) {
+  for (auto& entry : m_Builders) {
+    if (entry.first == boxtype) {
+      entry.second = std::move(builder);
+      return;
+    }
+  }
+  m_Builders.emplace_back(boxtype, std::move(builder));
+}
+
+void buildLibrary(TFlowManager& lib) {
+  for (const auto& [type, builder] : TLibraryRegistry::instance().builders()) builder(lib);
+}
+
+bool loadLibrary(TFlowManager& lib, const std::string& filename) {
+  try {
+    if (!lib.load(lib.selfPtr(), filename)) throw TFlowError("No such file: '" + filename + "'");
+    return true;
+  } catch (...) {
+    const TExceptionText info = describeException(std::current_exception());
+    logError("Error while loading '" + filename + "'\n" + info.traceback);
+    lib.destroy();
+    return false;
+  }
+}
+
+void setUpNetworks(const std::string& libraryFile) {
+  logDebug("Reading library...");
+  me.flowlib = makeFlowManager(false);
+  loadLibrary(*me.flowlib, libraryFile);
+  me.flowlayout = makeFlowManager(true);
+}
+
+TBoxPtr instantiateLibBox(const std::string& name, const TInstantiateOptions& options) {
+  me.manualupdate = false;
+  if (!me.flowlib || !me.flowlayout) throw TFlowError("The flow networks are not set up");
+  TBoxPtr box = me.flowlib->getBoxByType(name);
+  if (!box) throw TFlowError("Cannot find box by name '" + name + "'");
+  me.flowlib->copy(box);
+  auto newobjs = me.flowlayout->paste(me.flowlayout);
+  auto made = newobjs ? std::dynamic_pointer_cast<TAbstractBox>(newobjs->front()) : nullptr;
+  if (!made) throw TFlowError("Not a box");
+  for (const auto& [from, to] : options.rename) {
+    if (TProcessorPtr port = made->getIdentityProcessorByInputName(from))
+      port->getOnlyInputPin()->m_Name = to;
+    else
+      std::cout << "rename: could not find pin with name '" << from << "'" << std::endl;
+  }
+  for (const auto& [port, value] : options.assign) {
+    const std::string text = port == "gui title" ? getFreeGuiTitle(value) : value;
+    if (TProcessorPtr p = made->getIdentityProcessorByInputName(port))
+      p->getOnlyInputPin()->setData(std::make_shared<TStringData>(text));
+    else
+      std::cout << "assign: could not find pin with name '" << port << "'" << std::endl;
+  }
+  me.flowlayout->autoconnect();
+  return made;
+}
+
+std::string getFreeGuiTitle(const std::string& text) {
+  std::vector<std::string> titles;
+  if (me.flowlayout) {
+    for (const auto& box : me.flowlayout->m_Children) {
+      TProcessorPtr port = box->getIdentityProcessorByInputName("gui title");
+      if (!port || port->m_OutputPins.empty()) continue;
+      // The title stands on the output pin once the port ran, and on the
+      // input pin right after an assign.
+      TDataPtr value = port->m_OutputPins[0]->getData();
+      if (!value) value = port->m_InputPins[0]->getData();
+      if (value) titles.push_back(value->toString());
+    }
+  }
+  auto taken = [&titles](const std::string& t) { return std::find(titles.begin(), titles.end(), t) != titles.end(); };
+  if (!taken(text)) return text;
+  for (int i = 1;; ++i) {
+    std::string candidate = text + " (" + std::to_string(i) + ")";
+    if (!taken(candidate)) return candidate;
+  }
+}
+
+std::shared_ptr<TAbstractProcessor> addPort(TFlowManager& lib, const TBoxPtr& box, const std::string& name, float x,
+                                            float y) {
+  auto port = lib.constructProcessor<TAbstractIdentityProcessor>();
+  port->m_InputPin->m_Name = name;
+  port->m_OutputPin->m_Name = name;
+  port->m_Area = TBox(x, y, x + 80.0f, y + 20.0f);
+  box->addProcessor(port);
+  return port;
+}
+
+std::shared_ptr<TAbstractProcessor> addNamed(TFlowManager& lib, const TBoxPtr& box, const std::string& classname,
+                                             const std::string& keyname, float x, float y) {
+  TProcessorPtr p = lib.constructProcessor(classname);
+  p->m_KeyName = keyname;
+  p->m_Area = TBox(x, y, x + 80.0f, y + 20.0f);
+  box->addProcessor(p);
+  return p;
+}
+
+void wire(const TBoxPtr& box, const TProcessorPtr& from, const std::string& outpin, const TProcessorPtr& to,
+          const std::string& inpin) {
+  TPinPtr out = from->getOutputPinByName(outpin);
+  TPinPtr in = to->getInputPinByName(inpin);
+  if (!out) throw TFlowError("wire(): " + from->getClassName() + " has no output pin '" + outpin + "'");
+  if (!in) throw TFlowError("wire(): " + to->getClassName() + " has no input pin '" + inpin + "'");
+  box->createConnection(out, in);
+}
+
+}  // namespace quorvel
