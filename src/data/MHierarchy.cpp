@@ -129,12 +129,10 @@ std::string THierarchyData::toString() const {
 
 void TEdgeData::link(TIdHashMap<Ends>& lists, std::vector<uint32_t>& next, uint32_t nid, uint32_t row) {
   next.push_back(kEnd);
-  if (Ends* ends = lists.find(nid)) {
-    next[ends->tail] = row;
-    ends->tail = row;
-  } else {
-    lists.assign(nid, Ends{row, row});
-  }
+  Ends& ends = lists.findOrInsert(nid, Ends{row, row});
+  if (ends.head == row) return;  // a new list
+  next[ends.tail] = row;
+  ends.tail = row;
 }
 
 void TEdgeData::addRow(uint32_t eid, uint32_t fromnid, uint32_t tonid) {
@@ -145,11 +143,13 @@ void TEdgeData::addRow(uint32_t eid, uint32_t fromnid, uint32_t tonid) {
   link(m_Backward, m_NextBackward, tonid, row);
 }
 
-void TEdgeData::reserve(size_t n) {
+void TEdgeData::reserve(size_t n, size_t nodes) {
   m_Rows.reserve(n);
   m_EidIndex.reserve(n);
   m_NextForward.reserve(n);
   m_NextBackward.reserve(n);
+  m_Forward.reserve(std::min(n, nodes));
+  m_Backward.reserve(std::min(n, nodes));
 }
 
 void TEdgeData::rebuildIndex() {

@@ -77,7 +77,8 @@ class TEdgeData : public TAbstractData {
   std::vector<TEdgeRow> m_Rows;
 
   void addRow(uint32_t eid, uint32_t fromnid, uint32_t tonid);
-  void reserve(size_t n);
+  // Room for n edges between about `nodes` nodes.
+  void reserve(size_t n, size_t nodes = 0);
   size_t getRowCount() const { return m_Rows.size(); }
   // 0, 0 and found false for an unknown edge.
   void getFromToNidByEid(uint32_t eid, uint32_t& fromnid, uint32_t& tonid, bool& found) const;

@@ -70,16 +70,48 @@ const TDbValue& TDbRow::operator[](const std::string& name) const {
 }
 
 // ---------------------------------------------------------------------------
+// TConnection
+
+TConnection::~TConnection() {
+  for (auto& [query, stmts] : cache)
+    for (sqlite3_stmt* stmt : stmts) sqlite3_finalize(stmt);
+  sqlite3_close_v2(db);
+}
+
+sqlite3_stmt* TConnection::take(const std::string& query) {
+  auto it = cache.find(query);
+  if (it == cache.end() || it->second.empty()) return nullptr;
+  sqlite3_stmt* stmt = it->second.back();
+  it->second.pop_back();
+  --cached;
+  return stmt;
+}
+
+void TConnection::giveBack(const std::string& query, sqlite3_stmt* stmt) {
+  // A small cache, as the usual binding keeps: statements run again and again
+  // (the loader's per-node query, the flow file inserts) skip preparing.
+  if (cached >= 128) {
+    sqlite3_finalize(stmt);
+    return;
+  }
+  sqlite3_reset(stmt);
+  sqlite3_clear_bindings(stmt);
+  cache[query].push_back(stmt);
+  ++cached;
+}
+
+// ---------------------------------------------------------------------------
 // TCursor
 
-TCursor::TCursor(std::shared_ptr<sqlite3> db, sqlite3_stmt* stmt) : m_Db(std::move(db)), m_Stmt(stmt) {
+TCursor::TCursor(std::shared_ptr<TConnection> connection, std::string query, sqlite3_stmt* stmt)
+    : m_Connection(std::move(connection)), m_Query(std::move(query)), m_Stmt(stmt) {
   auto names = std::make_shared<std::vector<std::string>>();
   const int n = sqlite3_column_count(m_Stmt);
   for (int i = 0; i < n; ++i) names->push_back(sqlite3_column_name(m_Stmt, i));
   m_Names = std::move(names);
 }
 
-TCursor::~TCursor() { sqlite3_finalize(m_Stmt); }
+TCursor::~TCursor() { m_Connection->giveBack(m_Query, m_Stmt); }
 
 void TCursor::start() {
   const int rc = sqlite3_step(m_Stmt);
@@ -89,7 +121,7 @@ void TCursor::start() {
     m_Done = true;
   } else {
     m_Done = true;
-    fail(m_Db.get());
+    fail(m_Connection->db);
   }
 }
 
@@ -102,7 +134,7 @@ bool TCursor::step() {
   const int rc = sqlite3_step(m_Stmt);
   if (rc == SQLITE_ROW) return true;
   m_Done = true;
-  if (rc != SQLITE_DONE) fail(m_Db.get());
+  if (rc != SQLITE_DONE) fail(m_Connection->db);
   return false;
 }
 
@@ -111,6 +143,17 @@ int TCursor::columnCount() const { return static_cast<int>(m_Names->size()); }
 bool TCursor::columnIsNull(int i) const { return sqlite3_column_type(m_Stmt, i) == SQLITE_NULL; }
 
 int64_t TCursor::columnInt(int i) const { return sqlite3_column_int64(m_Stmt, i); }
+
+double TCursor::columnDouble(int i) const { return sqlite3_column_double(m_Stmt, i); }
+
+int TCursor::columnType(int i) const { return sqlite3_column_type(m_Stmt, i); }
+
+std::string_view TCursor::columnBytes(int i) const {
+  const void* p = sqlite3_column_type(m_Stmt, i) == SQLITE_BLOB ? sqlite3_column_blob(m_Stmt, i)
+                                                                 : static_cast<const void*>(sqlite3_column_text(m_Stmt, i));
+  const int n = sqlite3_column_bytes(m_Stmt, i);
+  return p ? std::string_view(static_cast<const char*>(p), static_cast<size_t>(n)) : std::string_view();
+}
 
 TDbValue TCursor::column(int i) const {
   switch (sqlite3_column_type(m_Stmt, i)) {
@@ -149,11 +192,12 @@ std::vector<TDbRow> TCursor::fetchall() {
 // TDatabase
 
 TDatabase::TDatabase(const std::string& filename) : m_Filename(filename) {
-  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+  // One connection, used from one thread: no locking inside SQLite.
+  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   if (filename != ":memory:") {
     std::error_code ec;
     if (std::filesystem::exists(filename, ec) && ::access(filename.c_str(), W_OK) != 0) {
-      flags = SQLITE_OPEN_READONLY;
+      flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
       m_ReadOnly = true;
     }
   }
@@ -164,7 +208,7 @@ TDatabase::TDatabase(const std::string& filename) : m_Filename(filename) {
     sqlite3_close_v2(raw);
     throw TSqliteError(text);
   }
-  m_Db = std::shared_ptr<sqlite3>(raw, [](sqlite3* db) { sqlite3_close_v2(db); });
+  m_Db = std::make_shared<TConnection>(raw);
   if (sqlite3_db_readonly(raw, "main") == 1) m_ReadOnly = true;
   for (const char* pragma : {"PRAGMA journal_mode = OFF", "PRAGMA synchronous = 0", "PRAGMA temp_store = 2"})
     execute2(pragma);
@@ -174,21 +218,23 @@ TDatabase::~TDatabase() = default;
 
 TCursorPtr TDatabase::prepare(const std::string& query, const TDbParams& param) {
   if (!m_Db) throw TSqliteError("Cannot operate on a closed database.");
-  sqlite3_stmt* stmt = nullptr;
-  const char* tail = nullptr;
-  if (sqlite3_prepare_v2(m_Db.get(), query.c_str(), static_cast<int>(query.size()), &stmt, &tail) != SQLITE_OK)
-    fail(m_Db.get());
+  sqlite3* db = m_Db->db;
+  sqlite3_stmt* stmt = m_Db->take(query);
   if (!stmt) {
-    // Only white space or a comment: nothing to run.
-    sqlite3_prepare_v2(m_Db.get(), "SELECT 1 WHERE 0", -1, &stmt, nullptr);
+    const char* tail = nullptr;
+    if (sqlite3_prepare_v2(db, query.c_str(), static_cast<int>(query.size()), &stmt, &tail) != SQLITE_OK) fail(db);
+    if (!stmt) {
+      // Only white space or a comment: nothing to run.
+      sqlite3_prepare_v2(db, "SELECT 1 WHERE 0", -1, &stmt, nullptr);
+    }
   }
-  auto cursor = std::make_shared<TCursor>(m_Db, stmt);
+  auto cursor = std::make_shared<TCursor>(m_Db, query, stmt);
   if (static_cast<int>(param.size()) != sqlite3_bind_parameter_count(stmt)) {
     throw TSqliteError("Incorrect number of bindings supplied. The current statement uses " +
                        std::to_string(sqlite3_bind_parameter_count(stmt)) + ", and there are " +
                        std::to_string(param.size()) + " supplied.");
   }
-  for (size_t i = 0; i < param.size(); ++i) bindValue(m_Db.get(), stmt, static_cast<int>(i + 1), param[i]);
+  for (size_t i = 0; i < param.size(); ++i) bindValue(db, stmt, static_cast<int>(i + 1), param[i]);
   return cursor;
 }
 
@@ -198,8 +244,8 @@ void TDatabase::beginIfWriting(const std::string& query) {
   static const char* kWriting[] = {"INSERT", "UPDATE", "DELETE", "REPLACE"};
   const std::string word = upperFirstWord(query);
   if (std::find(std::begin(kWriting), std::end(kWriting), word) == std::end(kWriting)) return;
-  if (sqlite3_get_autocommit(m_Db.get())) {
-    if (sqlite3_exec(m_Db.get(), "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) fail(m_Db.get());
+  if (sqlite3_get_autocommit(m_Db->db)) {
+    if (sqlite3_exec(m_Db->db, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK) fail(m_Db->db);
   }
 }
 
@@ -255,7 +301,7 @@ void TDatabase::executescript(const std::string& script) {
   if (!m_Db) throw TSqliteError("Cannot operate on a closed database.");
   commit();
   char* error = nullptr;
-  if (sqlite3_exec(m_Db.get(), script.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
+  if (sqlite3_exec(m_Db->db, script.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
     const std::string text = error ? error : "executescript failed";
     sqlite3_free(error);
     throw TSqliteError(text);
@@ -264,8 +310,8 @@ void TDatabase::executescript(const std::string& script) {
 
 void TDatabase::commit() {
   if (!m_Db) return;
-  if (!sqlite3_get_autocommit(m_Db.get())) {
-    if (sqlite3_exec(m_Db.get(), "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) fail(m_Db.get());
+  if (!sqlite3_get_autocommit(m_Db->db)) {
+    if (sqlite3_exec(m_Db->db, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) fail(m_Db->db);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -63,11 +64,23 @@ class TDbRow {
 
 class TDatabase;
 
+// A connection with a cache of prepared statements, shared by the database
+// and its open cursors; the last one to go closes it.
+struct TConnection {
+  explicit TConnection(sqlite3* db) : db(db) {}
+  ~TConnection();
+  sqlite3_stmt* take(const std::string& query);
+  void giveBack(const std::string& query, sqlite3_stmt* stmt);
+  sqlite3* db;
+  std::map<std::string, std::vector<sqlite3_stmt*>> cache;
+  size_t cached = 0;
+};
+
 // The result of a statement: rows are stepped out of SQLite as they are
 // read, so a large table streams.
 class TCursor {
  public:
-  TCursor(std::shared_ptr<sqlite3> db, sqlite3_stmt* stmt);
+  TCursor(std::shared_ptr<TConnection> connection, std::string query, sqlite3_stmt* stmt);
   ~TCursor();
   TCursor(const TCursor&) = delete;
   TCursor& operator=(const TCursor&) = delete;
@@ -83,12 +96,18 @@ class TCursor {
   TDbValue column(int i) const;
   bool columnIsNull(int i) const;
   int64_t columnInt(int i) const;
+  double columnDouble(int i) const;
+  // SQLITE_INTEGER, SQLITE_FLOAT, SQLITE_TEXT, SQLITE_BLOB or SQLITE_NULL.
+  int columnType(int i) const;
+  // The bytes of a text or blob column, valid until the next step.
+  std::string_view columnBytes(int i) const;
 
   // Runs the first step; a statement without a result set runs to its end.
   void start();
 
  private:
-  std::shared_ptr<sqlite3> m_Db;
+  std::shared_ptr<TConnection> m_Connection;
+  std::string m_Query;
   sqlite3_stmt* m_Stmt;
   std::shared_ptr<const std::vector<std::string>> m_Names;
   // A row was stepped to and not yet handed out.
@@ -142,7 +161,7 @@ class TDatabase {
   TCursorPtr measured(const std::string& query, bool showplan, bool allowfail,
                       const std::function<TCursorPtr()>& run);
 
-  std::shared_ptr<sqlite3> m_Db;
+  std::shared_ptr<TConnection> m_Db;
   std::string m_Filename;
   bool m_ReadOnly = false;
 };

@@ -1,7 +1,9 @@
 #include "MRegistry.h"
 
 #include "analysis/MMainBox.h"
+#include "data/MColorMap.h"
 #include "data/MHierarchy.h"
+#include "dataset/MDatasetLoader.h"
 #include "engine/MHookProcessor.h"
 #include "data/MValues.h"
 #include "engine/MSources.h"
@@ -68,6 +70,8 @@ void registerCoreClasses() {
   registerValueClasses();
   registerStructureClasses();
   registerSourceClasses();
+  registerColorMapClasses();
+  registerDatasetProcessors();
   TProcessorRegistry::instance().add<THookProcessorCpp>();
   TProcessorRegistry::instance().add<THookProcessor>();
   registerMainBox();

@@ -11,13 +11,37 @@
 #include <cstdint>
 #include <vector>
 
+#include "data/MColorMap.h"
+#include "engine/MFlowObjects.h"
 #include "engine/MPyRef.h"
+
+namespace quorvel::py_bindings {
+// True for objects of a class derived in a script.
+bool isScriptData(const TAbstractData* d);
+bool isScriptColorMap(const TColorMap* m);
+
+// A pointer that keeps the script side of the object alive for as long as
+// C++ holds it, and lets it go with the last C++ holder.
+template <class T>
+std::shared_ptr<T> keepScriptSide(std::shared_ptr<T> holder, pybind11::handle script) {
+  T* raw = holder.get();
+  TPyRef ref = TPyRef::borrow(script.ptr());
+  return std::shared_ptr<T>(raw, [h = std::move(holder), ref = std::move(ref)](T*) mutable {
+    if (Py_IsInitialized()) {
+      pybind11::gil_scoped_acquire gil;
+      ref.reset();
+      h.reset();
+    }
+  });
+}
+}  // namespace quorvel::py_bindings
 
 // Id vectors and id sets travel to scripts as sequences over the C++
 // containers, without copying.
 PYBIND11_MAKE_OPAQUE(std::vector<uint32_t>)
 
-namespace pybind11::detail {
+PYBIND11_NAMESPACE_BEGIN(PYBIND11_NAMESPACE)
+PYBIND11_NAMESPACE_BEGIN(detail)
 
 // A script object held by the core is the script object itself.
 template <>
@@ -34,7 +58,31 @@ struct type_caster<quorvel::TPyRef> {
   }
 };
 
-}  // namespace pybind11::detail
+// Values and colour maps whose class a script derived travel into C++ with
+// their script side kept alive.
+template <class T, bool (*IsScript)(const T*)>
+class script_side_holder_caster : public copyable_holder_caster<T, std::shared_ptr<T>> {
+  using Base = copyable_holder_caster<T, std::shared_ptr<T>>;
+
+ public:
+  bool load(handle src, bool convert) {
+    if (!Base::load(src, convert)) return false;
+    if (this->holder && IsScript(this->holder.get()))
+      this->holder = quorvel::py_bindings::keepScriptSide(this->holder, src);
+    return true;
+  }
+};
+
+template <>
+class type_caster<std::shared_ptr<quorvel::TAbstractData>>
+    : public script_side_holder_caster<quorvel::TAbstractData, &quorvel::py_bindings::isScriptData> {};
+
+template <>
+class type_caster<std::shared_ptr<quorvel::TColorMap>>
+    : public script_side_holder_caster<quorvel::TColorMap, &quorvel::py_bindings::isScriptColorMap> {};
+
+PYBIND11_NAMESPACE_END(detail)
+PYBIND11_NAMESPACE_END(PYBIND11_NAMESPACE)
 
 namespace quorvel::py_bindings {
 

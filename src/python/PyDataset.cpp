@@ -1,10 +1,33 @@
 // Bindings of the database wrapper and of the dataset processors.
 #include "PyEngine.h"
+#include "data/MColorMap.h"
 #include "dataset/MDatabase.h"
+#include "dataset/MDatasetLoader.h"
+#include "dataset/MXmlReader.h"
 
 namespace quorvel::py_bindings {
 
 namespace {
+
+// Colour maps written in a script.
+class PyColorMap : public TColorMap {
+ public:
+  void getColor(float v, TVector4& color) override { PYBIND11_OVERRIDE_PURE(void, TColorMap, getColor, v, &color); }
+  void getColorForNominal(const std::string& text, TVector4& color) override {
+    {
+      py::gil_scoped_acquire gil;
+      py::function f = py::get_override(static_cast<const TColorMap*>(this), "getColorForNominal");
+      if (f) {
+        // The script writes into the caller's colour.
+        f(text, py::cast(&color, py::return_value_policy::reference));
+        return;
+      }
+    }
+    TColorMap::getColorForNominal(text, color);
+  }
+  std::string getName() override { PYBIND11_OVERRIDE_PURE(std::string, TColorMap, getName); }
+  bool acceptsNominalValues() override { PYBIND11_OVERRIDE(bool, TColorMap, acceptsNominalValues); }
+};
 
 py::object valueToPy(const TDbValue& v) {
   if (const auto* i = std::get_if<int64_t>(&v)) return py::int_(*i);
@@ -43,6 +66,8 @@ py::tuple rowToTuple(const TDbRow& row) {
 }
 
 }  // namespace
+
+bool isScriptColorMap(const TColorMap* m) { return dynamic_cast<const PyColorMap*>(m) != nullptr; }
 
 void bindDataset(py::module_& m) {
   static py::exception<TSqliteError> sqliteError(m, "TSqliteError", PyExc_RuntimeError);
@@ -133,6 +158,61 @@ void bindDataset(py::module_& m) {
           },
           py::arg("cursor").none(true), py::arg("data") = py::none(), py::arg("rowlens") = 0,
           py::arg("maxrow") = 30);
+
+  // -------------------------------------------------------------------------
+  // Colour maps
+  py::class_<TColorMap, PyColorMap, TColorMapPtr>(m, "TColorMap")
+      .def(py::init<>())
+      .def("getColor", &TColorMap::getColor)
+      .def("getColorForNominal", &TColorMap::getColorForNominal)
+      .def("getName", &TColorMap::getName)
+      .def("acceptsNominalValues", &TColorMap::acceptsNominalValues);
+  py::class_<TColorMap_GreenYellowRed, TColorMap, std::shared_ptr<TColorMap_GreenYellowRed>>(m, "TColorMap_GreenYellowRed")
+      .def(py::init<>());
+  py::class_<TColorMap_Rainbow, TColorMap, std::shared_ptr<TColorMap_Rainbow>>(m, "TColorMap_Rainbow").def(py::init<>());
+  py::class_<TColorMap_BlueYellow, TColorMap, std::shared_ptr<TColorMap_BlueYellow>>(m, "TColorMap_BlueYellow")
+      .def(py::init<>());
+  py::class_<TColorMap_Monochrome, TColorMap, std::shared_ptr<TColorMap_Monochrome>>(m, "TColorMap_Monochrome")
+      .def(py::init<>());
+  py::class_<TColorMap_TypeNames, TColorMap, std::shared_ptr<TColorMap_TypeNames>>(m, "TColorMap_TypeNames")
+      .def(py::init<>())
+      .def("getType", &TColorMap_TypeNames::getType)
+      .def("iterkeys", &TColorMap_TypeNames::iterkeys);
+  py::class_<TColorMapData, TAbstractData, std::shared_ptr<TColorMapData>>(m, "TColorMapData")
+      .def(py::init<const std::string&, TColorMapPtr>(), py::arg("name"), py::arg("map"))
+      .def(py::init<const std::string&, TColorMapPtr, float, float>(), py::arg("name"), py::arg("map"),
+           py::arg("clampminimum"), py::arg("clampmaximum"))
+      .def("getColorMap", &TColorMapData::getColorMap)
+      .def("getColor", &TColorMapData::getColor)
+      .def("getColorForNominal", &TColorMapData::getColorForNominal)
+      .def("acceptsNominalValues", &TColorMapData::acceptsNominalValues)
+      .def("getClampMinimum", &TColorMapData::getClampMinimum)
+      .def("getClampMaximum", &TColorMapData::getClampMaximum);
+  py::class_<TColormapRescaler, TAbstractProcessor, std::shared_ptr<TColormapRescaler>>(m, "TColormapRescaler")
+      .def(py::init<>());
+
+  // -------------------------------------------------------------------------
+  // Loaders
+#define QV_BIND_PROC(NAME, BASE) py::class_<NAME, BASE, std::shared_ptr<NAME>>(m, #NAME).def(py::init<>())
+  QV_BIND_PROC(TDatasetLoaderCpp, TAbstractProcessor);
+  QV_BIND_PROC(TDatasetLoader, TDatasetLoaderCpp)
+      .def("readDatabase", &TDatasetLoader::readDatabase)
+      .def("process_python", &TDatasetLoader::process_python);
+  QV_BIND_PROC(TDatabaseLoaderCpp, TAbstractProcessor);
+  QV_BIND_PROC(TDatabaseLoader, TDatabaseLoaderCpp).def("process_python", &TDatabaseLoader::process_python);
+  QV_BIND_PROC(TIconLoaderCpp, TAbstractProcessor);
+  QV_BIND_PROC(TIconLoader, TIconLoaderCpp)
+      .def_readwrite("initialized", &TIconLoader::initialized)
+      .def("beforeprocess_python", &TIconLoader::beforeprocess_python);
+  QV_BIND_PROC(TColorMapLoaderCpp, TAbstractProcessor);
+  QV_BIND_PROC(TColorMapLoader, TColorMapLoaderCpp)
+      .def("createImplementation_python", &TColorMapLoader::createImplementation_python);
+#undef QV_BIND_PROC
+
+  py::class_<TXmlReader>(m, "TXmlReader")
+      .def(py::init<std::string>(), py::arg("filename"))
+      .def("convertToDatabase", &TXmlReader::convertToDatabase)
+      .def("stopParsing", &TXmlReader::stopParsing);
 }
 
 }  // namespace quorvel::py_bindings

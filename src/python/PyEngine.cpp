@@ -70,6 +70,8 @@ TProcessorFactory factoryFromScript(py::object ctor) {
 
 }  // namespace
 
+bool isScriptData(const TAbstractData* d) { return dynamic_cast<const PyData*>(d) != nullptr; }
+
 TProcessorFactory scriptFactory(py::object ctor) { return factoryFromScript(std::move(ctor)); }
 
 void bindEngine(py::module_& m) {

@@ -93,6 +93,32 @@ class ValuesTest(unittest.TestCase):
         with self.assertRaises(RuntimeError):
             TIntegerData().unstringify("12x")
 
+    def test_script_values_keep_their_class_on_pins(self):
+        import gc
+        from MQuorvel import TAbstractData, TAbstractProcessor
+
+        class Tag(TAbstractData):
+            def __init__(self, text):
+                TAbstractData.__init__(self)
+                self.text = text
+
+            def toString(self):
+                return "tag " + self.text
+
+        class Holder(TAbstractProcessor):
+            def postCreate(self):
+                self.addOutputPin("TAbstractData", "out")
+
+        fm = TFlowManager(True)
+        fm.postCreate(fm)
+        holder = fm.constructProcessor(Holder)
+        fm.addProcessor(holder)
+        holder.getOnlyOutputPin().setData(Tag("x"))
+        gc.collect()
+        self.assertEqual(holder.getOnlyOutputPin().getData().toString(), "tag x")
+        self.assertEqual(holder.getOnlyOutputPin().getData().text, "x")
+        fm.destroy()
+
     def test_sources(self):
         fm = TFlowManager(True)
         fm.postCreate(fm)

@@ -1,0 +1,313 @@
+// Loading datasets: the numbering walk, attribute columns, selections, the
+// failure table, and both sample forms through BMain.
+#include <gtest/gtest.h>
+#include <pybind11/embed.h>
+#include <pybind11/stl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "data/MColorMap.h"
+#include "dataset/MDatasetLoader.h"
+#include "dataset/MXmlReader.h"
+#include "engine/MLibrary.h"
+#include "engine/MMediator.h"
+#include "support/TestHelpers.h"
+#include "support/TestProcessors.h"
+
+namespace py = pybind11;
+using namespace quorvel;
+using namespace quorvel::test;
+
+namespace {
+
+std::string sourceDir() { return std::getenv("QUORVEL_SOURCE_DIR"); }
+std::string binaryDir() { return std::getenv("QUORVEL_BINARY_DIR"); }
+
+// A dataset database with the given hierarchy links (hid, nid, parent or -1
+// for NULL, childorder).
+std::shared_ptr<TDatabase> datasetWith(const std::vector<std::array<int64_t, 4>>& links) {
+  auto db = std::make_shared<TDatabase>(":memory:");
+  TXmlReader::createDatasetTables(*db);
+  for (const auto& l : links)
+    db->execute("INSERT INTO hierarchy VALUES (?,?,?,?)",
+                {l[0], l[1], l[2] < 0 ? TDbValue{} : TDbValue{l[2]}, l[3]});
+  return db;
+}
+
+std::vector<THierarchyRow> rowsOf(TDatabase& db, size_t index = 0) {
+  auto array = readHierarchies(db);
+  return array->itemAs<THierarchyData>(index)->m_Rows;
+}
+
+// The dictionary text a loader failure carries.
+py::dict failureOf(const std::function<void()>& f) {
+  const std::string text = errorOf(f);
+  return py::module_::import("ast").attr("literal_eval")(text).cast<py::dict>();
+}
+
+struct LoadedDataset {
+  std::shared_ptr<TFlowManager> savedLib = me.flowlib;
+  std::shared_ptr<TFlowManager> savedLayout = me.flowlayout;
+  TBoxPtr main;
+  explicit LoadedDataset(const std::string& file) {
+    setUpNetworks(binaryDir() + "/bin/library");
+    main = instantiateLibBox("BMain", {{{"dataset filename", file}}, {}});
+    doflow(*me.flowlayout);
+  }
+  ~LoadedDataset() {
+    me.flowlayout->destroy();
+    me.flowlib->destroy();
+    me.flowlib = savedLib;
+    me.flowlayout = savedLayout;
+  }
+  template <class T>
+  std::shared_ptr<T> port(const std::string& name) {
+    TProcessorPtr p = main->getIdentityProcessorByInputName(name);
+    return p ? std::dynamic_pointer_cast<T>(p->getOnlyOutputPin()->getData()) : nullptr;
+  }
+};
+
+}  // namespace
+
+TEST(Loader, NumberingWalk) {
+  auto one = datasetWith({{1, 7, -1, 0}});
+  EXPECT_EQ(rowsOf(*one), (std::vector<THierarchyRow>{{0, 1, 4}, {7, 2, 3}}));
+  // r with children a and b, c below a; b's childorder is the smaller.
+  auto small = datasetWith({{1, 1, -1, 0}, {1, 2, 1, 2}, {1, 3, 1, 1}, {1, 4, 2, 1}, {1, 9, 77, 1}});
+  EXPECT_EQ(rowsOf(*small), (std::vector<THierarchyRow>{{0, 1, 10}, {1, 2, 9}, {3, 3, 4}, {2, 5, 8}, {4, 6, 7}}))
+      << "children in childorder; the unreachable node 9 is not read";
+  // Ties in childorder come in the order the database gives them.
+  auto ties = datasetWith({{1, 1, -1, 0}, {1, 5, 1, 1}, {1, 3, 1, 1}, {1, 4, 1, 1}});
+  const auto tied = rowsOf(*ties);
+  EXPECT_EQ(tied[2].nid, 5u);
+  EXPECT_EQ(tied[3].nid, 3u);
+  EXPECT_EQ(tied[4].nid, 4u);
+  // Two hierarchies over the same nodes, and a second root that is ignored.
+  auto two = datasetWith({{1, 1, -1, 0}, {1, 2, 1, 1}, {2, 2, -1, 0}, {2, 1, 2, 1}, {2, 8, -1, 0}});
+  auto array = readHierarchies(*two);
+  ASSERT_EQ(array->getItemCount(), 2u);
+  EXPECT_EQ(array->itemAs<THierarchyData>(1)->m_KeyName, "hierarchy 2");
+  EXPECT_EQ(array->itemAs<THierarchyData>(1)->m_Rows[1].nid, 2u);
+  EXPECT_EQ(array->itemAs<THierarchyData>(1)->getRowCount(), 3u);
+  EXPECT_EQ(readHierarchies(*datasetWith({}))->getItemCount(), 0u);
+}
+
+TEST(Loader, BrokenHierarchiesFailInsteadOfCrashing) {
+  EXPECT_EQ(errorOf([] { readHierarchies(*datasetWith({{3, 1, 2, 0}})); }),
+            "Could not find root node for hierarchy 3");
+  // A cycle below the root: 2 -> 3 -> 2.
+  const std::string cycle =
+      errorOf([] { readHierarchies(*datasetWith({{1, 1, -1, 0}, {1, 2, 1, 0}, {1, 3, 2, 0}, {1, 2, 3, 0}})); });
+  EXPECT_EQ(cycle, "Cycle in hierarchy 1: node 2 lies below itself");
+  // A chain far deeper than any stack.
+  auto deep = std::make_shared<TDatabase>(":memory:");
+  TXmlReader::createDatasetTables(*deep);
+  std::vector<TDbParams> links{{int64_t(1), int64_t(1), TDbValue{}, int64_t(0)}};
+  for (int64_t n = 2; n <= 200000; ++n) links.push_back({int64_t(1), n, n - 1, int64_t(0)});
+  deep->executeMany("INSERT INTO hierarchy VALUES (?,?,?,?)", links);
+  const auto rows = rowsOf(*deep);
+  ASSERT_EQ(rows.size(), 200001u);
+  EXPECT_EQ(rows.back(), (THierarchyRow{200000, 200001, 200002}));
+}
+
+TEST(Loader, AttributeColumnsAndTheirOrder) {
+  auto db = datasetWith({});
+  const std::vector<std::tuple<int64_t, std::string, TDbValue>> rows = {
+      {1, "zeta", int64_t(1)},  {1, "_hidden", std::string("x")}, {1, "type", std::string("file")},
+      {1, "name", std::string("a")}, {1, "alpha", 2.5},  {2, "alpha", int64_t(3)},
+      {1, "size", int64_t(1)},  {2, "size", int64_t(2)},  {3, "size", std::string("n/a")},
+      {1, "nulls", TDbValue{}}, {2, "nulls", TDbValue{}}, {1, "_a", int64_t(5)}};
+  for (const auto& [id, key, value] : rows)
+    db->execute("INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)", {id, key, value});
+  auto array = readAttributes(*db, "SELECT nid,key,value FROM nodeattr", true);
+  std::vector<std::string> keys;
+  for (size_t i = 0; i < array->getItemCount(); ++i) keys.push_back(array->m_Items[i]->getKeyName());
+  EXPECT_EQ(keys, (std::vector<std::string>{"name", "type", "alpha", "size", "zeta", "_a", "_hidden"}))
+      << "an attribute of NULL values only is dropped";
+  auto alpha = array->itemByKeyAs<TAttributeData>("alpha");
+  EXPECT_EQ(alpha->getAttributeType(), "float");
+  auto size = array->itemByKeyAs<TStringAttributeData>("size");
+  ASSERT_TRUE(size);
+  bool found = false;
+  EXPECT_EQ(size->getValueById(2, found), "2");
+  EXPECT_EQ(size->getValueById(3, found), "n/a");
+  EXPECT_EQ(array->itemByKeyAs<TAttributeData>("zeta")->getAttributeType(), "int");
+}
+
+TEST(Loader, BothSampleFormsGiveTheSameDataset) {
+  // Loading writes indexes into a database: work on copies.
+  const std::string dir = sourceDir() + "/samples/orbit/";
+  for (const char* f : {"orbit.db", "orbit.xml"})
+    std::filesystem::copy_file(dir + f, f, std::filesystem::copy_options::overwrite_existing);
+  LoadedDataset fromDb("orbit.db");
+  LoadedDataset fromXml("orbit.xml");
+  for (auto* d : {&fromDb, &fromXml}) {
+    auto hierarchies = d->port<THierarchyDataArray>("hierarchies");
+    ASSERT_TRUE(hierarchies) << "the dataset flowed through BMain";
+    ASSERT_EQ(hierarchies->getItemCount(), 2u);
+    auto h1 = hierarchies->itemAs<THierarchyData>(0);
+    EXPECT_EQ(h1->getRowCount(), 28u) << "27 nodes and the synthetic root";
+    EXPECT_EQ(h1->getNidsBelowNid(12), (std::vector<uint32_t>{12, 13, 14}));
+    auto nodes = d->port<TIntegerSetDataArray>("node selections")->itemAs<TIntegerSetData>(0);
+    EXPECT_EQ(nodes->m_KeyName, "all nodes");
+    EXPECT_FALSE(nodes->contains(27)) << "a node without attributes";
+    EXPECT_EQ(nodes->getCount(), 29u);
+    auto edges = d->port<TEdgeData>("edges");
+    EXPECT_EQ(edges->getRowCount(), 18u);
+    auto allEdges = d->port<TIntegerSetDataArray>("edge selections")->itemAs<TIntegerSetData>(0);
+    EXPECT_FALSE(allEdges->contains(1017));
+    auto attributes = d->port<TAttributeDataArray>("node attributes");
+    std::vector<std::string> keys;
+    for (const auto& item : attributes->m_Items) keys.push_back(item->getKeyName() + ":" +
+                                                                 std::static_pointer_cast<TAttributeData>(item)->getAttributeType());
+    EXPECT_EQ(keys, (std::vector<std::string>{"name:string", "type:string", "complexity:float", "language:string",
+                                              "lines:int", "size:string", "_srcloc:string"}));
+    auto colormaps = d->port<TColorMapDataArray>("colormaps");
+    ASSERT_TRUE(colormaps);
+    EXPECT_EQ(colormaps->getItemCount(), 4u);
+  }
+  // Value by value, the two forms agree.
+  auto same = [](const std::shared_ptr<TAttributeDataArray>& a, const std::shared_ptr<TAttributeDataArray>& b) {
+    ASSERT_EQ(a->getItemCount(), b->getItemCount());
+    for (size_t i = 0; i < a->getItemCount(); ++i) {
+      auto x = a->itemAs<TAttributeData>(i);
+      auto y = b->itemAs<TAttributeData>(i);
+      ASSERT_EQ(x->getRowCount(), y->getRowCount()) << x->getKeyName();
+      for (size_t r = 0; r < x->getRowCount(); ++r) {
+        bool f1 = false;
+        bool f2 = false;
+        const uint32_t id = x->getIdByRow(r);
+        EXPECT_EQ(x->getTextValueById(id, f1), y->getTextValueById(id, f2)) << x->getKeyName() << " " << id;
+        EXPECT_TRUE(f1 && f2);
+      }
+    }
+  };
+  same(fromDb.port<TAttributeDataArray>("node attributes"), fromXml.port<TAttributeDataArray>("node attributes"));
+  same(fromDb.port<TAttributeDataArray>("edge attributes"), fromXml.port<TAttributeDataArray>("edge attributes"));
+  for (size_t i = 0; i < 2; ++i)
+    EXPECT_TRUE(fromDb.port<THierarchyDataArray>("hierarchies")
+                    ->itemAs<THierarchyData>(i)
+                    ->sameRows(*fromXml.port<THierarchyDataArray>("hierarchies")->itemAs<THierarchyData>(i)));
+  EXPECT_EQ(fromDb.port<TEdgeData>("edges")->m_Rows, fromXml.port<TEdgeData>("edges")->m_Rows);
+}
+
+TEST(Loader, FailureTable) {
+  Net net;
+  auto loader = net.add<TDatasetLoader>(net.fm);
+  auto run = [&](const std::string& file) {
+    loader->m_In->setData(std::make_shared<TStringData>(file));
+    loader->process_python();
+  };
+  auto saved = me.logger;
+  me.logger = std::make_shared<TLogger>("loader.log");
+  run("no-such-file.db");
+  EXPECT_EQ(me.logger->records().back().text, "File does not exist: 'no-such-file.db'");
+  EXPECT_EQ(loader->m_Hierarchies->getData(), nullptr);
+
+  {
+    std::ofstream junk("junk.db", std::ios::binary);
+    junk << std::string(2048, 'j');
+  }
+  py::dict d = failureOf([&] { run("junk.db"); });
+  EXPECT_EQ(d["title"].cast<std::string>(), "Dataset loader");
+  EXPECT_EQ(d["msg"].cast<std::string>(), "file is not a database");
+  EXPECT_EQ(d["actions"].cast<std::vector<std::string>>(), (std::vector<std::string>{"closeFile", "popup"}));
+
+  std::filesystem::remove("empty.db");
+  TDatabase("empty.db").execute("CREATE TABLE x (a)");
+  d = failureOf([&] { run("empty.db"); });
+  EXPECT_EQ(d["msg"].cast<std::string>(), "no such table: hierarchy");
+
+  std::filesystem::remove("rootless.db");
+  {
+    TDatabase rootless("rootless.db");
+    TXmlReader::createDatasetTables(rootless);
+    rootless.execute("INSERT INTO hierarchy VALUES (4, 1, 2, 0)");
+    rootless.commit();
+  }
+  d = failureOf([&] { run("rootless.db"); });
+  EXPECT_EQ(d["msg"].cast<std::string>(), "Could not find root node for hierarchy 4");
+
+  {
+    std::ofstream bad("bad.xml");
+    bad << "<dataset><nodes><node nid=\"0\"/></nodes></dataset>";
+  }
+  d = failureOf([&] { run("bad.xml"); });
+  EXPECT_EQ(d["title"].cast<std::string>(), "XML reader");
+  EXPECT_EQ(d["msg"].cast<std::string>(), "<node>: attribute 'nid' should not be 0 (line 1, column 16)");
+  // The test of the name is case sensitive: .XML is opened as a database.
+  std::filesystem::copy_file("bad.xml", "bad.XML", std::filesystem::copy_options::overwrite_existing);
+  d = failureOf([&] { run("bad.XML"); });
+  EXPECT_EQ(d["title"].cast<std::string>(), "Dataset loader");
+
+  // The outputs set before a failure stay: hierarchies come first.
+  std::filesystem::remove("partial.db");
+  {
+    TDatabase partial("partial.db");
+    partial.execute("CREATE TABLE hierarchy (hid INTEGER, nid INTEGER, parentnid INTEGER, childorder INTEGER)");
+    partial.execute("INSERT INTO hierarchy VALUES (1, 5, NULL, 0)");
+    partial.commit();
+  }
+  d = failureOf([&] { run("partial.db"); });
+  EXPECT_EQ(d["msg"].cast<std::string>(), "no such table: nodeattr");
+  EXPECT_TRUE(loader->m_Hierarchies->getData());
+  me.logger = saved;
+}
+
+TEST(Loader, ReadOnlyDatasetsLoad) {
+  // Root may write anywhere; the check needs an ordinary user.
+  if (::geteuid() == 0) GTEST_SKIP() << "runs as root; the read-only case is covered by test_readonly";
+  const std::string file = "readonly.db";
+  std::filesystem::copy_file(sourceDir() + "/samples/orbit/orbit.db", file,
+                             std::filesystem::copy_options::overwrite_existing);
+  std::filesystem::permissions(file, std::filesystem::perms::owner_read | std::filesystem::perms::group_read |
+                                         std::filesystem::perms::others_read);
+  TDatabase db(file);
+  EXPECT_TRUE(db.isReadOnly());
+  Net net;
+  auto loader = net.add<TDatasetLoader>(net.fm);
+  EXPECT_NO_THROW(loader->readDatabase(db)) << "the indexes fail quietly";
+  EXPECT_EQ(dataAs<TEdgeData>(loader->m_Edges)->getRowCount(), 18u);
+  std::filesystem::permissions(file, std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
+}
+
+TEST(Loader, SmallLoaders) {
+  Net net;
+  auto dbLoader = net.add<TDatabaseLoader>(net.fm);
+  dbLoader->m_In->setData(std::make_shared<TStringData>("nothing.db"));
+  net.pass();
+  EXPECT_EQ(dbLoader->getError(), "File does not exist: 'nothing.db'\n");
+  EXPECT_EQ(dbLoader->m_Out->getData(), nullptr);
+  std::filesystem::remove("there.db");
+  TDatabase("there.db").execute("CREATE TABLE t (a)");
+  dbLoader->m_In->setData(std::make_shared<TStringData>("there.db"));
+  net.pass();
+  EXPECT_EQ(dataAs<TStringData>(dbLoader->m_Out)->getValue(), "there.db");
+  EXPECT_EQ(dbLoader->m_Out->getAcceptedType(), "TDatabaseData");
+
+  auto savedIcons = me.imagelistmap;
+  me.imagelistmap = TPyRef::steal(py::eval("{'folder': 3, 'file': 4}").release().ptr());
+  auto icons = net.add<TIconLoader>(net.fm);
+  net.pass();
+  auto map = dataAs<TMapStringToIntegerData>(icons->m_Output);
+  ASSERT_TRUE(map);
+  bool found = false;
+  EXPECT_EQ(map->get("file", found), 4);
+  me.imagelistmap = TPyRef::steal(py::eval("{}").release().ptr());
+  net.pass();
+  EXPECT_EQ(dataAs<TMapStringToIntegerData>(icons->m_Output), map) << "the first time only";
+  me.imagelistmap = savedIcons;
+
+  auto colormaps = net.add<TColorMapLoader>(net.fm);
+  auto array = dataAs<TColorMapDataArray>(colormaps->m_Output);
+  ASSERT_TRUE(array) << "made with the implementation, in the running network";
+  EXPECT_EQ(array->itemAs<TColorMapData>(0)->m_KeyName, "GreenYellowRed");
+  EXPECT_EQ(array->itemAs<TColorMapData>(0)->getColorMap()->getName(), "green-red");
+  auto lib = makeFlowManager(false);
+  auto inLibrary = lib->constructProcessor<TColorMapLoader>();
+  EXPECT_EQ(inLibrary->m_Output->getData(), nullptr);
+  inLibrary->destroy();
+}
