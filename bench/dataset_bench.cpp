@@ -10,6 +10,7 @@
 #include <string>
 
 #include "MSyntheticDataset.h"
+#include "support/SyntheticData.h"
 #include "dataset/MDatasetLoader.h"
 
 using namespace quorvel;
@@ -21,31 +22,8 @@ struct Size {
   uint32_t edges;
 };
 
-// The dataset for a size, generated once and kept beside the benchmark with
-// its indexes in place, as after a first load.
 std::string datasetFor(const Size& s, TSyntheticCounts* counts = nullptr) {
-  const std::string file = "synthetic-" + std::to_string(s.nodes) + "-" + std::to_string(s.edges) + ".db";
-  TSyntheticParams p;
-  p.nodes = s.nodes;
-  p.edges = s.edges;
-  p.attributes = 5;
-  p.edgeAttributes = 2;
-  // A dataset of the same name from an earlier run is the same dataset:
-  // the generator is deterministic. Its counts stand in a file beside it.
-  const std::string countsFile = file + ".counts";
-  TSyntheticCounts c;
-  std::ifstream in(countsFile);
-  if (!(in >> c.nodes >> c.edges >> c.nodeValues >> c.edgeValues) || !std::filesystem::exists(file)) {
-    c = writeSyntheticDataset(p, file);
-    TDatabase db(file);
-    auto loader = std::make_shared<TDatasetLoader>();
-    loader->postCreate();
-    loader->readDatabase(db);
-    loader->destroy();
-    std::ofstream(countsFile) << c.nodes << " " << c.edges << " " << c.nodeValues << " " << c.edgeValues << "\n";
-  }
-  if (counts) *counts = c;
-  return file;
+  return bench::syntheticDataset(s.nodes, s.edges, counts);
 }
 
 Size sizeOf(const benchmark::State& state) {

@@ -1,47 +1,232 @@
 #include "MMainBox.h"
 
+#include <pybind11/eval.h>
+#include <pybind11/pybind11.h>
+
+#include "data/MValues.h"
 #include "engine/MLibrary.h"
+#include "engine/MSources.h"
+
+namespace py = pybind11;
 
 namespace quorvel {
 
+namespace {
+
+// A source holding a value of its own; the library file stores the value.
+TProcessorPtr addSource(TFlowManager& lib, const TBoxPtr& box, const std::string& classname,
+                        const std::string& keyname, const TDataPtr& value, float x, float y) {
+  auto p = addNamed(lib, box, classname, keyname, x, y);
+  if (value) std::static_pointer_cast<TAbstractDataSource>(p)->setData(value);
+  return p;
+}
+
+TDataPtr text(const std::string& s) { return std::make_shared<TStringData>(s); }
+
+TDataPtr dict(const char* literal) {
+  return std::make_shared<TPythonData>(TPyRef::steal(py::eval(literal).release().ptr()));
+}
+
+// An output port of BMain for the views, fed from one output pin.
+void exposeAs(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& from, const std::string& pin,
+              const std::string& port, float x, float y) {
+  wire(box, from, pin, addPort(lib, box, port, x, y), port);
+}
+
+}  // namespace
+
+// The processors run in the order of their places from top to bottom, so a
+// change travels down BMain in as few passes as possible.
 void buildMainBox(TFlowManager& lib) {
   auto box = makeBox("BMain");
   lib.addBox(box);
 
-  // The file name comes in at the top through the port; everything below
-  // runs after it. The processor of that key name sits on the port's net and
-  // so holds the name of the open dataset, which is what commands read.
+  // The file name comes in at the top through the port. The processor of
+  // that key name sits on the port's net and so holds the name of the open
+  // dataset, which is what commands read.
   auto filenamePort = addPort(lib, box, "dataset filename", 0, 0);
   auto filenameHolder = addNamed(lib, box, "TStringDataSource", "dataset filename", 100, 0);
   auto loader = addNamed(lib, box, "TDatasetLoader", "dataset loader", 0, 40);
   wire(box, filenamePort, "dataset filename", loader, "in");
   wire(box, filenameHolder, "out", loader, "in");
-
-  // What the loader reads, on output ports that views connect to by name.
-  float x = 0;
-  for (const char* name :
-       {"hierarchies", "node attributes", "edge attributes", "edges", "node selections", "edge selections"}) {
-    auto port = addPort(lib, box, name, x, 80);
-    wire(box, loader, name, port, name);
-    x += 100;
-  }
   auto colormaps = addNamed(lib, box, "TColorMapLoader", "colormap loader", 600, 40);
-  wire(box, colormaps, "output", addPort(lib, box, "colormaps", 600, 80), "colormaps");
   auto icons = addNamed(lib, box, "TIconLoader", "icon loader", 700, 40);
-  wire(box, icons, "output", addPort(lib, box, "icons", 700, 80), "icons");
+  exposeAs(lib, box, loader, "hierarchies", "hierarchies", 0, 80);
+  exposeAs(lib, box, loader, "edges", "edges", 300, 80);
+  exposeAs(lib, box, loader, "node selections", "node selections", 400, 80);
+  exposeAs(lib, box, loader, "edge selections", "edge selections", 500, 80);
+  exposeAs(lib, box, colormaps, "output", "colormaps", 600, 80);
+  exposeAs(lib, box, icons, "output", "icons", 700, 80);
 
   // The primary selections, shared by all views, and the hooks that tell a
   // listening process about them.
-  auto nodeSelection = addNamed(lib, box, "TIntegerSetDataSource", "node primary selection", 800, 0);
-  auto edgeSelection = addNamed(lib, box, "TIntegerSetDataSource", "edge primary selection", 900, 0);
-  auto nodeHook = addNamed(lib, box, "THookProcessor", "node primary selection hook", 800, 40);
-  auto edgeHook = addNamed(lib, box, "THookProcessor", "edge primary selection hook", 900, 40);
-  wire(box, nodeSelection, "out", nodeHook, "in");
-  wire(box, edgeSelection, "out", edgeHook, "in");
-  auto nodePort = addPort(lib, box, "node primary selection", 800, 80);
-  auto edgePort = addPort(lib, box, "edge primary selection", 900, 80);
-  wire(box, nodeSelection, "out", nodePort, "node primary selection");
-  wire(box, edgeSelection, "out", edgePort, "edge primary selection");
+  auto nodePrimary = addNamed(lib, box, "TIntegerSetDataSource", "node primary selection", 800, 0);
+  auto edgePrimary = addNamed(lib, box, "TIntegerSetDataSource", "edge primary selection", 900, 0);
+  wire(box, nodePrimary, "out", addNamed(lib, box, "THookProcessor", "node primary selection hook", 800, 40), "in");
+  wire(box, edgePrimary, "out", addNamed(lib, box, "THookProcessor", "edge primary selection hook", 900, 40), "in");
+  exposeAs(lib, box, nodePrimary, "out", "node primary selection", 800, 80);
+  exposeAs(lib, box, edgePrimary, "out", "edge primary selection", 900, 80);
+
+  // One hierarchy of the dataset, the first unless a key says otherwise.
+  auto hierarchyKey = addSource(lib, box, "TStringDataSource", "hierarchy key", nullptr, 100, 100);
+  auto hierarchySettings =
+      addSource(lib, box, "TPythonDataSource", "hierarchy picker settings", dict("{'defaultkey': 'hierarchy 1'}"), 200,
+                100);
+  auto hierarchy = addNamed(lib, box, "TArrayPicker", "hierarchy picker", 0, 120);
+  wire(box, loader, "hierarchies", hierarchy, "array");
+  wire(box, hierarchyKey, "out", hierarchy, "key");
+  wire(box, hierarchySettings, "out", hierarchy, "settings");
+  exposeAs(lib, box, hierarchy, "out", "full hierarchy", 0, 140);
+
+  // Levels and the first collapsed state.
+  auto levels = addNamed(lib, box, "THierarchyLevelExtractor", "level attr", 0, 160);
+  wire(box, hierarchy, "out", levels, "hierarchy");
+  exposeAs(lib, box, levels, "out", "level attr", 0, 180);
+  auto collapseSettings = addSource(lib, box, "TPythonDataSource", "collapse settings", dict("{}"), 200, 180);
+  auto initializer = addNamed(lib, box, "TCollapsedStateInitializer", "collapsed state initializer", 0, 200);
+  wire(box, hierarchy, "out", initializer, "hierarchy");
+  wire(box, levels, "out", initializer, "level attr");
+  wire(box, collapseSettings, "out", initializer, "settings");
+
+  // The collapsed state lives in "collapsed attr". The initializer, the
+  // undo memory, the collapse processor and the port all stand on its net,
+  // so an edit from any view reaches them all.
+  auto collapsedAttr = addNamed(lib, box, "TBoolAttributeDataSource", "collapsed attr", 100, 220);
+  auto collapser = addNamed(lib, box, "TCollapseProcessor", "collapser", 0, 240);
+  wire(box, hierarchy, "out", collapser, "full hierarchy");
+  wire(box, initializer, "hierarchy out", collapser, "hierarchy");
+  wire(box, initializer, "out", collapser, "boolattribute");
+  wire(box, collapsedAttr, "out", collapser, "boolattribute");
+  auto undo = addNamed(lib, box, "TStackStore", "collapse undo", 200, 240);
+  wire(box, collapsedAttr, "out", undo, "in");
+  exposeAs(lib, box, collapsedAttr, "out", "collapsed attr", 100, 260);
+  exposeAs(lib, box, collapser, "collapsed hierarchy out", "collapsed hierarchy", 0, 280);
+  exposeAs(lib, box, collapser, "agglft out", "agglft", 100, 280);
+  exposeAs(lib, box, collapser, "max level", "max level", 200, 280);
+  exposeAs(lib, box, collapser, "collapsed max level", "collapsed max level", 300, 280);
+
+  // What the views show: all nodes and edges, through the inclusion
+  // filters, which let everything pass until a filter is set.
+  auto inclusion = [&](const char* kind, const char* all, const char* selections, const TProcessorPtr& attributes,
+                       const char* attributesPin, float x) {
+    const std::string k(kind);
+    auto pickerSettings =
+        addSource(lib, box, "TPythonDataSource", k + " selection picker settings",
+                  dict(("{'defaultkey': '" + std::string(all) + "'}").c_str()), x + 100, 280);
+    auto picker = addNamed(lib, box, "TArrayPicker", k + " selection picker", x, 300);
+    wire(box, loader, selections, picker, "array");
+    wire(box, pickerSettings, "out", picker, "settings");
+    auto filterValue = addSource(lib, box, "TPythonDataSource", k + " inclusion filter value", nullptr, x + 100, 300);
+    auto filterSettings =
+        addSource(lib, box, "TPythonDataSource", k + " inclusion filter settings", dict("{'filterdefault': 1}"),
+                  x + 200, 300);
+    auto filter = addNamed(lib, box, "TSelector1", k == "node" ? "Node inclusion filter" : "Edge inclusion filter",
+                           x, 320);
+    wire(box, picker, "out", filter, "selection");
+    wire(box, attributes, attributesPin, filter, "attributes");
+    wire(box, filterValue, "out", filter, "filter");
+    wire(box, filterSettings, "out", filter, "settings");
+    exposeAs(lib, box, picker, "out", "all " + k + "s", x + 200, 320);
+    exposeAs(lib, box, filter, "output", k + " selection", x, 340);
+    return std::make_pair(picker, filter);
+  };
+  auto [nodePicker, nodeFilter] = inclusion("node", "all nodes", "node selections", loader, "node attributes", 400);
+  auto [edgePicker, edgeFilter] = inclusion("edge", "all edges", "edge selections", loader, "edge attributes", 700);
+
+  // Derived columns: degrees and ids for nodes, end captions and ids for
+  // edges, after the columns of the dataset.
+  auto fan = addNamed(lib, box, "TFanAttributeProcessor", "fan attributes", 400, 360);
+  wire(box, nodePicker, "out", fan, "node selection");
+  wire(box, edgeFilter, "output", fan, "edge selection");
+  wire(box, loader, "edges", fan, "edge data");
+  auto nodeIds = addNamed(lib, box, "TIdAttributeProcessor", "node id attribute", 500, 360);
+  wire(box, nodePicker, "out", nodeIds, "selection");
+  auto nodeAttributes = addNamed(lib, box, "TArrayCreator", "node attribute array", 400, 380);
+  wire(box, loader, "node attributes", nodeAttributes, "in1");
+  wire(box, fan, "fan out", nodeAttributes, "in2");
+  wire(box, fan, "fan in", nodeAttributes, "in3");
+  wire(box, nodeIds, "out", nodeAttributes, "in4");
+  exposeAs(lib, box, nodeAttributes, "out", "node attributes", 400, 400);
+
+  auto captionSettings =
+      addSource(lib, box, "TPythonDataSource", "caption picker settings", dict("{'defaultkey': 'name'}"), 800, 340);
+  auto caption = addNamed(lib, box, "TArrayPicker", "caption picker", 700, 360);
+  wire(box, loader, "node attributes", caption, "array");
+  wire(box, captionSettings, "out", caption, "settings");
+  auto fromTo = addNamed(lib, box, "TFromToAttributeCreator", "edge end captions", 700, 370);
+  wire(box, caption, "out", fromTo, "caption attr");
+  wire(box, loader, "edges", fromTo, "edge data");
+  auto edgeIds = addNamed(lib, box, "TIdAttributeProcessor", "edge id attribute", 800, 370);
+  wire(box, edgePicker, "out", edgeIds, "selection");
+  auto edgeAttributes = addNamed(lib, box, "TArrayCreator", "edge attribute array", 700, 380);
+  wire(box, loader, "edge attributes", edgeAttributes, "in1");
+  wire(box, fromTo, "from out", edgeAttributes, "in2");
+  wire(box, fromTo, "to out", edgeAttributes, "in3");
+  wire(box, edgeIds, "out", edgeAttributes, "in4");
+  exposeAs(lib, box, edgeAttributes, "out", "edge attributes", 700, 400);
+
+  // The numeric forms of all columns.
+  auto nodeOrd = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "node attributes ordnorm", 400, 420);
+  wire(box, nodeAttributes, "out", nodeOrd, "in");
+  exposeAs(lib, box, nodeOrd, "out", "node attributes ordnorm", 400, 440);
+  auto edgeOrd = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "edge attributes ordnorm", 700, 420);
+  wire(box, edgeAttributes, "out", edgeOrd, "in");
+  exposeAs(lib, box, edgeOrd, "out", "edge attributes ordnorm", 700, 440);
+
+  // Edges folded onto the visible nodes.
+  auto edgeCollapser = addNamed(lib, box, "TEdgeCollapsedProcessor", "edge collapser", 0, 460);
+  wire(box, hierarchy, "out", edgeCollapser, "hierarchy");
+  wire(box, collapser, "agglft out", edgeCollapser, "agglft");
+  wire(box, loader, "edges", edgeCollapser, "edges");
+  wire(box, edgeFilter, "output", edgeCollapser, "edge selection");
+  exposeAs(lib, box, edgeCollapser, "out", "edge collapsed", 0, 480);
+
+  // Their colours: an edge attribute by key, its numeric form, a colour map
+  // by key, clamped to the attribute's range.
+  auto colorKey = addSource(lib, box, "TStringDataSource", "edge color attr source", nullptr, 200, 460);
+  auto colorSettings = addSource(lib, box, "TPythonDataSource", "edge color attr picker settings", dict("{}"), 300, 460);
+  auto colorAttr = addNamed(lib, box, "TArrayPicker", "edge color attr picker", 200, 480);
+  wire(box, edgeAttributes, "out", colorAttr, "array");
+  wire(box, colorKey, "out", colorAttr, "key");
+  wire(box, colorSettings, "out", colorAttr, "settings");
+  auto colorOrd = addNamed(lib, box, "TAttributeNormalizerProcessor", "edge color ordnorm", 200, 500);
+  wire(box, colorAttr, "out", colorOrd, "in");
+  auto colorRange = addNamed(lib, box, "TGetCount", "edge color range", 200, 520);
+  wire(box, colorOrd, "out", colorRange, "in");
+  auto rangeControl = addNamed(lib, box, "TFloatRangeControl", "edge color range control", 200, 540);
+  wire(box, colorRange, "min", rangeControl, "min");
+  wire(box, colorRange, "max", rangeControl, "max");
+  auto mapKey = addSource(lib, box, "TStringDataSource", "edge colormap source", nullptr, 400, 480);
+  auto mapSettings =
+      addSource(lib, box, "TPythonDataSource", "edge colormap picker settings", dict("{'defaultkey': 'Rainbow'}"), 500,
+                480);
+  auto mapPicker = addNamed(lib, box, "TArrayPicker", "edge colormap picker", 400, 500);
+  wire(box, colormaps, "output", mapPicker, "array");
+  wire(box, mapKey, "out", mapPicker, "key");
+  wire(box, mapSettings, "out", mapPicker, "settings");
+  auto rescaler = addNamed(lib, box, "TColormapRescaler", "edge colormap rescaler", 400, 560);
+  wire(box, mapPicker, "out", rescaler, "colormap");
+  wire(box, rangeControl, "normalized", rescaler, "range");
+  auto aggregation = addSource(lib, box, "TStringDataSource", "edge color aggregation", text("max"), 500, 560);
+  auto edgeColors = addNamed(lib, box, "TEdgeColorProcessor", "edge colors", 0, 580);
+  wire(box, edgeCollapser, "out", edgeColors, "edge collapsed");
+  wire(box, colorAttr, "out", edgeColors, "edge colorattr");
+  wire(box, colorOrd, "out", edgeColors, "edge colorattr ord");
+  wire(box, rescaler, "out", edgeColors, "edge colormap");
+  wire(box, aggregation, "out", edgeColors, "aggregation");
+  exposeAs(lib, box, edgeColors, "output", "edge colors", 0, 600);
+
+  // The neighbours of the primary selection.
+  auto direction = addSource(lib, box, "TStringDataSource", "secondary selection direction", text("both"), 900, 600);
+  auto secondary = addNamed(lib, box, "TSecondarySelectionComputer", "secondary selection", 800, 620);
+  wire(box, nodePrimary, "out", secondary, "node primary selection");
+  wire(box, edgeFilter, "output", secondary, "edge selection");
+  wire(box, loader, "edges", secondary, "edge data");
+  wire(box, direction, "out", secondary, "direction");
+  wire(box, hierarchy, "out", secondary, "full hierarchy");
+  wire(box, collapsedAttr, "out", secondary, "boolattribute");
+  exposeAs(lib, box, secondary, "node secondary selection", "node secondary selection", 800, 640);
+  exposeAs(lib, box, secondary, "incident edge selection", "incident edge selection", 900, 640);
 }
 
 void registerMainBox() { TLibraryRegistry::instance().add("BMain", buildMainBox); }

@@ -236,11 +236,9 @@ std::string TAggLftData::toString() const {
 // ---------------------------------------------------------------------------
 // TEdgeCollapsedData
 
-void TEdgeCollapsedData::notePair(std::vector<std::vector<uint32_t>>& lists, TIdHashMap<uint32_t>& byNode,
-                                  uint32_t node, uint32_t record) {
-  const uint32_t list = byNode.findOrInsert(node, static_cast<uint32_t>(lists.size()));
-  if (list == lists.size()) lists.emplace_back();
-  lists[list].push_back(record);
+void TEdgeCollapsedData::reserve(size_t n) {
+  m_Records.reserve(n);
+  m_PairIndex.reserve(n);
 }
 
 void TEdgeCollapsedData::addEdge(uint32_t eid, uint32_t source, uint32_t target) {
@@ -248,31 +246,41 @@ void TEdgeCollapsedData::addEdge(uint32_t eid, uint32_t source, uint32_t target)
   uint32_t b = target;
   const bool backward = a > b;
   if (backward) std::swap(a, b);
-  uint32_t record = 0;
-  if (const uint32_t* r = m_PairIndex.find(key(a, b))) {
-    record = *r;
-  } else {
-    record = static_cast<uint32_t>(m_Records.size());
-    m_Records.push_back(Record{a, b, {}, {}});
-    m_Listed.push_back(0);
-    m_PairIndex.assign(key(a, b), record);
-  }
+  const uint32_t fresh = static_cast<uint32_t>(m_Records.size());
+  const uint32_t record = m_PairIndex.findOrInsert(key(a, b), fresh);
+  if (record == fresh) m_Records.push_back(Record{a, b, {}, {}});
   Record& rec = m_Records[record];
   (backward ? rec.backward : rec.forward).insert(eid);
+  m_LookupsBuilt = false;
+}
 
-  // The pair goes into the list of the source as given and of the target as
-  // given, once each.
-  const uint8_t sourceBit = backward ? 2 : 1;
-  const uint8_t targetBit = backward ? 4 : 8;
-  if (!(m_Listed[record] & sourceBit)) {
-    m_Listed[record] |= sourceBit;
-    notePair(m_SourcePairs, m_SourceLists, source, record);
+void TEdgeCollapsedData::buildLookups() const {
+  if (m_LookupsBuilt) return;
+  m_SourceLists = {};
+  m_TargetLists = {};
+  m_Lists.clear();
+  m_EidIndex = {};
+  auto note = [this](TIdHashMap<uint32_t>& byNode, uint32_t node, uint32_t record) {
+    const uint32_t list = byNode.findOrInsert(node, static_cast<uint32_t>(m_Lists.size()));
+    if (list == m_Lists.size()) m_Lists.emplace_back();
+    auto& l = m_Lists[list];
+    if (l.empty() || l.back() != record) l.push_back(record);
+  };
+  for (uint32_t r = 0; r < m_Records.size(); ++r) {
+    const Record& rec = m_Records[r];
+    // Forward edges leave the smaller number, backward ones the larger.
+    if (!rec.forward.empty()) {
+      note(m_SourceLists, rec.smallerlft, r);
+      note(m_TargetLists, rec.largerlft, r);
+    }
+    if (!rec.backward.empty()) {
+      note(m_SourceLists, rec.largerlft, r);
+      note(m_TargetLists, rec.smallerlft, r);
+    }
+    for (uint32_t eid : rec.forward) m_EidIndex.assign(eid, r);
+    for (uint32_t eid : rec.backward) m_EidIndex.assign(eid, r);
   }
-  if (!(m_Listed[record] & targetBit)) {
-    m_Listed[record] |= targetBit;
-    notePair(m_TargetPairs, m_TargetLists, target, record);
-  }
-  m_EidIndex.assign(eid, record);
+  m_LookupsBuilt = true;
 }
 
 const TEdgeCollapsedData::Record* TEdgeCollapsedData::findRecord(uint32_t smallerlft, uint32_t largerlft) const {
@@ -281,19 +289,19 @@ const TEdgeCollapsedData::Record* TEdgeCollapsedData::findRecord(uint32_t smalle
 }
 
 namespace {
-const TIdSet& emptyIdSet() {
-  static const TIdSet empty;
+const TSmallIdSet& emptyIdSet() {
+  static const TSmallIdSet empty;
   return empty;
 }
 }  // namespace
 
-const TIdSet& TEdgeCollapsedData::getForwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const {
+const TSmallIdSet& TEdgeCollapsedData::getForwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const {
   const Record* r = findRecord(smallerlft, largerlft);
   found = r != nullptr;
   return r ? r->forward : emptyIdSet();
 }
 
-const TIdSet& TEdgeCollapsedData::getBackwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const {
+const TSmallIdSet& TEdgeCollapsedData::getBackwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const {
   const Record* r = findRecord(smallerlft, largerlft);
   found = r != nullptr;
   return r ? r->backward : emptyIdSet();
@@ -306,33 +314,36 @@ const TEdgeCollapsedData::Record& TEdgeCollapsedData::getRecord(uint32_t smaller
 }
 
 long TEdgeCollapsedData::getRecordIndexOfEid(uint32_t eid) const {
+  buildLookups();
   const uint32_t* r = m_EidIndex.find(eid);
   return r ? static_cast<long>(*r) : -1;
 }
 
 void TEdgeCollapsedData::addLftPairsOfEid(uint32_t eid, TIntegerPairSetData& pairs) const {
-  const uint32_t* r = m_EidIndex.find(eid);
-  if (!r) return;
-  pairs.addPair(m_Records[*r].smallerlft, m_Records[*r].largerlft);
+  const long r = getRecordIndexOfEid(eid);
+  if (r < 0) return;
+  pairs.addPair(m_Records[static_cast<size_t>(r)].smallerlft, m_Records[static_cast<size_t>(r)].largerlft);
 }
 
-std::vector<TEdgeCollapsedData::Pair> TEdgeCollapsedData::pairsOf(const std::vector<std::vector<uint32_t>>& lists,
-                                                                  const TIdHashMap<uint32_t>& byNode,
+std::vector<TEdgeCollapsedData::Pair> TEdgeCollapsedData::pairsOf(const TIdHashMap<uint32_t>& byNode,
                                                                   uint32_t node) const {
   std::vector<Pair> out;
   const uint32_t* list = byNode.find(node);
   if (!list) return out;
-  for (uint32_t record : lists[*list]) out.emplace_back(m_Records[record].smallerlft, m_Records[record].largerlft);
+  for (uint32_t record : m_Lists[*list]) out.emplace_back(m_Records[record].smallerlft, m_Records[record].largerlft);
   std::sort(out.begin(), out.end());
+  out.erase(std::unique(out.begin(), out.end()), out.end());
   return out;
 }
 
 std::vector<TEdgeCollapsedData::Pair> TEdgeCollapsedData::getPairsOfSource(uint32_t agglft) const {
-  return pairsOf(m_SourcePairs, m_SourceLists, agglft);
+  buildLookups();
+  return pairsOf(m_SourceLists, agglft);
 }
 
 std::vector<TEdgeCollapsedData::Pair> TEdgeCollapsedData::getPairsOfTarget(uint32_t agglft) const {
-  return pairsOf(m_TargetPairs, m_TargetLists, agglft);
+  buildLookups();
+  return pairsOf(m_TargetLists, agglft);
 }
 
 std::string TEdgeCollapsedData::toString() const {

@@ -141,26 +141,30 @@ class TAggLftData : public TAbstractData {
 };
 
 // Dataset edges aggregated per pair of visible nodes: one record per pair
-// (smaller lft, larger lft), with the edges that run each way.
+// (smaller lft, larger lft), with the edges that run each way. The maps from
+// nodes to pairs and from eids to records are built on the first question
+// that needs them.
 class TEdgeCollapsedData : public TAbstractData {
  public:
   QV_CLASS_NAME(TEdgeCollapsedData)
   struct Record {
     uint32_t smallerlft;
     uint32_t largerlft;
-    TIdSet forward;
-    TIdSet backward;
+    TSmallIdSet forward;
+    TSmallIdSet backward;
   };
   using Pair = std::pair<uint32_t, uint32_t>;
 
   std::vector<Record> m_Records;
 
   void addEdge(uint32_t eid, uint32_t source, uint32_t target);
+  // Room for about n records.
+  void reserve(size_t n);
   size_t getRecordCount() const { return m_Records.size(); }
   // The eids of the pair, or an empty set and found false. The pair is not
   // reordered.
-  const TIdSet& getForwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const;
-  const TIdSet& getBackwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const;
+  const TSmallIdSet& getForwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const;
+  const TSmallIdSet& getBackwardEids(uint32_t smallerlft, uint32_t largerlft, bool& found) const;
   // Raises "TEdgeCollapsedData: cannot find pair".
   const Record& getRecord(uint32_t smallerlft, uint32_t largerlft) const;
   // Null for an unknown pair.
@@ -175,21 +179,18 @@ class TEdgeCollapsedData : public TAbstractData {
 
  private:
   static uint64_t key(uint32_t a, uint32_t b) { return (uint64_t(a) << 32) | b; }
-  void notePair(std::vector<std::vector<uint32_t>>& lists, TIdHashMap<uint32_t>& byNode, uint32_t node,
-                uint32_t record);
-  std::vector<Pair> pairsOf(const std::vector<std::vector<uint32_t>>& lists, const TIdHashMap<uint32_t>& byNode,
-                            uint32_t node) const;
+  void buildLookups() const;
+  std::vector<Pair> pairsOf(const TIdHashMap<uint32_t>& byNode, uint32_t node) const;
 
   // Pair to record number. The key is the pair packed into 64 bits.
   TIdHashMap<uint32_t, uint64_t> m_PairIndex;
-  // Per visible node, the records in which edges leave (enter) it.
-  TIdHashMap<uint32_t> m_SourceLists;
-  TIdHashMap<uint32_t> m_TargetLists;
-  std::vector<std::vector<uint32_t>> m_SourcePairs;
-  std::vector<std::vector<uint32_t>> m_TargetPairs;
-  // Which of the four lists a record is in already.
-  std::vector<uint8_t> m_Listed;
-  TIdHashMap<uint32_t> m_EidIndex;
+  // Built on demand: per node the records in which edges leave (enter) it,
+  // as runs of a shared array, and the record of each eid.
+  mutable bool m_LookupsBuilt = false;
+  mutable TIdHashMap<uint32_t> m_SourceLists;
+  mutable TIdHashMap<uint32_t> m_TargetLists;
+  mutable std::vector<std::vector<uint32_t>> m_Lists;
+  mutable TIdHashMap<uint32_t> m_EidIndex;
 };
 
 class TEdgeColorData : public TAbstractData {

@@ -163,6 +163,8 @@ class TIdSet {
   }
 
   bool contains(uint32_t id) const {
+    if (!m_Sorted.empty() && !m_Pending && m_Sorted.back() - m_Sorted.front() + 1 == m_Sorted.size())
+      return id >= m_Sorted.front() && id <= m_Sorted.back();  // a run of ids without gaps
     return std::binary_search(m_Sorted.begin(), m_Sorted.end(), id) || (m_Pending && m_Pending->count(id) != 0);
   }
   size_t count(uint32_t id) const { return contains(id) ? 1 : 0; }
@@ -198,6 +200,97 @@ class TIdSet {
   std::vector<uint32_t> m_Sorted;
   // Ids that came out of order, not yet merged.
   std::unique_ptr<std::set<uint32_t>> m_Pending;
+};
+
+// A small ordered set of ids, as the records of aggregated edges hold: the
+// first few ids stand inline, so most records need no allocation of their
+// own.
+class TSmallIdSet {
+ public:
+  TSmallIdSet() : m_Inline{} {}
+  TSmallIdSet(const TSmallIdSet& o) { assign(o.begin(), o.end()); }
+  TSmallIdSet& operator=(const TSmallIdSet& o) {
+    if (this != &o) {
+      clear();
+      assign(o.begin(), o.end());
+    }
+    return *this;
+  }
+  TSmallIdSet(TSmallIdSet&& o) noexcept { take(o); }
+  TSmallIdSet& operator=(TSmallIdSet&& o) noexcept {
+    if (this != &o) {
+      clear();
+      take(o);
+    }
+    return *this;
+  }
+  ~TSmallIdSet() { clear(); }
+
+  // True when the id was new.
+  bool insert(uint32_t id) {
+    uint32_t* first = data();
+    uint32_t* last = first + m_Size;
+    if (m_Size == 0 || id > last[-1]) {
+      push(id);
+      return true;
+    }
+    uint32_t* at = std::lower_bound(first, last, id);
+    if (at != last && *at == id) return false;
+    const size_t pos = static_cast<size_t>(at - first);
+    push(0);
+    first = data();
+    std::copy_backward(first + pos, first + m_Size - 1, first + m_Size);
+    first[pos] = id;
+    return true;
+  }
+  bool contains(uint32_t id) const { return std::binary_search(begin(), end(), id); }
+  size_t size() const { return m_Size; }
+  bool empty() const { return m_Size == 0; }
+  const uint32_t* begin() const { return data(); }
+  const uint32_t* end() const { return data() + m_Size; }
+  std::vector<uint32_t> ids() const { return std::vector<uint32_t>(begin(), end()); }
+  bool operator==(const TSmallIdSet& o) const { return std::equal(begin(), end(), o.begin(), o.end()); }
+  void clear() {
+    if (m_Capacity > kInline) delete[] m_Heap;
+    m_Size = 0;
+    m_Capacity = kInline;
+  }
+
+ private:
+  static constexpr uint32_t kInline = 3;
+  uint32_t* data() { return m_Capacity > kInline ? m_Heap : m_Inline; }
+  const uint32_t* data() const { return m_Capacity > kInline ? m_Heap : m_Inline; }
+  void push(uint32_t id) {
+    if (m_Size == m_Capacity) {
+      const uint32_t capacity = m_Capacity * 2;
+      auto* grown = new uint32_t[capacity];
+      std::copy(data(), data() + m_Size, grown);
+      if (m_Capacity > kInline) delete[] m_Heap;
+      m_Heap = grown;
+      m_Capacity = capacity;
+    }
+    data()[m_Size++] = id;
+  }
+  void assign(const uint32_t* b, const uint32_t* e) {
+    for (; b != e; ++b) push(*b);
+  }
+  void take(TSmallIdSet& o) {
+    m_Size = o.m_Size;
+    m_Capacity = o.m_Capacity;
+    if (o.m_Capacity > kInline)
+      m_Heap = o.m_Heap;
+    else
+      std::copy(o.m_Inline, o.m_Inline + o.m_Size, m_Inline);
+    o.m_Size = 0;
+    o.m_Capacity = kInline;
+  }
+
+  uint32_t m_Size = 0;
+  uint32_t m_Capacity = kInline;
+  union {
+    uint32_t m_Inline[kInline];
+    uint32_t* m_Heap;
+  };
 };
 
 }  // namespace quorvel

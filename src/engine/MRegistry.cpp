@@ -1,6 +1,11 @@
 #include "MRegistry.h"
 
+#include "analysis/MAttributeDerivation.h"
+#include "analysis/MCollapse.h"
+#include "analysis/MControlCores.h"
+#include "analysis/MEdgeAggregation.h"
 #include "analysis/MMainBox.h"
+#include "analysis/MSelection.h"
 #include "data/MColorMap.h"
 #include "data/MHierarchy.h"
 #include "dataset/MDatasetLoader.h"
@@ -74,6 +79,11 @@ void registerCoreClasses() {
   registerDatasetProcessors();
   TProcessorRegistry::instance().add<THookProcessorCpp>();
   TProcessorRegistry::instance().add<THookProcessor>();
+  registerCollapseProcessors();
+  registerEdgeAggregationProcessors();
+  registerDerivationProcessors();
+  registerSelectionProcessors();
+  registerControlCores();
   registerMainBox();
 }
 

@@ -59,7 +59,8 @@ py::object recordToPy(const TEdgeCollapsedData::Record& r) {
   return py::make_tuple(r.smallerlft, r.largerlft, forward, backward);
 }
 
-py::set idSetToPy(const TIdSet& s) {
+template <class Set>
+py::set idSetToPy(const Set& s) {
   py::set out;
   for (uint32_t id : s) out.add(id);
   return out;
@@ -399,13 +400,13 @@ void bindData(py::module_& m) {
       .def("getForwardEids",
            [](const TEdgeCollapsedData& d, uint32_t a, uint32_t b) {
              bool found = false;
-             const TIdSet& s = d.getForwardEids(a, b, found);
+             const TSmallIdSet& s = d.getForwardEids(a, b, found);
              return py::make_tuple(idSetToPy(s), found);
            })
       .def("getBackwardEids",
            [](const TEdgeCollapsedData& d, uint32_t a, uint32_t b) {
              bool found = false;
-             const TIdSet& s = d.getBackwardEids(a, b, found);
+             const TSmallIdSet& s = d.getBackwardEids(a, b, found);
              return py::make_tuple(idSetToPy(s), found);
            })
       .def("getRecord",

@@ -133,12 +133,12 @@ TEST(Edges, CollapsedRecordsAndAggLft) {
   d.addEdge(4, 3, 7);
   ASSERT_EQ(d.getRecordCount(), 2u);
   const auto& r = d.getRecord(3, 7);
-  EXPECT_EQ(r.forward, (TIdSet{1, 4}));
-  EXPECT_EQ(r.backward, (TIdSet{2})) << "swapped ends land in one record";
+  EXPECT_EQ(r.forward.ids(), (std::vector<uint32_t>{1, 4}));
+  EXPECT_EQ(r.backward.ids(), (std::vector<uint32_t>{2})) << "swapped ends land in one record";
   bool found = true;
   EXPECT_TRUE(d.getForwardEids(7, 3, found).empty());
   EXPECT_FALSE(found) << "the pair is not reordered";
-  EXPECT_EQ(d.getRecord(5, 5).forward, (TIdSet{3})) << "equal ends are forward";
+  EXPECT_EQ(d.getRecord(5, 5).forward.ids(), (std::vector<uint32_t>{3})) << "equal ends are forward";
   EXPECT_EQ(errorOf([&] { d.getRecord(1, 2); }), "TEdgeCollapsedData: cannot find pair");
 
   TIntegerPairSetData pairs;

@@ -159,18 +159,21 @@ TEST(Loader, BothSampleFormsGiveTheSameDataset) {
     EXPECT_EQ(edges->getRowCount(), 18u);
     auto allEdges = d->port<TIntegerSetDataArray>("edge selections")->itemAs<TIntegerSetData>(0);
     EXPECT_FALSE(allEdges->contains(1017));
-    auto attributes = d->port<TAttributeDataArray>("node attributes");
+    // The dataset's columns, then the derived ones.
+    auto attributes = d->port<TDataArray>("node attributes");
+    ASSERT_TRUE(attributes);
     std::vector<std::string> keys;
     for (const auto& item : attributes->m_Items) keys.push_back(item->getKeyName() + ":" +
                                                                  std::static_pointer_cast<TAttributeData>(item)->getAttributeType());
     EXPECT_EQ(keys, (std::vector<std::string>{"name:string", "type:string", "complexity:float", "language:string",
-                                              "lines:int", "size:string", "_srcloc:string"}));
+                                              "lines:int", "size:string", "_srcloc:string", "fan out (*):int",
+                                              "fan in (*):int", "id (*):int"}));
     auto colormaps = d->port<TColorMapDataArray>("colormaps");
     ASSERT_TRUE(colormaps);
     EXPECT_EQ(colormaps->getItemCount(), 4u);
   }
   // Value by value, the two forms agree.
-  auto same = [](const std::shared_ptr<TAttributeDataArray>& a, const std::shared_ptr<TAttributeDataArray>& b) {
+  auto same = [](const std::shared_ptr<TDataArray>& a, const std::shared_ptr<TDataArray>& b) {
     ASSERT_EQ(a->getItemCount(), b->getItemCount());
     for (size_t i = 0; i < a->getItemCount(); ++i) {
       auto x = a->itemAs<TAttributeData>(i);
@@ -185,8 +188,8 @@ TEST(Loader, BothSampleFormsGiveTheSameDataset) {
       }
     }
   };
-  same(fromDb.port<TAttributeDataArray>("node attributes"), fromXml.port<TAttributeDataArray>("node attributes"));
-  same(fromDb.port<TAttributeDataArray>("edge attributes"), fromXml.port<TAttributeDataArray>("edge attributes"));
+  same(fromDb.port<TDataArray>("node attributes"), fromXml.port<TDataArray>("node attributes"));
+  same(fromDb.port<TDataArray>("edge attributes"), fromXml.port<TDataArray>("edge attributes"));
   for (size_t i = 0; i < 2; ++i)
     EXPECT_TRUE(fromDb.port<THierarchyDataArray>("hierarchies")
                     ->itemAs<THierarchyData>(i)

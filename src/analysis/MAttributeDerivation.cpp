@@ -1,0 +1,281 @@
+#include "MAttributeDerivation.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <string_view>
+#include <unordered_map>
+
+#include "engine/MRegistry.h"
+
+namespace quorvel {
+
+// ---------------------------------------------------------------------------
+// ordnorm
+
+std::shared_ptr<TFloatAttributeData> ordnorm(const TAttributeData& column) {
+  auto out = std::make_shared<TFloatAttributeData>(column.m_KeyName);
+  const std::string type = column.getAttributeType();
+  out->reserve(column.getRowCount());
+  if (type == "string") {
+    const auto& c = static_cast<const TStringAttributeData&>(column);
+    std::unordered_map<std::string_view, uint32_t> rank;
+    for (size_t r = 0; r < c.getRowCount(); ++r) rank.emplace(c.viewByRow(r), 0);
+    std::vector<std::string_view> texts;
+    texts.reserve(rank.size());
+    for (const auto& [text, unused] : rank) texts.push_back(text);
+    std::sort(texts.begin(), texts.end());
+    for (uint32_t i = 0; i < texts.size(); ++i) rank[texts[i]] = i;
+    for (size_t r = 0; r < c.getRowCount(); ++r)
+      out->addRow(c.getIdByRow(r), static_cast<float>(rank[c.viewByRow(r)]));
+  } else if (type == "float") {
+    const auto& c = static_cast<const TFloatAttributeData&>(column);
+    for (size_t r = 0; r < c.getRowCount(); ++r) out->addRow(c.getIdByRow(r), c.valueByRow(r));
+  } else if (type == "int") {
+    const auto& c = static_cast<const TIntegerAttributeData&>(column);
+    for (size_t r = 0; r < c.getRowCount(); ++r) out->addRow(c.getIdByRow(r), static_cast<float>(c.valueByRow(r)));
+  } else {
+    throw TFlowError("Unknown type");
+  }
+  return out;
+}
+
+void TAttributeNormalizerProcessor::postCreate() {
+  m_In = addInputPin<TAttributeData>("in");
+  m_Out = addOutputPin<TFloatAttributeData>("out");
+}
+
+void TAttributeNormalizerProcessor::process() {
+  if (!haveChanged({m_In})) return;
+  resetPins({m_In});
+  auto in = dataAs<TAttributeData>(m_In);
+  m_Out->setData(in ? ordnorm(*in) : nullptr);
+}
+
+void TAttributeArrayNormalizerProcessor::postCreate() {
+  m_In = addInputPin<TAttributeDataArray>("in");
+  m_Out = addOutputPin<TFloatAttributeDataArray>("out");
+}
+
+void TAttributeArrayNormalizerProcessor::process() {
+  if (!haveChanged({m_In})) return;
+  resetPins({m_In});
+  auto out = std::make_shared<TFloatAttributeDataArray>();
+  if (auto in = dataAs<TDataArray>(m_In)) {
+    for (const auto& item : in->m_Items) {
+      auto column = std::dynamic_pointer_cast<TAttributeData>(item);
+      if (!column) throw TFlowError("Unknown type");
+      out->add(ordnorm(*column));
+    }
+  }
+  m_Out->setData(out);
+}
+
+// ---------------------------------------------------------------------------
+// Aggregates up the hierarchy
+
+void TAttributeAggregator::postCreate() {
+  m_In = addInputPin<TAttributeData>("in");
+  m_Hierarchy = addInputPin<THierarchyData>("hierarchy");
+  m_Function = addInputPin<TStringData>("aggregation function");
+  m_Out = addOutputPin<TAttributeData>("out");
+}
+
+void TAttributeAggregator::process() {
+  if (!m_In->getData() && m_Out->getData()) m_Out->setData(nullptr);
+  if (requireData({m_In, m_Hierarchy})) {
+    auto in = dataAs<TAttributeData>(m_In);
+    auto h = dataAs<THierarchyData>(m_Hierarchy);
+    auto fn = dataAs<TStringData>(m_Function);
+    const std::string function = fn ? fn->getValue() : std::string();
+    const std::string type = in->getAttributeType();
+    if (type == "string") {
+      m_Out->setData(nullptr);
+    } else if (type == "float" || type == "int") {
+      auto out = std::make_shared<TFloatAttributeData>(in->m_KeyName);
+      m_Out->setData(out);
+      for (const auto& row : h->m_Rows) {
+        if (in->hasValueById(row.nid)) continue;
+        float lo = FLT_MAX;
+        float hi = -FLT_MAX;
+        double sum = 0.0;
+        size_t count = 0;
+        for (uint32_t nid : h->getNidsBelowNid(row.nid)) {
+          bool found = false;
+          const float v = in->getFloatValueById(nid, found);
+          if (!found) continue;
+          lo = std::min(lo, v);
+          hi = std::max(hi, v);
+          sum += v;
+          ++count;
+        }
+        if (count == 0) continue;
+        float value = lo;
+        if (function == "max") value = hi;
+        else if (function == "sum") value = static_cast<float>(sum);
+        else if (function == "avg") value = static_cast<float>(sum / static_cast<double>(count));
+        out->addRow(row.nid, value);
+      }
+    }
+  }
+  resetPins({});
+}
+
+// ---------------------------------------------------------------------------
+// Degrees, ids and edge captions
+
+namespace {
+// Sets `column` on `pin` unless the pin holds a column with the same rows.
+template <class Column>
+void setIfChanged(const TPinPtr& pin, const std::shared_ptr<Column>& column) {
+  auto old = std::dynamic_pointer_cast<Column>(pin->getData());
+  if (!old || !old->sameRows(*column)) pin->setData(column);
+}
+}  // namespace
+
+void TFanAttributeProcessor::postCreate() {
+  m_NodeSelection = addInputPin<TIntegerSetData>("node selection");
+  m_EdgeSelection = addInputPin<TIntegerSetData>("edge selection");
+  m_EdgeData = addInputPin<TEdgeData>("edge data");
+  m_FanOut = addOutputPin<TIntegerAttributeData>("fan out");
+  m_FanIn = addOutputPin<TIntegerAttributeData>("fan in");
+}
+
+void TFanAttributeProcessor::process() {
+  resetPins({});
+  if (!requireData({m_NodeSelection, m_EdgeSelection, m_EdgeData})) return;
+  auto nodes = dataAs<TIntegerSetData>(m_NodeSelection);
+  auto edgeSelection = dataAs<TIntegerSetData>(m_EdgeSelection);
+  auto edges = dataAs<TEdgeData>(m_EdgeData);
+  auto fanOut = std::make_shared<TIntegerAttributeData>("fan out (*)");
+  auto fanIn = std::make_shared<TIntegerAttributeData>("fan in (*)");
+  TIntegerSetData scratch;
+  for (uint32_t nid : nodes->m_Set) {
+    scratch.m_Set.clear();
+    edges->addForwardNeighbours(nid, *edgeSelection, scratch, nullptr);
+    if (scratch.getCount() > 0) fanOut->setValueById(nid, static_cast<int32_t>(scratch.getCount()));
+    scratch.m_Set.clear();
+    edges->addBackwardNeighbours(nid, *edgeSelection, scratch, nullptr);
+    if (scratch.getCount() > 0) fanIn->setValueById(nid, static_cast<int32_t>(scratch.getCount()));
+  }
+  setIfChanged(m_FanOut, fanOut);
+  setIfChanged(m_FanIn, fanIn);
+}
+
+void TIdAttributeProcessor::postCreate() {
+  m_Selection = addInputPin<TIntegerSetData>("selection");
+  m_Out = addOutputPin<TIntegerAttributeData>("out");
+}
+
+void TIdAttributeProcessor::process() {
+  if (!requireData({m_Selection})) return;
+  resetPins({m_Selection});
+  auto ids = std::make_shared<TIntegerAttributeData>("id (*)");
+  for (uint32_t id : dataAs<TIntegerSetData>(m_Selection)->m_Set) ids->addRow(id, static_cast<int32_t>(id));
+  setIfChanged(m_Out, ids);
+}
+
+void TFromToAttributeCreator::postCreate() {
+  m_Caption = addInputPin<TStringAttributeData>("caption attr");
+  m_EdgeData = addInputPin<TEdgeData>("edge data");
+  m_FromOut = addOutputPin<TStringAttributeData>("from out");
+  m_ToOut = addOutputPin<TStringAttributeData>("to out");
+}
+
+void TFromToAttributeCreator::process() {
+  if (!requireData({m_Caption, m_EdgeData})) return;
+  resetPins({m_Caption, m_EdgeData});
+  // Captions are texts; a column of another type gives its values' texts.
+  auto caption = dataAs<TAttributeData>(m_Caption);
+  auto from = std::make_shared<TStringAttributeData>("from node");
+  auto to = std::make_shared<TStringAttributeData>("to node");
+  bool found = false;
+  for (const TEdgeRow& e : dataAs<TEdgeData>(m_EdgeData)->m_Rows) {
+    std::string text = caption->getTextValueById(e.fromnid, found);
+    if (found) from->addRow(e.eid, text);
+    text = caption->getTextValueById(e.tonid, found);
+    if (found) to->addRow(e.eid, text);
+  }
+  m_FromOut->setData(from);
+  m_ToOut->setData(to);
+}
+
+// ---------------------------------------------------------------------------
+// Icons
+
+void TIconAttributeCreator::postCreate() {
+  m_Icons = addInputPin<TMapStringToIntegerData>("icons");
+  m_Attributes = addInputPin<TAttributeDataArray>("attributes");
+  m_Output = addOutputPin<TIntegerAttributeDataArray>("output");
+}
+
+void TIconAttributeCreator::process() {
+  if (requireData({m_Icons, m_Attributes})) {
+    auto icons = dataAs<TMapStringToIntegerData>(m_Icons);
+    auto out = std::make_shared<TIntegerAttributeDataArray>();
+    for (const auto& item : dataAs<TDataArray>(m_Attributes)->m_Items) {
+      auto column = std::dynamic_pointer_cast<TStringAttributeData>(item);
+      if (!column) continue;
+      std::shared_ptr<TIntegerAttributeData> iconColumn;
+      for (size_t r = 0; r < column->getRowCount(); ++r) {
+        auto it = icons->m_Map.find(std::string(column->viewByRow(r)));
+        if (it == icons->m_Map.end()) continue;
+        if (!iconColumn) {
+          iconColumn = std::make_shared<TIntegerAttributeData>("icon for '" + column->m_KeyName + "'");
+          out->add(iconColumn);
+        }
+        iconColumn->addRow(column->getIdByRow(r), it->second);
+      }
+    }
+    m_Output->setData(out);
+  }
+  resetPins({});
+}
+
+// ---------------------------------------------------------------------------
+// Union
+
+void TAttributeUnion::postCreate() {
+  m_In1 = addInputPin<TAttributeData>("in1");
+  m_In2 = addInputPin<TAttributeData>("in2");
+  m_Out = addOutputPin<TAttributeData>("out");
+}
+
+void TAttributeUnion::process() {
+  resetPins({});
+  auto in1 = dataAs<TAttributeData>(m_In1);
+  auto in2 = dataAs<TAttributeData>(m_In2);
+  if (!in1) {
+    m_Out->setData(nullptr);
+    return;
+  }
+  const std::string t1 = in1->getAttributeType();
+  const std::string t2 = in2 ? in2->getAttributeType() : std::string();
+  if (t1 == "string" && !in2) {
+    m_Out->setData(in1);
+    return;
+  }
+  std::shared_ptr<TAttributeData> out;
+  if (t1 == "float" || t2 == "float")
+    out = std::make_shared<TFloatAttributeData>(in1->m_KeyName);
+  else if (t1 == "int" || t2 == "int")
+    out = std::make_shared<TIntegerAttributeData>(in1->m_KeyName);
+  else
+    throw TFlowError(" TAttributeUnion::process(): Unsupported types");
+  out->copyFrom(*in1);
+  if (in2) out->copyFrom(*in2);
+  m_Out->setData(out);
+}
+
+void registerDerivationProcessors() {
+  auto& reg = TProcessorRegistry::instance();
+  reg.add<TAttributeNormalizerProcessor>();
+  reg.add<TAttributeArrayNormalizerProcessor>();
+  reg.add<TAttributeAggregator>();
+  reg.add<TFanAttributeProcessor>();
+  reg.add<TIdAttributeProcessor>();
+  reg.add<TFromToAttributeCreator>();
+  reg.add<TIconAttributeCreator>();
+  reg.add<TAttributeUnion>();
+}
+
+}  // namespace quorvel

@@ -1,0 +1,169 @@
+#include <gtest/gtest.h>
+
+#include "analysis/MAttributeDerivation.h"
+#include "support/TestData.h"
+#include "support/TestHelpers.h"
+#include "support/TestProcessors.h"
+
+using namespace quorvel;
+using namespace quorvel::test;
+
+namespace {
+
+float valueOf(const TAttributeData& c, uint32_t id, bool* present = nullptr) {
+  bool found = false;
+  const float v = c.getFloatValueById(id, found);
+  if (present) *present = found;
+  return v;
+}
+
+}  // namespace
+
+TEST(Derivation, OrdnormRanksTextsAndKeepsNumbers) {
+  auto texts = column<TStringAttributeData, std::string>("kind", {{1, "b"}, {2, "a"}, {3, "b"}, {5, "C"}});
+  auto ranks = ordnorm(*texts);
+  EXPECT_EQ(ranks->m_KeyName, "kind");
+  EXPECT_EQ(valueOf(*ranks, 1), 2.0f);
+  EXPECT_EQ(valueOf(*ranks, 2), 1.0f);
+  EXPECT_EQ(valueOf(*ranks, 5), 0.0f) << "byte order: upper case first";
+  EXPECT_EQ(ranks->getMinimumValue(), 0.0f);
+  EXPECT_EQ(ranks->getMaximumValue(), 2.0f);
+  EXPECT_EQ(ranks->getIdByRow(0), 1u) << "same row order";
+  auto ints = ordnorm(*column<TIntegerAttributeData, int32_t>("n", {{1, -4}, {2, 9}}));
+  EXPECT_EQ(valueOf(*ints, 2), 9.0f);
+  auto empty = ordnorm(TFloatAttributeData("e"));
+  EXPECT_GT(empty->getMinimumValue(), empty->getMaximumValue());
+  EXPECT_EQ(errorOf([] { ordnorm(TBoolAttributeData("b")); }), "Unknown type");
+
+  Net net;
+  auto array = net.add<TAttributeArrayNormalizerProcessor>(net.fm);
+  auto in = std::make_shared<TAttributeDataArray>();
+  in->add(texts);
+  in->add(column<TFloatAttributeData, float>("f", {{1, 0.5f}}));
+  array->m_In->setData(in);
+  net.pass();
+  auto out = dataAs<TFloatAttributeDataArray>(array->m_Out);
+  ASSERT_EQ(out->getItemCount(), 2u);
+  EXPECT_EQ(out->itemAs<TFloatAttributeData>(1)->m_KeyName, "f");
+  auto single = net.add<TAttributeNormalizerProcessor>(net.fm);
+  single->m_In->setData(texts);
+  net.pass();
+  EXPECT_EQ(dataAs<TFloatAttributeData>(single->m_Out)->getRowCount(), 4u);
+  single->m_In->setData(nullptr);
+  net.pass();
+  EXPECT_EQ(single->m_Out->getData(), nullptr);
+}
+
+TEST(Derivation, AggregatesFillTheNodesWithoutValues) {
+  // folder 1 with files 2, 3, 4 (1, 2, 6); folder 5 with file 6 (no value);
+  // folder 7 with its own value and a file 8 below.
+  auto h = tree({{9, 0}, {1, 9}, {2, 1}, {3, 1}, {4, 1}, {5, 9}, {6, 5}, {7, 9}, {8, 7}});
+  auto values = column<TIntegerAttributeData, int32_t>("lines", {{2, 1}, {3, 2}, {4, 6}, {7, 100}, {8, 5}});
+  Net net;
+  auto aggr = net.add<TAttributeAggregator>(net.fm);
+  aggr->m_In->setData(values);
+  aggr->m_Hierarchy->setData(h);
+  aggr->m_Function->setData(std::make_shared<TStringData>("avg"));
+  net.pass();
+  auto out = dataAs<TFloatAttributeData>(aggr->m_Out);
+  ASSERT_TRUE(out);
+  EXPECT_EQ(out->m_KeyName, "lines");
+  bool found = false;
+  EXPECT_EQ(valueOf(*out, 1, &found), 3.0f);
+  EXPECT_FALSE(out->hasValueById(2)) << "the input's own values are not in the result";
+  EXPECT_FALSE(out->hasValueById(5)) << "nothing below has a value";
+  EXPECT_FALSE(out->hasValueById(7)) << "a node with its own value";
+  EXPECT_EQ(valueOf(*out, 9), 22.8f) << "the root aggregates the input, not the aggregates";
+  aggr->m_Function->setData(nullptr);
+  net.pass();
+  EXPECT_EQ(valueOf(*dataAs<TFloatAttributeData>(aggr->m_Out), 9), 1.0f) << "no function: the minimum";
+
+  aggr->m_In->setData(column<TStringAttributeData, std::string>("s", {{2, "x"}}));
+  net.pass();
+  EXPECT_EQ(aggr->m_Out->getData(), nullptr) << "a text column empties out";
+  aggr->m_In->setData(values);
+  net.pass();
+  auto kept = aggr->m_Out->getData();
+  aggr->m_In->setData(column<TBoolAttributeData, bool>("b", {{2, true}}));
+  net.pass();
+  EXPECT_EQ(aggr->m_Out->getData(), kept) << "a bool column leaves out";
+  aggr->m_In->setData(nullptr);
+  net.pass();
+  EXPECT_EQ(aggr->m_Out->getData(), nullptr);
+}
+
+TEST(Derivation, FanIdsCaptionsIconsAndUnion) {
+  auto edges = std::make_shared<TEdgeData>();
+  edges->addRow(1, 10, 20);
+  edges->addRow(2, 10, 20);  // parallel: counts once
+  edges->addRow(3, 20, 30);
+  edges->addRow(4, 10, 30);  // outside the edge selection
+  Net net;
+  auto fan = net.add<TFanAttributeProcessor>(net.fm);
+  fan->m_NodeSelection->setData(ids({10, 20, 30, 40}));
+  fan->m_EdgeSelection->setData(ids({1, 2, 3}));
+  fan->m_EdgeData->setData(edges);
+  net.pass();
+  auto out = dataAs<TIntegerAttributeData>(fan->m_FanOut);
+  auto in = dataAs<TIntegerAttributeData>(fan->m_FanIn);
+  EXPECT_EQ(out->m_KeyName, "fan out (*)");
+  EXPECT_EQ(valueOf(*out, 10), 1.0f);
+  EXPECT_EQ(valueOf(*in, 20), 1.0f);
+  EXPECT_EQ(valueOf(*in, 30), 1.0f);
+  EXPECT_FALSE(out->hasValueById(40)) << "a count of 0 has no row";
+  fan->m_EdgeData->touch();
+  net.pass();
+  EXPECT_EQ(fan->m_FanOut->getData(), out) << "unchanged columns wake nobody";
+
+  auto idAttr = net.add<TIdAttributeProcessor>(net.fm);
+  idAttr->m_Selection->setData(ids({5, 7}));
+  net.pass();
+  auto idColumn = dataAs<TIntegerAttributeData>(idAttr->m_Out);
+  EXPECT_EQ(idColumn->m_KeyName, "id (*)");
+  EXPECT_EQ(valueOf(*idColumn, 7), 7.0f);
+
+  auto captions = net.add<TFromToAttributeCreator>(net.fm);
+  captions->m_Caption->setData(column<TStringAttributeData, std::string>("name", {{10, "a"}, {20, "b"}}));
+  captions->m_EdgeData->setData(edges);
+  net.pass();
+  auto from = dataAs<TStringAttributeData>(captions->m_FromOut);
+  auto to = dataAs<TStringAttributeData>(captions->m_ToOut);
+  bool found = false;
+  EXPECT_EQ(from->getValueById(3, found), "b");
+  EXPECT_FALSE(to->hasValueById(3)) << "30 has no caption";
+  EXPECT_EQ(to->m_KeyName, "to node");
+
+  auto icons = net.add<TIconAttributeCreator>(net.fm);
+  auto map = std::make_shared<TMapStringToIntegerData>();
+  map->put("file", 4);
+  auto attributes = std::make_shared<TAttributeDataArray>();
+  attributes->add(column<TStringAttributeData, std::string>("type", {{1, "file"}, {2, "folder"}}));
+  attributes->add(column<TStringAttributeData, std::string>("name", {{1, "x"}}));
+  icons->m_Icons->setData(map);
+  icons->m_Attributes->setData(attributes);
+  net.pass();
+  auto iconArray = dataAs<TIntegerAttributeDataArray>(icons->m_Output);
+  ASSERT_EQ(iconArray->getItemCount(), 1u) << "no matching text, no column";
+  EXPECT_EQ(iconArray->m_Items[0]->getKeyName(), "icon for 'type'");
+  EXPECT_FALSE(iconArray->itemAs<TIntegerAttributeData>(0)->hasValueById(2));
+
+  auto uni = net.add<TAttributeUnion>(net.fm);
+  uni->m_In1->setData(column<TIntegerAttributeData, int32_t>("n", {{1, 1}, {2, 2}}));
+  uni->m_In2->setData(column<TFloatAttributeData, float>("f", {{2, 2.5f}}));
+  net.pass();
+  auto merged = dataAs<TFloatAttributeData>(uni->m_Out);
+  ASSERT_TRUE(merged) << "int and float give a float column";
+  EXPECT_EQ(merged->m_KeyName, "n");
+  EXPECT_EQ(valueOf(*merged, 2), 2.5f) << "in2 wins";
+  auto text = column<TStringAttributeData, std::string>("s", {{1, "x"}});
+  uni->m_In1->setData(text);
+  uni->m_In2->setData(nullptr);
+  net.pass();
+  EXPECT_EQ(uni->m_Out->getData(), text);
+  uni->m_In2->setData(column<TStringAttributeData, std::string>("t", {{1, "y"}}));
+  net.fm->stage1();
+  EXPECT_EQ(errorOf([&] { net.fm->stage2(); }), " TAttributeUnion::process(): Unsupported types");
+  uni->m_In2->setData(column<TIntegerAttributeData, int32_t>("i", {{1, 1}}));
+  net.fm->stage1();
+  EXPECT_EQ(errorOf([&] { net.fm->stage2(); }), "copyFrom(): cannot convert type");
+}

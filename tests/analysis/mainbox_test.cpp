@@ -1,0 +1,140 @@
+// A dataset through BMain in a running network: what the views will draw,
+// and how a collapse and its undo travel.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "analysis/MSelection.h"
+#include "data/MColorMap.h"
+#include "engine/MLibrary.h"
+#include "engine/MMediator.h"
+#include "engine/MSources.h"
+
+using namespace quorvel;
+
+namespace {
+
+struct Opened {
+  std::shared_ptr<TFlowManager> savedLib = me.flowlib;
+  std::shared_ptr<TFlowManager> savedLayout = me.flowlayout;
+  TBoxPtr main;
+  Opened() {
+    std::filesystem::copy_file(std::string(std::getenv("QUORVEL_SOURCE_DIR")) + "/samples/orbit/orbit.db",
+                               "orbit.db", std::filesystem::copy_options::overwrite_existing);
+    setUpNetworks(std::string(std::getenv("QUORVEL_BINARY_DIR")) + "/bin/library");
+    main = instantiateLibBox("BMain", {{{"dataset filename", "orbit.db"}}, {}});
+    settle();
+  }
+  ~Opened() {
+    me.flowlayout->destroy();
+    me.flowlib->destroy();
+    me.flowlib = savedLib;
+    me.flowlayout = savedLayout;
+  }
+  void settle() {
+    me.manualupdate = false;
+    doflow(*me.flowlayout);
+    ASSERT_FALSE(me.manualupdate);
+  }
+  template <class T>
+  std::shared_ptr<T> port(const std::string& name) {
+    TProcessorPtr p = main->getIdentityProcessorByInputName(name);
+    return p ? std::dynamic_pointer_cast<T>(p->getOnlyOutputPin()->getData()) : nullptr;
+  }
+  uint32_t lftOf(uint32_t nid) {
+    bool found = false;
+    return port<THierarchyData>("full hierarchy")->getLftByNid(nid, found);
+  }
+  std::shared_ptr<TAbstractDataSource> collapsedAttr() {
+    return std::dynamic_pointer_cast<TAbstractDataSource>(main->getProcessorByName("collapsed attr"));
+  }
+};
+
+}  // namespace
+
+TEST(MainBox, SampleDatasetBecomesWhatTheViewsDraw) {
+  Opened o;
+  auto full = o.port<THierarchyData>("full hierarchy");
+  ASSERT_TRUE(full);
+  EXPECT_EQ(full->m_KeyName, "hierarchy 1");
+  auto visible = o.port<THierarchyData>("collapsed hierarchy");
+  EXPECT_EQ(visible->getRowCount(), full->getRowCount()) << "nothing is collapsed at first";
+  auto agglft = o.port<TAggLftData>("agglft");
+  for (const auto& [lft, agg] : agglft->m_Rows) EXPECT_EQ(lft, agg);
+  EXPECT_EQ(o.port<TIntegerData>("max level")->getValue(), 5);
+
+  auto collapsed = o.port<TEdgeCollapsedData>("edge collapsed");
+  ASSERT_TRUE(collapsed);
+  EXPECT_EQ(collapsed->getRecordCount(), 16u) << "17 edges with attributes, 11 and 22 joined both ways";
+  const auto& both = collapsed->getRecord(std::min(o.lftOf(11), o.lftOf(22)), std::max(o.lftOf(11), o.lftOf(22)));
+  EXPECT_EQ(both.forward.size() + both.backward.size(), 2u);
+  auto colors = o.port<TEdgeColorData>("edge colors");
+  ASSERT_EQ(colors->getRecordCount(), 16u);
+  // The colour attribute is the first edge attribute, "kind": the two
+  // directions between 11 and 22 disagree.
+  for (const auto& r : colors->m_Records) {
+    if (r.smallerlft == both.smallerlft && r.largerlft == both.largerlft) {
+      EXPECT_EQ(r.forward, TVector4(1, 0, 1, 1));
+    }
+  }
+
+  EXPECT_EQ(o.port<TIntegerSetData>("node selection")->getCount(), 29u) << "the filter lets everything pass";
+  auto ordnorm = o.port<TFloatAttributeDataArray>("node attributes ordnorm");
+  ASSERT_TRUE(ordnorm);
+  EXPECT_EQ(ordnorm->getItemCount(), o.port<TDataArray>("node attributes")->getItemCount());
+
+  // A primary selection reaches its neighbours.
+  auto primary = o.port<TIntegerSetData>("node primary selection");
+  primary->add(20);
+  o.settle();
+  EXPECT_EQ(o.port<TIntegerSetData>("node secondary selection")->m_Set, (TIdSet{21, 22}));
+}
+
+TEST(MainBox, CollapseFoldsSubtreesAndUndoBringsStatesBack) {
+  Opened o;
+  auto before = o.port<TEdgeCollapsedData>("edge collapsed");
+  auto state = std::dynamic_pointer_cast<TBoolAttributeData>(o.collapsedAttr()->getData());
+  ASSERT_TRUE(state);
+
+  // Edited in place: shape.h (9) folds its classes and methods away.
+  state->setValueById(9, true);
+  o.settle();
+  auto visible = o.port<THierarchyData>("collapsed hierarchy");
+  bool found = false;
+  visible->getRowByNid(10, found);
+  EXPECT_FALSE(found) << "Shape is hidden";
+  visible->getRowByNid(9, found);
+  EXPECT_TRUE(found) << "a folded node stays visible";
+  EXPECT_EQ(o.port<TAggLftData>("agglft")->getAggLftByLft(o.lftOf(13), found), o.lftOf(9));
+  auto after = o.port<TEdgeCollapsedData>("edge collapsed");
+  EXPECT_NE(after, before) << "the edges were aggregated again";
+  EXPECT_TRUE(after->findRecord(o.lftOf(9), o.lftOf(9))) << "inheritance inside shape.h became one record";
+  EXPECT_LT(after->getRecordCount(), before->getRecordCount());
+
+  // Changed the way the actions do: a clone, changed, set anew.
+  auto open = state->clone();
+  open->setValueById(9, false);
+  o.collapsedAttr()->setData(open);
+  o.settle();
+  o.port<THierarchyData>("collapsed hierarchy")->getRowByNid(10, found);
+  EXPECT_TRUE(found);
+
+  // Undo: the state before the clone, with shape.h folded.
+  auto undo = std::dynamic_pointer_cast<TStackStore>(o.main->getProcessorByName("collapse undo"));
+  ASSERT_TRUE(undo);
+  undo->pop();
+  o.settle();
+  EXPECT_EQ(o.collapsedAttr()->getData(), state);
+  o.port<THierarchyData>("collapsed hierarchy")->getRowByNid(10, found);
+  EXPECT_FALSE(found);
+}
+
+TEST(MainBox, ACollapseThatKeepsTheMapWakesNoAggregation) {
+  Opened o;
+  auto edges = o.port<TEdgeCollapsedData>("edge collapsed");
+  auto state = std::dynamic_pointer_cast<TBoolAttributeData>(o.collapsedAttr()->getData());
+  state->setValueById(6, true);  // the field x is a leaf
+  o.settle();
+  EXPECT_EQ(o.port<TEdgeCollapsedData>("edge collapsed"), edges);
+}
