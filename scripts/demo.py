@@ -43,14 +43,23 @@ def main(library, dataset):
             names = column
         print("node attribute %-12s %-7s %d values" % (column.m_KeyName, column.getAttributeType(), column.getRowCount()))
     edges = port(box, "edges")
-    print("edges: %d" % edges.getRowCount())
+    kinds = {}
+    kind = port(box, "edge attributes").getItemByKey("kind")[0]
+    for row in range(edges.getRowCount()):
+        eid = edges.getRow(row)[0]
+        value, found = kind.getValueById(eid) if kind else ("", False)
+        kinds[value if found else "(no kind)"] = kinds.get(value if found else "(no kind)", 0) + 1
+    print("edges: %d %s" % (edges.getRowCount(), ", ".join("%s %d" % kv for kv in sorted(kinds.items()))))
+    collapsed = port(box, "edge collapsed")
+    colors = port(box, "edge colors")
+    print("aggregated edges: %d records, %d coloured" % (collapsed.getRecordCount(), colors.getRecordCount()))
     if hierarchies.getItemCount() and names:
         h = hierarchies.getItemByIndex(0)[0]
-        print("The first hierarchy, two levels deep:")
+        print("The first hierarchy, three levels deep:")
         root = h.getNidByRow(1)
         for nid in h.getNidsBelowNid(root):
             depth = len(h.getNidsAboveNid(nid)) - 1
-            if depth <= 2:
+            if depth <= 3:
                 name, found = names.getValueById(nid)
                 print("  " + "  " * depth + (name if found else "(node %d has no attributes)" % nid))
     me.flowlayout.destroy()

@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
     auto lib = makeFlowManager(false);
     buildLibrary(*lib);
     lib->store(lib->m_Children, argv[1]);
-    lib->destroy();
+    lib->release();
   } catch (const std::exception& e) {
     std::cerr << "quorvel-mklibrary: " << e.what() << "\n";
     code = 1;

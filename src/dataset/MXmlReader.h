@@ -30,6 +30,8 @@ class TXmlReader {
   // Makes the running conversion fail with "Aborted by the user" at the
   // next start of an element; without a running conversion, nothing.
   void stopParsing();
+  // True while a conversion runs.
+  bool isRunning() const { return m_Running.load() != nullptr; }
 
   // The statements that make a dataset database, as the converter runs them.
   static void createDatasetTables(TDatabase& db);

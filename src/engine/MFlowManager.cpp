@@ -30,6 +30,13 @@ void TCppFlowManager::destroy() {
   m_AllPins.clear();
 }
 
+void TCppFlowManager::release() {
+  destroy();
+  m_Objects.clear();
+  m_Self.reset();
+  m_PySelf.reset();
+}
+
 std::shared_ptr<TFlowObject> TCppFlowManager::getFlowObject(uint32_t id) const {
   auto it = m_Objects.find(id);
   return it == m_Objects.end() ? nullptr : it->second;

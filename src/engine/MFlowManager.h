@@ -33,6 +33,9 @@ class TCppFlowManager : public TAbstractBox {
   void postCreate() override;
   // Empties the network; the manager stays registered and usable.
   void destroy() override;
+  // Empties the network and lets the manager itself go: it no longer holds
+  // itself. For the end of the process.
+  void release();
   std::shared_ptr<TFlowObject> getFlowObject(uint32_t id) const;
   void registerObject(const std::shared_ptr<TFlowObject>& obj);
   void unregisterObject(uint32_t id);

@@ -186,8 +186,8 @@ std::string TMediator::appNameLong() const {
 }
 
 void TMediator::releaseAll() {
-  if (flowlayout) flowlayout->destroy();
-  if (flowlib) flowlib->destroy();
+  if (flowlayout) flowlayout->release();
+  if (flowlib) flowlib->release();
   flowlayout.reset();
   flowlib.reset();
   for (TPyRef* ref : {&pluginsystem, &statusbar, &imagelist, &mainwindow, &branding, &server, &cmdoptions,

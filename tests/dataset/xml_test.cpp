@@ -102,7 +102,7 @@ TEST(XmlReader, StopParsingAbortsAtTheNextElement) {
   TXmlReader reader("");
   std::string text;
   std::thread stopper([&reader] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    while (!reader.isRunning()) std::this_thread::sleep_for(std::chrono::microseconds(100));
     reader.stopParsing();
   });
   try {

@@ -61,7 +61,7 @@ struct Net {
     TProcessorRegistry::instance().add<TSource>();
   }
   std::shared_ptr<TFlowManager> fm = makeFlowManager(true);
-  ~Net() { fm->destroy(); }
+  ~Net() { fm->release(); }
   template <class T>
   std::shared_ptr<T> add(const TBoxPtr& box, float y = 0.0f) {
     auto p = fm->constructProcessor<T>();
