@@ -257,7 +257,7 @@ class TSmallIdSet {
   }
 
  private:
-  static constexpr uint32_t kInline = 3;
+  static constexpr uint32_t kInline = 2;
   uint32_t* data() { return m_Capacity > kInline ? m_Heap : m_Inline; }
   const uint32_t* data() const { return m_Capacity > kInline ? m_Heap : m_Inline; }
   void push(uint32_t id) {
