@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cstdio>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -25,14 +26,40 @@ namespace {
 // ---------------------------------------------------------------------------
 // What the importer keeps of the tree
 
+constexpr uint32_t kNone = 0xffffffffu;
+
+// Types and languages are few words, kept once: a node holds their index.
+class TWords {
+ public:
+  TWords() {
+    for (const char* w : {"", "folder", "file"}) id(w);
+  }
+  static constexpr uint16_t kEmpty = 0, kFolder = 1, kFile = 2;
+  uint16_t id(const std::string& word) {
+    auto [it, added] = m_Ids.emplace(word, static_cast<uint16_t>(m_Texts.size()));
+    if (added) m_Texts.push_back(word);
+    return it->second;
+  }
+  const std::string& text(uint16_t id) const { return m_Texts[id]; }
+
+ private:
+  std::unordered_map<std::string, uint16_t> m_Ids;
+  std::deque<std::string> m_Texts;  // references stay valid as words are added
+};
+
 struct Node {
   uint32_t nid = 0;
   uint32_t parent = 0;  // 0: the root of the hierarchy
   uint32_t order = 0;
+  uint16_t type = TWords::kEmpty;
+  uint16_t language = TWords::kEmpty;
   std::string name;
-  std::string type;
-  std::string language;
-  std::string srcloc;
+  // "_srcloc" is made when written: the file's path, first line, column 1,
+  // last line and last column.
+  uint32_t srcFile = kNone;
+  uint32_t firstLine = 0;
+  uint32_t lastLine = 0;
+  uint32_t lastColumn = 0;
   int64_t lines = -1;
   int64_t bytes = -1;
   int64_t definitions = 0;
@@ -49,13 +76,21 @@ struct File {
 
 struct Tag {
   std::string name;
-  std::string kind;
-  std::string scopeKind;
   std::string inherits;
-  std::string language;
+  uint16_t kind = TWords::kEmpty;
+  uint16_t scopeKind = TWords::kEmpty;
+  uint16_t language = TWords::kEmpty;
   uint32_t line = 0;
   uint32_t end = 0;
   uint32_t node = 0;
+};
+
+// What inheritance needs of a definition; its name is its node's.
+struct Definition {
+  uint32_t node;
+  uint16_t language;
+  bool isClass;
+  std::string inherits;
 };
 
 std::string languageOfName(const std::string& name) {
@@ -311,11 +346,12 @@ class Importer {
   void error(const std::string& text) {
     if (m_Options.report) m_Options.report("***ERROR: " + text);
   }
-  uint32_t addNode(uint32_t parentNode, const std::string& name, const std::string& type) {
+  uint32_t addNode(uint32_t parentNode, const std::string& name, uint16_t type) {
     Node n;
     n.nid = static_cast<uint32_t>(m_Nodes.size() + 1);
     n.parent = parentNode == kNoParent ? 0 : m_Nodes[parentNode].nid;
     n.order = parentNode == kNoParent ? 0 : ++m_ChildCount[parentNode];
+    m_ChildCount.push_back(0);
     n.name = name;
     n.type = type;
     m_Nodes.push_back(std::move(n));
@@ -332,18 +368,19 @@ class Importer {
   void sumUp();
   void write(const fs::path& root, const std::string& output);
 
-  static constexpr uint32_t kNoParent = 0xffffffffu;
+  static constexpr uint32_t kNoParent = kNone;
   const TImportOptions& m_Options;
   TImportCounts m_Counts;
   std::vector<Node> m_Nodes;
   std::vector<uint32_t> m_Parents;
-  std::unordered_map<uint32_t, uint32_t> m_ChildCount;
+  std::vector<uint32_t> m_ChildCount;
   std::vector<File> m_Files;
   std::unordered_map<std::string, uint32_t> m_FileByPath;
   std::unordered_map<std::string, std::vector<uint32_t>> m_FilesByName;
   std::vector<std::string> m_IncludeFolders;
   std::unordered_map<std::string, std::vector<Tag>> m_TagsByPath;
-  std::vector<Tag> m_Definitions;
+  TWords m_Words;
+  std::vector<Definition> m_Definitions;
   std::vector<std::tuple<uint32_t, uint32_t, std::string>> m_Edges;  // from node, to node, kind
 };
 
@@ -354,8 +391,7 @@ void Importer::walk(const fs::path& root) {
     uint32_t node;
   };
   const std::string rootName = root.filename().empty() ? root.parent_path().filename().string() : root.filename().string();
-  std::vector<Dir> stack{{root, "", addNode(kNoParent, rootName.empty() ? "/" : rootName, "folder")}};
-  m_Nodes.back().language = "";
+  std::vector<Dir> stack{{root, "", addNode(kNoParent, rootName.empty() ? "/" : rootName, TWords::kFolder)}};
   ++m_Counts.folders;
   m_IncludeFolders.push_back("");
   size_t done = 0;
@@ -391,7 +427,7 @@ void Importer::walk(const fs::path& root) {
     std::vector<Dir> children;
     for (const auto& [name, full] : folders) {
       const std::string rel = join(dir.rel, name);
-      const uint32_t node = addNode(dir.node, name, "folder");
+      const uint32_t node = addNode(dir.node, name, TWords::kFolder);
       ++m_Counts.folders;
       if (name == "include") m_IncludeFolders.push_back(rel);
       children.push_back({full, rel, node});
@@ -436,14 +472,17 @@ void Importer::readFile(const fs::path& full, const std::string& rel, uint32_t f
   }
   if (isCFamily(file.language)) scanIncludes(text, file);
   if (file.language == "Python") scanImports(text, file);
-  file.node = addNode(folder, fs::path(rel).filename().string(), "file");
+  file.node = addNode(folder, fs::path(rel).filename().string(), TWords::kFile);
   Node& n = m_Nodes[file.node];
-  n.language = file.language == "C/C++" ? "C++" : file.language;
+  n.language = m_Words.id(file.language == "C/C++" ? "C++" : file.language);
   n.lines = static_cast<int64_t>(file.lineLengths.size());
   n.bytes = static_cast<int64_t>(text.size());
-  if (!file.lineLengths.empty())
-    n.srcloc = rel + "|1|1|" + std::to_string(file.lineLengths.size()) + "|" +
-               std::to_string(std::max<uint32_t>(1, file.lineLengths.back()));
+  if (!file.lineLengths.empty()) {
+    n.srcFile = static_cast<uint32_t>(m_Files.size());
+    n.firstLine = 1;
+    n.lastLine = static_cast<uint32_t>(file.lineLengths.size());
+    n.lastColumn = std::max<uint32_t>(1, file.lineLengths.back());
+  }
   m_FileByPath[rel] = static_cast<uint32_t>(m_Files.size());
   m_FilesByName[fs::path(rel).filename().string()].push_back(static_cast<uint32_t>(m_Files.size()));
   m_Files.push_back(std::move(file));
@@ -476,10 +515,11 @@ void Importer::runCtags(const fs::path& root) {
     if (fields["_type"] != "tag") continue;
     Tag tag;
     tag.name = fields["name"];
-    tag.kind = fields["kind"];
-    if (skippedKind(tag.kind)) continue;
-    tag.scopeKind = fields["scopeKind"];
-    tag.language = fields["language"];
+    const std::string& kind = fields["kind"];
+    if (skippedKind(kind)) continue;
+    tag.kind = m_Words.id(kind);
+    tag.scopeKind = m_Words.id(fields["scopeKind"]);
+    tag.language = m_Words.id(fields["language"]);
     const std::string inherits = fields["inherits"];
     tag.inherits = inherits == "false" ? "" : inherits;
     tag.line = static_cast<uint32_t>(std::strtoul(fields["line"].c_str(), nullptr, 10));
@@ -512,19 +552,27 @@ void Importer::nestTags() {
     for (Tag& tag : tags) {
       while (!open.empty() && !(open.back()->line <= tag.line && tag.end <= open.back()->end)) open.pop_back();
       const uint32_t parent = open.empty() ? file.node : open.back()->node;
-      tag.node = addNode(parent, tag.name, typeOfTag(tag.kind, tag.scopeKind, tag.language));
+      const std::string& kind = m_Words.text(tag.kind);
+      tag.node = addNode(parent, tag.name,
+                         m_Words.id(typeOfTag(kind, m_Words.text(tag.scopeKind), m_Words.text(tag.language))));
       Node& n = m_Nodes[tag.node];
       n.language = tag.language;
       n.lines = tag.end >= tag.line ? tag.end - tag.line + 1 : 1;
       const uint32_t lastLength =
           tag.end >= 1 && tag.end <= file.lineLengths.size() ? file.lineLengths[tag.end - 1] : 1;
-      n.srcloc = path + "|" + std::to_string(tag.line) + "|1|" + std::to_string(tag.end) + "|" +
-                 std::to_string(std::max<uint32_t>(1, lastLength));
+      n.srcFile = f->second;
+      n.firstLine = tag.line;
+      n.lastLine = tag.end;
+      n.lastColumn = std::max<uint32_t>(1, lastLength);
       open.push_back(&tag);
-      m_Definitions.push_back(tag);
+      const bool isClass = kind == "class" || kind == "struct" || kind == "interface";
+      if (isClass || !tag.inherits.empty())
+        m_Definitions.push_back({tag.node, tag.language, isClass, std::move(tag.inherits)});
       ++m_Counts.definitions;
     }
+    tags = {};
   }
+  m_TagsByPath.clear();
 }
 
 void Importer::resolveIncludes() {
@@ -630,14 +678,14 @@ void Importer::resolveImports() {
 }
 
 void Importer::resolveInheritance() {
-  std::unordered_map<std::string, std::vector<const Tag*>> classes;
-  for (const Tag& t : m_Definitions)
-    if (t.kind == "class" || t.kind == "struct" || t.kind == "interface") classes[t.name].push_back(&t);
+  std::unordered_map<std::string, std::vector<const Definition*>> classes;
+  for (const Definition& d : m_Definitions)
+    if (d.isClass) classes[m_Nodes[d.node].name].push_back(&d);
   auto fileOf = [this](uint32_t node) {
-    while (node != kNoParent && m_Nodes[node].type != "file") node = m_Parents[node];
+    while (node != kNoParent && m_Nodes[node].type != TWords::kFile) node = m_Parents[node];
     return node;
   };
-  for (const Tag& t : m_Definitions) {
+  for (const Definition& t : m_Definitions) {
     if (t.inherits.empty()) continue;
     std::stringstream ss(t.inherits);
     std::string base;
@@ -658,11 +706,11 @@ void Importer::resolveInheritance() {
         continue;
       }
       // The same file first, then the same language.
-      const Tag* chosen = nullptr;
+      const Definition* chosen = nullptr;
       const uint32_t file = fileOf(t.node);
-      for (const Tag* c : it->second)
+      for (const Definition* c : it->second)
         if (c != &t && fileOf(c->node) == file) chosen = c;
-      for (const Tag* c : it->second)
+      for (const Definition* c : it->second)
         if (!chosen && c != &t && c->language == t.language) chosen = c;
       if (!chosen) {
         ++m_Counts.inheritsUnresolved;
@@ -681,10 +729,10 @@ void Importer::sumUp() {
     const uint32_t parent = m_Parents[i];
     if (parent == kNoParent) continue;
     Node& p = m_Nodes[parent];
-    const bool definition = n.type != "folder" && n.type != "file";
+    const bool definition = n.type != TWords::kFolder && n.type != TWords::kFile;
     if (definition) ++p.definitions;
     p.definitions += n.definitions;
-    if (p.type == "folder" && (n.type == "folder" || n.type == "file")) {
+    if (p.type == TWords::kFolder && !definition) {
       p.lines = std::max<int64_t>(p.lines, 0) + std::max<int64_t>(n.lines, 0);
       p.bytes = std::max<int64_t>(p.bytes, 0) + std::max<int64_t>(n.bytes, 0);
     }
@@ -713,12 +761,14 @@ void Importer::write(const fs::path& root, const std::string& output) {
         db.execute2("INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)", {int64_t(n.nid), std::string(key), v});
       };
       attr("name", n.name);
-      attr("type", n.type);
-      if (!n.language.empty()) attr("language", n.language);
+      attr("type", m_Words.text(n.type));
+      if (n.language != TWords::kEmpty) attr("language", m_Words.text(n.language));
       if (n.lines >= 0) attr("lines", n.lines);
       if (n.bytes >= 0) attr("bytes", n.bytes);
       attr("definitions", n.definitions);
-      if (!n.srcloc.empty()) attr("_srcloc", n.srcloc);
+      if (n.srcFile != kNone)
+        attr("_srcloc", m_Files[n.srcFile].path + "|" + std::to_string(n.firstLine) + "|1|" +
+                            std::to_string(n.lastLine) + "|" + std::to_string(n.lastColumn));
     }
     int64_t eid = 0;
     for (const auto& [from, to, kind] : m_Edges) {
