@@ -405,4 +405,22 @@ std::string TDatabase::prn(const std::string& query, const TDbParams& param) {
   return "\n" + pp(*c);
 }
 
+void writeDatabaseReplacing(const std::string& target, const std::function<void(TDatabase&)>& fill) {
+  namespace fs = std::filesystem;
+  fs::path temp(target);
+  temp += ".writing-" + std::to_string(::getpid());
+  std::error_code ec;
+  fs::remove(temp, ec);
+  try {
+    TDatabase db(temp.string());
+    fill(db);
+    db.commit();
+    db.close();
+    fs::rename(temp, target);
+  } catch (...) {
+    fs::remove(temp, ec);
+    throw;
+  }
+}
+
 }  // namespace quorvel

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -167,5 +168,11 @@ class TDatabase {
 };
 
 using TDatabasePtr = std::shared_ptr<TDatabase>;
+
+// Writes a database file through `fill` under a temporary name in the
+// target's folder, then commits, closes and renames it over `target`. On any
+// failure the temporary file goes, `target` stays as it was, and the failure
+// reaches the caller; a failed rename raises std::filesystem::filesystem_error.
+void writeDatabaseReplacing(const std::string& target, const std::function<void(TDatabase&)>& fill);
 
 }  // namespace quorvel

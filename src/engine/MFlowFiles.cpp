@@ -1,7 +1,6 @@
 // Storing networks in SQLite files and reading them back: the library, saved
 // perspectives, the state at closing and the clipboard.
 #include <pybind11/pybind11.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <deque>
@@ -127,86 +126,62 @@ std::string internalValueOf(TAbstractProcessor& proc) {
   return py::repr(d).cast<std::string>();
 }
 
-// A name in the same folder for writing the file before it replaces the
-// target.
-fs::path temporaryNameFor(const fs::path& target) {
-  fs::path tmp = target;
-  tmp += ".writing-" + std::to_string(::getpid());
-  return tmp;
-}
-
 }  // namespace
 
 void TFlowManager::store(const std::vector<TBoxPtr>& boxes, const std::string& filename) {
-  const fs::path target(filename);
-  const fs::path temp = temporaryNameFor(target);
-  std::error_code ec;
-  fs::remove(temp, ec);
-
-  std::unique_ptr<TDatabase> db;
+  // Failing to make the file is the user's concern; a value failing on its
+  // way into it goes on as it is. Either way the earlier file stays.
+  bool created = false;
   try {
-    db = std::make_unique<TDatabase>(temp.string());
-    for (const char* create : {kCreateBoxes, kCreateProcessors, kCreateConnectors}) db->execute(create);
-  } catch (...) {
-    const std::string tb = describeException(std::current_exception()).traceback;
-    db.reset();
-    fs::remove(temp, ec);
-    throw TUserException("Error while writing to '" + filename + "'", tb);
-  }
-
-  try {
-    std::set<const TAbstractConnector*> stored;
-    for (const auto& top : boxes) {
-      std::deque<TAbstractBox*> queue{top.get()};
-      while (!queue.empty()) {
-        TAbstractBox* box = queue.front();
-        queue.pop_front();
-        if (box->m_Parent) {
-          const TBox& a = box->m_Area;
-          db->execute(kInsertBox, {integer(box->m_Id), box->m_Type, integer(box->m_Parent->m_Id), real(a.tl.x),
-                                   real(a.tl.y), real(a.br.x), real(a.br.y)});
-        }
-        for (const auto& child : box->m_Children) queue.push_back(child.get());
-        for (const auto& proc : box->m_Processors) {
-          const std::string value = internalValueOf(*proc);
-          const TBox& a = proc->m_Area;
-          db->execute(kInsertProcessor,
-                      {integer(proc->m_Id), box->m_Parent ? integer(box->m_Id) : TDbValue{}, proc->getClassName(),
-                       proc->m_KeyName, real(a.tl.x), real(a.tl.y), real(a.br.x), real(a.br.y),
-                       value.empty() ? TDbValue{} : TDbValue{value}});
-          for (const auto* pins : {&proc->m_InputPins, &proc->m_OutputPins}) {
-            for (const auto& pin : *pins) {
-              for (const auto& c : pin->m_Connectors) {
-                if (!stored.insert(c.get()).second) continue;
-                TAbstractPin* out = c->m_OutputPin;
-                TAbstractPin* in = c->m_InputPin;
-                db->execute(kInsertConnector,
-                            {integer(c->m_Id), integer(out->m_Processor ? out->m_Processor->m_Id : 0), out->m_Name,
-                             integer(in->m_Processor ? in->m_Processor->m_Id : 0), in->m_Name});
+    writeDatabaseReplacing(filename, [&](TDatabase& db) {
+      for (const char* create : {kCreateBoxes, kCreateProcessors, kCreateConnectors}) db.execute(create);
+      created = true;
+      std::set<const TAbstractConnector*> stored;
+      for (const auto& top : boxes) {
+        std::deque<TAbstractBox*> queue{top.get()};
+        while (!queue.empty()) {
+          TAbstractBox* box = queue.front();
+          queue.pop_front();
+          if (box->m_Parent) {
+            const TBox& a = box->m_Area;
+            db.execute(kInsertBox, {integer(box->m_Id), box->m_Type, integer(box->m_Parent->m_Id), real(a.tl.x),
+                                    real(a.tl.y), real(a.br.x), real(a.br.y)});
+          }
+          for (const auto& child : box->m_Children) queue.push_back(child.get());
+          for (const auto& proc : box->m_Processors) {
+            const std::string value = internalValueOf(*proc);
+            const TBox& a = proc->m_Area;
+            db.execute(kInsertProcessor, {integer(proc->m_Id), box->m_Parent ? integer(box->m_Id) : TDbValue{},
+                                          proc->getClassName(), proc->m_KeyName, real(a.tl.x), real(a.tl.y),
+                                          real(a.br.x), real(a.br.y), value.empty() ? TDbValue{} : TDbValue{value}});
+            for (const auto* pins : {&proc->m_InputPins, &proc->m_OutputPins}) {
+              for (const auto& pin : *pins) {
+                for (const auto& c : pin->m_Connectors) {
+                  if (!stored.insert(c.get()).second) continue;
+                  TAbstractPin* out = c->m_OutputPin;
+                  TAbstractPin* in = c->m_InputPin;
+                  db.execute(kInsertConnector,
+                             {integer(c->m_Id), integer(out->m_Processor ? out->m_Processor->m_Id : 0), out->m_Name,
+                              integer(in->m_Processor ? in->m_Processor->m_Id : 0), in->m_Name});
+                }
               }
             }
           }
         }
       }
-    }
-    db->commit();
-    db->close();
-    db.reset();
+    });
+  } catch (const fs::filesystem_error& e) {
+    throw TUserException("Error while writing to '" + filename + "'",
+                         std::string("rename failed: ") + e.code().message() + "\n");
   } catch (...) {
-    // The earlier file stays as it was.
-    db.reset();
-    fs::remove(temp, ec);
-    throw;
-  }
-  fs::rename(temp, target, ec);
-  if (ec) {
-    fs::remove(temp, ec);
-    throw TUserException("Error while writing to '" + filename + "'", "rename failed: " + ec.message() + "\n");
+    if (created) throw;
+    throw TUserException("Error while writing to '" + filename + "'",
+                         describeException(std::current_exception()).traceback);
   }
 }
 
 std::optional<std::vector<std::shared_ptr<TFlowObject>>> TFlowManager::load(const TBoxPtr& topbox,
-                                                                             const std::string& filename) {
+                                                                            const std::string& filename) {
   exceptions.clear();
   std::error_code ec;
   if (!fs::exists(filename, ec)) return std::nullopt;

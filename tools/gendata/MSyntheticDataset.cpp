@@ -1,7 +1,6 @@
 #include "MSyntheticDataset.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <random>
 #include <vector>
 
@@ -69,14 +68,8 @@ std::vector<Node> makeTree(const TSyntheticParams& p, std::mt19937_64& rng) {
   return out;
 }
 
-}  // namespace
-
-TSyntheticCounts writeSyntheticDataset(const TSyntheticParams& p, const std::string& filename) {
-  std::error_code ec;
-  std::filesystem::remove(filename, ec);
+void fill(const TSyntheticParams& p, TDatabase& db, TSyntheticCounts& counts) {
   std::mt19937_64 rng(p.seed);
-  TSyntheticCounts counts;
-  TDatabase db(filename);
   TXmlReader::createDatasetTables(db);
 
   const std::vector<Node> tree = makeTree(p, rng);
@@ -142,8 +135,13 @@ TSyntheticCounts writeSyntheticDataset(const TSyntheticParams& p, const std::str
     counts.edgeValues += std::min<uint32_t>(p.edgeAttributes, 3);
   }
   counts.edges = p.edges;
-  db.commit();
-  db.close();
+}
+
+}  // namespace
+
+TSyntheticCounts writeSyntheticDataset(const TSyntheticParams& p, const std::string& filename) {
+  TSyntheticCounts counts;
+  writeDatabaseReplacing(filename, [&](TDatabase& db) { fill(p, db, counts); });
   return counts;
 }
 

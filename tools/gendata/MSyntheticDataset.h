@@ -32,7 +32,8 @@ struct TSyntheticCounts {
   uint64_t edgeValues = 0;
 };
 
-// Writes the dataset to `filename`, replacing a file that is there.
+// Writes the dataset to `filename`, replacing a file that is there once the
+// new one is complete.
 TSyntheticCounts writeSyntheticDataset(const TSyntheticParams& params, const std::string& filename);
 
 }  // namespace quorvel

@@ -1,7 +1,6 @@
 #include "MSourceImporter.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -740,54 +739,44 @@ void Importer::sumUp() {
 }
 
 void Importer::write(const fs::path& root, const std::string& output) {
-  const fs::path target(output);
-  fs::path temp = target;
-  temp += ".importing-" + std::to_string(::getpid());
-  std::error_code ec;
-  fs::remove(temp, ec);
   try {
-    TDatabase db(temp.string());
-    TXmlReader::createDatasetTables(db);
-    // Where the sources stand, relative to the database's folder, so that
-    // the two can move together.
-    std::error_code rec;
-    fs::path where = fs::relative(fs::absolute(root), fs::absolute(target).parent_path(), rec);
-    if (rec || where.empty()) where = fs::absolute(root);
-    db.execute2("INSERT INTO information (key, value) VALUES ('source root', ?)", {where.string()});
-    for (const Node& n : m_Nodes) {
-      db.execute2("INSERT INTO hierarchy (hid,nid,parentnid,childorder) VALUES (1,?,?,?)",
-                  {int64_t(n.nid), n.parent ? TDbValue{int64_t(n.parent)} : TDbValue{}, int64_t(n.order)});
-      auto attr = [&](const char* key, const TDbValue& v) {
-        db.execute2("INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)", {int64_t(n.nid), std::string(key), v});
-      };
-      attr("name", n.name);
-      attr("type", m_Words.text(n.type));
-      if (n.language != TWords::kEmpty) attr("language", m_Words.text(n.language));
-      if (n.lines >= 0) attr("lines", n.lines);
-      if (n.bytes >= 0) attr("bytes", n.bytes);
-      attr("definitions", n.definitions);
-      if (n.srcFile != kNone)
-        attr("_srcloc", m_Files[n.srcFile].path + "|" + std::to_string(n.firstLine) + "|1|" +
-                            std::to_string(n.lastLine) + "|" + std::to_string(n.lastColumn));
-    }
-    int64_t eid = 0;
-    for (const auto& [from, to, kind] : m_Edges) {
-      ++eid;
-      db.execute2("INSERT INTO edges (eid,fromnid,tonid) VALUES (?,?,?)",
-                  {eid, int64_t(m_Nodes[from].nid), int64_t(m_Nodes[to].nid)});
-      db.execute2("INSERT INTO edgeattr (eid,key,value) VALUES (?,'kind',?)", {eid, kind});
-    }
-    m_Counts.edges = static_cast<uint64_t>(eid);
-    db.commit();
-    db.close();
+    writeDatabaseReplacing(output, [&](TDatabase& db) {
+      TXmlReader::createDatasetTables(db);
+      // Where the sources stand, relative to the database's folder, so that
+      // the two can move together.
+      std::error_code rec;
+      fs::path where = fs::relative(fs::absolute(root), fs::absolute(fs::path(output)).parent_path(), rec);
+      if (rec || where.empty()) where = fs::absolute(root);
+      db.execute2("INSERT INTO information (key, value) VALUES ('source root', ?)", {where.string()});
+      for (const Node& n : m_Nodes) {
+        db.execute2("INSERT INTO hierarchy (hid,nid,parentnid,childorder) VALUES (1,?,?,?)",
+                    {int64_t(n.nid), n.parent ? TDbValue{int64_t(n.parent)} : TDbValue{}, int64_t(n.order)});
+        auto attr = [&](const char* key, const TDbValue& v) {
+          db.execute2("INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)", {int64_t(n.nid), std::string(key), v});
+        };
+        attr("name", n.name);
+        attr("type", m_Words.text(n.type));
+        if (n.language != TWords::kEmpty) attr("language", m_Words.text(n.language));
+        if (n.lines >= 0) attr("lines", n.lines);
+        if (n.bytes >= 0) attr("bytes", n.bytes);
+        attr("definitions", n.definitions);
+        if (n.srcFile != kNone)
+          attr("_srcloc", m_Files[n.srcFile].path + "|" + std::to_string(n.firstLine) + "|1|" +
+                              std::to_string(n.lastLine) + "|" + std::to_string(n.lastColumn));
+      }
+      int64_t eid = 0;
+      for (const auto& [from, to, kind] : m_Edges) {
+        ++eid;
+        db.execute2("INSERT INTO edges (eid,fromnid,tonid) VALUES (?,?,?)",
+                    {eid, int64_t(m_Nodes[from].nid), int64_t(m_Nodes[to].nid)});
+        db.execute2("INSERT INTO edgeattr (eid,key,value) VALUES (?,'kind',?)", {eid, kind});
+      }
+      m_Counts.edges = static_cast<uint64_t>(eid);
+    });
+  } catch (const fs::filesystem_error& e) {
+    throw TImportError("Cannot write '" + output + "': " + e.code().message());
   } catch (const std::exception& e) {
-    fs::remove(temp, ec);
     throw TImportError(std::string("Cannot write '") + output + "': " + e.what());
-  }
-  fs::rename(temp, target, ec);
-  if (ec) {
-    fs::remove(temp, ec);
-    throw TImportError("Cannot write '" + output + "': " + ec.message());
   }
 }
 
