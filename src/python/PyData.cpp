@@ -13,6 +13,30 @@ namespace {
 template <class T>
 using Cls = py::class_<T, TAbstractData, std::shared_ptr<T>>;
 
+// A lookup of the form `value f(key, bool& found) const` as scripts see it:
+// a function giving the tuple (value, found). Self is the bound class, when
+// the lookup is declared on an unbound base.
+template <class Self = void, class R, class C, class A>
+auto withFound(R (C::*lookup)(A, bool&) const) {
+  using Bound = std::conditional_t<std::is_void_v<Self>, C, Self>;
+  return [lookup](const Bound& self, A key) {
+    bool found = false;
+    R value = (self.*lookup)(key, found);
+    return py::make_tuple(std::move(value), found);
+  };
+}
+
+// The scalars: a value with getValue, setValue and m_Value.
+template <class T, class V>
+void bindScalar(py::module_& m, const char* name) {
+  Cls<T>(m, name)
+      .def(py::init<>())
+      .def(py::init<V>())
+      .def_readwrite("m_Value", &T::m_Value)
+      .def("getValue", [](const T& d) { return d.getValue(); })
+      .def("setValue", &T::setValue);
+}
+
 // Sorts a VectorUInt32 in place, or a list by writing the result back.
 template <class Sorter>
 void sortSequence(py::object ids, Sorter sorter) {
@@ -36,12 +60,7 @@ void bindTypedColumn(C& cls) {
       .def(py::init<const std::string&>(), py::arg("key"))
       .def("addRow", &Column::addRow)
       .def("setValueById", &Column::setValueById)
-      .def("getValueById",
-           [](const Column& c, uint32_t id) {
-             bool found = false;
-             auto v = c.getValueById(id, found);
-             return py::make_tuple(v, found);
-           })
+      .def("getValueById", withFound<Column>(&Column::getValueById))
       .def("getRowCount", &Column::getRowCount)
       .def("getRow",
            [](const Column& c, size_t row) {
@@ -71,24 +90,9 @@ py::set idSetToPy(const Set& s) {
 void bindData(py::module_& m) {
   // -------------------------------------------------------------------------
   // Scalars
-  Cls<TIntegerData>(m, "TIntegerData")
-      .def(py::init<>())
-      .def(py::init<int32_t>())
-      .def_readwrite("m_Value", &TIntegerData::m_Value)
-      .def("getValue", [](const TIntegerData& d) { return d.getValue(); })
-      .def("setValue", &TIntegerData::setValue);
-  Cls<TFloatData>(m, "TFloatData")
-      .def(py::init<>())
-      .def(py::init<float>())
-      .def_readwrite("m_Value", &TFloatData::m_Value)
-      .def("getValue", [](const TFloatData& d) { return d.getValue(); })
-      .def("setValue", &TFloatData::setValue);
-  Cls<TBooleanData>(m, "TBooleanData")
-      .def(py::init<>())
-      .def(py::init<bool>())
-      .def_readwrite("m_Value", &TBooleanData::m_Value)
-      .def("getValue", [](const TBooleanData& d) { return d.getValue(); })
-      .def("setValue", &TBooleanData::setValue);
+  bindScalar<TIntegerData, int32_t>(m, "TIntegerData");
+  bindScalar<TFloatData, float>(m, "TFloatData");
+  bindScalar<TBooleanData, bool>(m, "TBooleanData");
   Cls<TFloatPairData>(m, "TFloatPairData")
       .def(py::init<>())
       .def(py::init<float, float>())
@@ -144,12 +148,7 @@ void bindData(py::module_& m) {
   Cls<TMapStringToIntegerData>(m, "TMapStringToIntegerData")
       .def(py::init<>())
       .def("put", &TMapStringToIntegerData::put)
-      .def("get",
-           [](const TMapStringToIntegerData& d, const std::string& key) {
-             bool found = false;
-             int32_t v = d.get(key, found);
-             return py::make_tuple(v, found);
-           })
+      .def("get", withFound(&TMapStringToIntegerData::get))
       .def("clear", &TMapStringToIntegerData::clear)
       .def("keys", [](const TMapStringToIntegerData& d) {
         py::list out;
@@ -188,18 +187,8 @@ void bindData(py::module_& m) {
       .def(py::init<>())
       .def("add", &TDataArray::add)
       .def("getItemCount", &TDataArray::getItemCount)
-      .def("getItemByIndex",
-           [](const TDataArray& a, size_t i) {
-             bool found = false;
-             TDataPtr item = a.getItemByIndex(i, found);
-             return py::make_tuple(item, found);
-           })
-      .def("getItemByKey",
-           [](const TDataArray& a, const std::string& key) {
-             bool found = false;
-             TDataPtr item = a.getItemByKey(key, found);
-             return py::make_tuple(item, found);
-           })
+      .def("getItemByIndex", withFound(&TDataArray::getItemByIndex))
+      .def("getItemByKey", withFound(&TDataArray::getItemByKey))
       .def("getIndexByKey", &TDataArray::getIndexByKey)
       .def("getItemTypeName", &TDataArray::getItemTypeName)
       .def_property_readonly("m_Items", [](const TDataArray& a) { return a.m_Items; })
@@ -231,24 +220,9 @@ void bindData(py::module_& m) {
            [](const TAttributeData& a, py::object ids, bool ascending) {
              sortSequence(ids, [&](std::vector<uint32_t>& v) { a.stable_sort(v, ascending); });
            })
-      .def("getStringValueById",
-           [](const TAttributeData& a, uint32_t id) {
-             bool found = false;
-             std::string s = a.getStringValueById(id, found);
-             return py::make_tuple(s, found);
-           })
-      .def("getTextValueById",
-           [](const TAttributeData& a, uint32_t id) {
-             bool found = false;
-             std::string s = a.getTextValueById(id, found);
-             return py::make_tuple(s, found);
-           })
-      .def("getFloatValueById",
-           [](const TAttributeData& a, uint32_t id) {
-             bool found = false;
-             float v = a.getFloatValueById(id, found);
-             return py::make_tuple(v, found);
-           })
+      .def("getStringValueById", withFound(&TAttributeData::getStringValueById))
+      .def("getTextValueById", withFound(&TAttributeData::getTextValueById))
+      .def("getFloatValueById", withFound(&TAttributeData::getFloatValueById))
       .def("hasValueById", &TAttributeData::hasValueById)
       .def("createEmptyLike", &TAttributeData::createEmptyLike)
       .def("copyValueFrom", &TAttributeData::copyValueFrom)
@@ -329,24 +303,9 @@ void bindData(py::module_& m) {
              if (!r) return py::none();
              return py::make_tuple(r->nid, r->lft, r->rgt);
            })
-      .def("getRowByNid",
-           [](const THierarchyData& h, uint32_t nid) {
-             bool found = false;
-             size_t row = h.getRowByNid(nid, found);
-             return py::make_tuple(row, found);
-           })
-      .def("getLftByNid",
-           [](const THierarchyData& h, uint32_t nid) {
-             bool found = false;
-             uint32_t lft = h.getLftByNid(nid, found);
-             return py::make_tuple(lft, found);
-           })
-      .def("getNidByLft",
-           [](const THierarchyData& h, uint32_t lft) {
-             bool found = false;
-             uint32_t nid = h.getNidByLft(lft, found);
-             return py::make_tuple(nid, found);
-           })
+      .def("getRowByNid", withFound(&THierarchyData::getRowByNid))
+      .def("getLftByNid", withFound(&THierarchyData::getLftByNid))
+      .def("getNidByLft", withFound(&THierarchyData::getNidByLft))
       .def("getNidsBelowNid", &THierarchyData::getNidsBelowNid)
       .def("getNidsAboveNid", &THierarchyData::getNidsAboveNid)
       .def("getNidsBelowNids", &THierarchyData::getNidsBelowNids)
@@ -385,12 +344,7 @@ void bindData(py::module_& m) {
       .def(py::init<>())
       .def("addRow", &TAggLftData::addRow)
       .def("getRowCount", &TAggLftData::getRowCount)
-      .def("getAggLftByLft",
-           [](const TAggLftData& a, uint32_t lft) {
-             bool found = false;
-             uint32_t v = a.getAggLftByLft(lft, found);
-             return py::make_tuple(v, found);
-           })
+      .def("getAggLftByLft", withFound(&TAggLftData::getAggLftByLft))
       .def("rebuildIndex", &TAggLftData::rebuildIndex);
 
   Cls<TEdgeCollapsedData>(m, "TEdgeCollapsedData")

@@ -2,7 +2,7 @@
 sequences of node ids."""
 import unittest
 
-from MQuorvel import (TBoolAttributeData, TDataArray, TEdgeCollapsedData, TEdgeData, THierarchyData,
+from MQuorvel import (TAggLftData, TBoolAttributeData, TBooleanData, TFloatData, TDataArray, TEdgeCollapsedData, TEdgeData, THierarchyData,
                       TIntegerAttributeData, TIntegerData, TIntegerSetData, TMapStringToIntegerData,
                       TPythonData, TStringAttributeData, TStringData, TStringDataArray, TVariantAttributeData,
                       TIntDataSource, TAbstractIdentityProcessor, TFlowManager)
@@ -10,6 +10,11 @@ from MQuorvel import (TBoolAttributeData, TDataArray, TEdgeCollapsedData, TEdgeD
 
 class ValuesTest(unittest.TestCase):
     def test_lookups_give_found_flags(self):
+        for cls, value in ((TIntegerData, 3), (TFloatData, 0.5), (TBooleanData, True)):
+            v = cls(value)
+            self.assertEqual(v.getValue(), value)
+            v.setValue(cls().getValue())
+            self.assertEqual(v.m_Value, cls().m_Value)
         m = TMapStringToIntegerData()
         self.assertEqual(m.get("x"), (0, False))
         m.put("x", 0)
@@ -30,6 +35,9 @@ class ValuesTest(unittest.TestCase):
         c.addRow(2, 7)
         self.assertEqual(c.getValueById(1), (0, True))
         self.assertEqual(c.getStringValueById(2), ("7", True))
+        self.assertEqual(c.getTextValueById(2), ("7", True))
+        self.assertEqual(c.getFloatValueById(2), (7.0, True))
+        self.assertFalse(c.getFloatValueById(9)[1])
         self.assertEqual(c.getUniqueValues(), {0: 1, 7: 2})
         ids = [2, 3, 1]
         c.stable_sort(ids, True)
@@ -56,6 +64,15 @@ class ValuesTest(unittest.TestCase):
         self.assertEqual(list(h.getNidsBelowNid(10)), [10, 11, 12])
         self.assertEqual(list(h.getNidsAboveNid(12)), [12, 10])
         self.assertEqual(h.getRowByNid(99), (0, False))
+        self.assertEqual(h.getLftByNid(11), (3, True))
+        self.assertEqual(h.getNidByLft(5), (12, True))
+        self.assertEqual(h.getNidByLft(2), (10, True))
+        self.assertEqual(h.getNidByLft(9)[1], False)
+        agg = TAggLftData()
+        agg.addRow(3, 2)
+        agg.rebuildIndex()
+        self.assertEqual(agg.getAggLftByLft(3), (2, True))
+        self.assertEqual(agg.getAggLftByLft(4)[1], False)
         self.assertEqual(h.getAllByRow(0), (0, 1, 8))
         self.assertIsNone(h.getAllByRow(4))
         sel = TIntegerSetData()
