@@ -12,9 +12,7 @@ namespace quorvel::py_bindings {
 namespace {
 template <class T, class Base = TAbstractProcessor>
 py::class_<T, Base, std::shared_ptr<T>> processor(py::module_& m, const char* name) {
-  auto cls = py::class_<T, Base, std::shared_ptr<T>>(m, name);
-  if constexpr (std::is_default_constructible_v<T>) cls.def(py::init<>());
-  return cls;
+  return bindDerived<T, Base>(m, name);
 }
 }  // namespace
 

@@ -193,20 +193,18 @@ void bindData(py::module_& m) {
       .def("getItemTypeName", &TDataArray::getItemTypeName)
       .def_property_readonly("m_Items", [](const TDataArray& a) { return a.m_Items; })
       .def("__len__", &TDataArray::getItemCount);
-#define QV_BIND_ARRAY(NAME) py::class_<NAME, TDataArray, std::shared_ptr<NAME>>(m, #NAME).def(py::init<>());
-  QV_BIND_ARRAY(TStringDataArray)
-  QV_BIND_ARRAY(TFloatDataArray)
-  QV_BIND_ARRAY(TPythonDataArray)
-  QV_BIND_ARRAY(TIntegerSetDataArray)
-  QV_BIND_ARRAY(TProcessorDataArray)
-  QV_BIND_ARRAY(THierarchyDataArray)
-  QV_BIND_ARRAY(TColorMapDataArray)
-  QV_BIND_ARRAY(TSettingDataArray)
-  QV_BIND_ARRAY(TAttributeDataArray)
-  QV_BIND_ARRAY(TBoolAttributeDataArray)
-  QV_BIND_ARRAY(TIntegerAttributeDataArray)
-  QV_BIND_ARRAY(TFloatAttributeDataArray)
-#undef QV_BIND_ARRAY
+  bindDerived<TStringDataArray, TDataArray>(m, "TStringDataArray");
+  bindDerived<TFloatDataArray, TDataArray>(m, "TFloatDataArray");
+  bindDerived<TPythonDataArray, TDataArray>(m, "TPythonDataArray");
+  bindDerived<TIntegerSetDataArray, TDataArray>(m, "TIntegerSetDataArray");
+  bindDerived<TProcessorDataArray, TDataArray>(m, "TProcessorDataArray");
+  bindDerived<THierarchyDataArray, TDataArray>(m, "THierarchyDataArray");
+  bindDerived<TColorMapDataArray, TDataArray>(m, "TColorMapDataArray");
+  bindDerived<TSettingDataArray, TDataArray>(m, "TSettingDataArray");
+  bindDerived<TAttributeDataArray, TDataArray>(m, "TAttributeDataArray");
+  bindDerived<TBoolAttributeDataArray, TDataArray>(m, "TBoolAttributeDataArray");
+  bindDerived<TIntegerAttributeDataArray, TDataArray>(m, "TIntegerAttributeDataArray");
+  bindDerived<TFloatAttributeDataArray, TDataArray>(m, "TFloatAttributeDataArray");
 
   // -------------------------------------------------------------------------
   // Attribute columns
@@ -394,19 +392,16 @@ void bindData(py::module_& m) {
   py::class_<TAbstractIdentityProcessor, TAbstractDataSource, std::shared_ptr<TAbstractIdentityProcessor>>(
       m, "TAbstractIdentityProcessor")
       .def(py::init<>());
-#define QV_BIND_SOURCE(NAME) \
-  py::class_<NAME, TAbstractDataSource, std::shared_ptr<NAME>>(m, #NAME).def(py::init<>());
-  QV_BIND_SOURCE(TStringDataSource)
-  QV_BIND_SOURCE(TStringListDataSource)
-  QV_BIND_SOURCE(TIntDataSource)
-  QV_BIND_SOURCE(TFloatDataSource)
-  QV_BIND_SOURCE(TBooleanDataSource)
-  QV_BIND_SOURCE(TFloatPairDataSource)
-  QV_BIND_SOURCE(TBoolAttributeDataSource)
-  QV_BIND_SOURCE(TPythonDataSource)
-  QV_BIND_SOURCE(TIntegerSetDataSource)
-  QV_BIND_SOURCE(TStringDataArraySource)
-#undef QV_BIND_SOURCE
+  bindDerived<TStringDataSource, TAbstractDataSource>(m, "TStringDataSource");
+  bindDerived<TStringListDataSource, TAbstractDataSource>(m, "TStringListDataSource");
+  bindDerived<TIntDataSource, TAbstractDataSource>(m, "TIntDataSource");
+  bindDerived<TFloatDataSource, TAbstractDataSource>(m, "TFloatDataSource");
+  bindDerived<TBooleanDataSource, TAbstractDataSource>(m, "TBooleanDataSource");
+  bindDerived<TFloatPairDataSource, TAbstractDataSource>(m, "TFloatPairDataSource");
+  bindDerived<TBoolAttributeDataSource, TAbstractDataSource>(m, "TBoolAttributeDataSource");
+  bindDerived<TPythonDataSource, TAbstractDataSource>(m, "TPythonDataSource");
+  bindDerived<TIntegerSetDataSource, TAbstractDataSource>(m, "TIntegerSetDataSource");
+  bindDerived<TStringDataArraySource, TAbstractDataSource>(m, "TStringDataArraySource");
 }
 
 }  // namespace quorvel::py_bindings

@@ -167,15 +167,11 @@ void bindDataset(py::module_& m) {
       .def("getColorForNominal", &TColorMap::getColorForNominal)
       .def("getName", &TColorMap::getName)
       .def("acceptsNominalValues", &TColorMap::acceptsNominalValues);
-  py::class_<TColorMap_GreenYellowRed, TColorMap, std::shared_ptr<TColorMap_GreenYellowRed>>(m, "TColorMap_GreenYellowRed")
-      .def(py::init<>());
-  py::class_<TColorMap_Rainbow, TColorMap, std::shared_ptr<TColorMap_Rainbow>>(m, "TColorMap_Rainbow").def(py::init<>());
-  py::class_<TColorMap_BlueYellow, TColorMap, std::shared_ptr<TColorMap_BlueYellow>>(m, "TColorMap_BlueYellow")
-      .def(py::init<>());
-  py::class_<TColorMap_Monochrome, TColorMap, std::shared_ptr<TColorMap_Monochrome>>(m, "TColorMap_Monochrome")
-      .def(py::init<>());
-  py::class_<TColorMap_TypeNames, TColorMap, std::shared_ptr<TColorMap_TypeNames>>(m, "TColorMap_TypeNames")
-      .def(py::init<>())
+  bindDerived<TColorMap_GreenYellowRed, TColorMap>(m, "TColorMap_GreenYellowRed");
+  bindDerived<TColorMap_Rainbow, TColorMap>(m, "TColorMap_Rainbow");
+  bindDerived<TColorMap_BlueYellow, TColorMap>(m, "TColorMap_BlueYellow");
+  bindDerived<TColorMap_Monochrome, TColorMap>(m, "TColorMap_Monochrome");
+  bindDerived<TColorMap_TypeNames, TColorMap>(m, "TColorMap_TypeNames")
       .def("getType", &TColorMap_TypeNames::getType)
       .def("iterkeys", &TColorMap_TypeNames::iterkeys);
   py::class_<TColorMapData, TAbstractData, std::shared_ptr<TColorMapData>>(m, "TColorMapData")
@@ -188,26 +184,24 @@ void bindDataset(py::module_& m) {
       .def("acceptsNominalValues", &TColorMapData::acceptsNominalValues)
       .def("getClampMinimum", &TColorMapData::getClampMinimum)
       .def("getClampMaximum", &TColorMapData::getClampMaximum);
-  py::class_<TColormapRescaler, TAbstractProcessor, std::shared_ptr<TColormapRescaler>>(m, "TColormapRescaler")
-      .def(py::init<>());
+  bindDerived<TColormapRescaler, TAbstractProcessor>(m, "TColormapRescaler");
 
   // -------------------------------------------------------------------------
   // Loaders
-#define QV_BIND_PROC(NAME, BASE) py::class_<NAME, BASE, std::shared_ptr<NAME>>(m, #NAME).def(py::init<>())
-  QV_BIND_PROC(TDatasetLoaderCpp, TAbstractProcessor);
-  QV_BIND_PROC(TDatasetLoader, TDatasetLoaderCpp)
+  bindDerived<TDatasetLoaderCpp, TAbstractProcessor>(m, "TDatasetLoaderCpp");
+  bindDerived<TDatasetLoader, TDatasetLoaderCpp>(m, "TDatasetLoader")
       .def("readDatabase", &TDatasetLoader::readDatabase)
       .def("process_python", &TDatasetLoader::process_python);
-  QV_BIND_PROC(TDatabaseLoaderCpp, TAbstractProcessor);
-  QV_BIND_PROC(TDatabaseLoader, TDatabaseLoaderCpp).def("process_python", &TDatabaseLoader::process_python);
-  QV_BIND_PROC(TIconLoaderCpp, TAbstractProcessor);
-  QV_BIND_PROC(TIconLoader, TIconLoaderCpp)
+  bindDerived<TDatabaseLoaderCpp, TAbstractProcessor>(m, "TDatabaseLoaderCpp");
+  bindDerived<TDatabaseLoader, TDatabaseLoaderCpp>(m, "TDatabaseLoader")
+      .def("process_python", &TDatabaseLoader::process_python);
+  bindDerived<TIconLoaderCpp, TAbstractProcessor>(m, "TIconLoaderCpp");
+  bindDerived<TIconLoader, TIconLoaderCpp>(m, "TIconLoader")
       .def_readwrite("initialized", &TIconLoader::initialized)
       .def("beforeprocess_python", &TIconLoader::beforeprocess_python);
-  QV_BIND_PROC(TColorMapLoaderCpp, TAbstractProcessor);
-  QV_BIND_PROC(TColorMapLoader, TColorMapLoaderCpp)
+  bindDerived<TColorMapLoaderCpp, TAbstractProcessor>(m, "TColorMapLoaderCpp");
+  bindDerived<TColorMapLoader, TColorMapLoaderCpp>(m, "TColorMapLoader")
       .def("createImplementation_python", &TColorMapLoader::createImplementation_python);
-#undef QV_BIND_PROC
 
   py::class_<TXmlReader>(m, "TXmlReader")
       .def(py::init<std::string>(), py::arg("filename"))

@@ -19,6 +19,15 @@ TProcessorFactory scriptFactory(py::object ctor);
 
 void bindMediator(py::module_& m);
 
+// A class held by shared pointer below `Base`, with its default constructor
+// when it has one.
+template <class T, class Base>
+py::class_<T, Base, std::shared_ptr<T>> bindDerived(py::module_& m, const char* name) {
+  auto cls = py::class_<T, Base, std::shared_ptr<T>>(m, name);
+  if constexpr (std::is_default_constructible_v<T>) cls.def(py::init<>());
+  return cls;
+}
+
 // Processor classes derived in a script reach the core through this class:
 // virtual operations go to the script's methods, and the hooks are whatever
 // methods of those names the script class defines.
