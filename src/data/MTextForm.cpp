@@ -19,6 +19,12 @@ std::string printfFloat(const char* fmt, double v) {
 }
 }  // namespace
 
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  return text;
+}
+
 std::string formatFloat9(float v) { return printfFloat("%.9g", static_cast<double>(v)); }
 
 std::string formatFloat6(float v) { return printfFloat("%g", static_cast<double>(v)); }

@@ -27,6 +27,9 @@ int32_t parseInt32(std::string_view text);
 float parseFloat(std::string_view text);
 bool parseBool(std::string_view text);
 
+// The text without the white space at both ends.
+std::string_view trimmed(std::string_view text);
+
 // Reads the blank-separated stored forms. Each read skips white space
 // first and fails (returns false) at the end or at a token that does not
 // parse, leaving the position where it was.

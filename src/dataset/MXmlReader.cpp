@@ -10,19 +10,12 @@
 #include <fstream>
 #include <vector>
 
+#include "data/MTextForm.h"
 #include "engine/MMediator.h"
 
 namespace quorvel {
 
 namespace {
-
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
-
-std::string_view trim(std::string_view s) {
-  while (!s.empty() && isSpace(s.front())) s.remove_prefix(1);
-  while (!s.empty() && isSpace(s.back())) s.remove_suffix(1);
-  return s;
-}
 
 // Drops the underscores that the interpreter allows between digits; false
 // for one anywhere else.
@@ -50,7 +43,7 @@ bool equalsNoCase(std::string_view a, std::string_view b) {
 // The text as the interpreter's float() reads it.
 bool parseScriptFloat(std::string_view text, double& out) {
   std::string s;
-  if (!dropUnderscores(trim(text), s) || s.empty()) return false;
+  if (!dropUnderscores(trimmed(text), s) || s.empty()) return false;
   std::string_view body = s;
   bool negative = false;
   if (body.front() == '+' || body.front() == '-') {
@@ -90,7 +83,7 @@ bool parseScriptFloat(std::string_view text, double& out) {
 // The text as the interpreter's int() reads it, within 64 bits.
 bool parseScriptInt(std::string_view text, int64_t& out) {
   std::string s;
-  if (!dropUnderscores(trim(text), s) || s.empty()) return false;
+  if (!dropUnderscores(trimmed(text), s) || s.empty()) return false;
   size_t i = (s[0] == '+' || s[0] == '-') ? 1 : 0;
   if (i == s.size()) return false;
   for (size_t k = i; k < s.size(); ++k)

@@ -12,6 +12,7 @@
 #include "MFlowManager.h"
 #include "MPython.h"
 #include "MVersion.h"
+#include "data/MTextForm.h"
 
 namespace py = pybind11;
 
@@ -221,13 +222,6 @@ void logCriticalError(const std::string& text) {
 // The central handler
 
 namespace {
-std::string strip(const std::string& s) {
-  const char* ws = " \t\r\n\f\v";
-  const size_t b = s.find_first_not_of(ws);
-  if (b == std::string::npos) return "";
-  return s.substr(b, s.find_last_not_of(ws) - b + 1);
-}
-
 std::string lower(std::string s) {
   for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return s;
@@ -240,8 +234,8 @@ void handleException(std::exception_ptr e) noexcept {
     std::string msg = info.text;
     std::vector<std::string> actions;
     std::string title;
-    if (strip(msg).rfind('{', 0) == 0) {
-      py::object parsed = py::module_::import("ast").attr("literal_eval")(strip(msg));
+    if (trimmed(msg).starts_with('{')) {
+      py::object parsed = py::module_::import("ast").attr("literal_eval")(std::string(trimmed(msg)));
       py::dict d = parsed.cast<py::dict>();
       if (d.contains("msg")) msg = py::str(d["msg"]).cast<std::string>();
       if (d.contains("actions")) {
@@ -302,7 +296,7 @@ std::string applicationVersion() {
   // The version comes from the build, the way a version resource would
   // give it, and is shown stripped of blanks.
   std::string v = QUORVEL_VERSION_TEXT;
-  return strip(v);
+  return std::string(trimmed(v));
 }
 
 }  // namespace quorvel
