@@ -142,7 +142,7 @@ void TFanAttributeProcessor::postCreate() {
 
 void TFanAttributeProcessor::process() {
   resetPins({});
-  if (!requireData({m_NodeSelection, m_EdgeSelection, m_EdgeData})) return;
+  if (!requireAllElseReset({m_NodeSelection, m_EdgeSelection, m_EdgeData})) return;
   auto nodes = dataAs<TIntegerSetData>(m_NodeSelection);
   auto edgeSelection = dataAs<TIntegerSetData>(m_EdgeSelection);
   auto edges = dataAs<TEdgeData>(m_EdgeData);
@@ -167,7 +167,7 @@ void TIdAttributeProcessor::postCreate() {
 }
 
 void TIdAttributeProcessor::process() {
-  if (!requireData({m_Selection})) return;
+  if (!requireAllElseReset({m_Selection})) return;
   resetPins({m_Selection});
   auto ids = std::make_shared<TIntegerAttributeData>("id (*)");
   for (uint32_t id : dataAs<TIntegerSetData>(m_Selection)->m_Set) ids->addRow(id, static_cast<int32_t>(id));
@@ -182,7 +182,7 @@ void TFromToAttributeCreator::postCreate() {
 }
 
 void TFromToAttributeCreator::process() {
-  if (!requireData({m_Caption, m_EdgeData})) return;
+  if (!requireAllElseReset({m_Caption, m_EdgeData})) return;
   resetPins({m_Caption, m_EdgeData});
   // Captions are texts; a column of another type gives its values' texts.
   auto caption = dataAs<TAttributeData>(m_Caption);
@@ -209,7 +209,8 @@ void TIconAttributeCreator::postCreate() {
 }
 
 void TIconAttributeCreator::process() {
-  if (requireData({m_Icons, m_Attributes})) {
+  if (!requireAllElseReset({m_Icons, m_Attributes})) return;
+  {
     auto icons = dataAs<TMapStringToIntegerData>(m_Icons);
     auto out = std::make_shared<TIntegerAttributeDataArray>();
     for (const auto& item : dataAs<TDataArray>(m_Attributes)->m_Items) {

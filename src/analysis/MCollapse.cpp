@@ -72,7 +72,7 @@ int32_t expandLevelOf(const TPinPtr& settings) {
 }  // namespace
 
 void TCollapsedStateInitializer::process() {
-  if (requireData({m_Hierarchy, m_LevelAttr})) {
+  if (requireAllElseReset({m_Hierarchy, m_LevelAttr})) {
     resetPins({m_Hierarchy, m_LevelAttr, m_Settings});
     if (!m_Initialized) {
       m_Initialized = true;
@@ -109,6 +109,7 @@ TCollapseResult collapseHierarchy(const THierarchyData& h, const TBoolAttributeD
     bool folded;
   };
   std::vector<Open> stack;
+  if (h.m_Rows.empty()) return r;
   const THierarchyRow& root = h.m_Rows[0];
   bool found = false;
   const bool rootValue = collapsed.getValueById(root.nid, found);
@@ -146,7 +147,7 @@ void TCollapseProcessor::postCreate() {
 }
 
 void TCollapseProcessor::process() {
-  if (!requireData({m_FullHierarchy, m_Hierarchy, m_BoolAttribute})) return;
+  if (!requireAllElseReset({m_FullHierarchy, m_Hierarchy, m_BoolAttribute})) return;
   resetPins({m_FullHierarchy, m_Hierarchy, m_BoolAttribute});
   auto h = dataAs<THierarchyData>(m_Hierarchy);
   if (h->m_Rows.empty()) return;
@@ -170,7 +171,7 @@ void TLevelEqualizer::postCreate() {
 }
 
 void TLevelEqualizer::process() {
-  if (!requireData({m_Hierarchy, m_MaxLevel})) return;
+  if (!requireAllElseReset({m_Hierarchy, m_MaxLevel})) return;
   resetPins({m_Hierarchy, m_MaxLevel});
   auto h = dataAs<THierarchyData>(m_Hierarchy);
   const int32_t maxLevel = dataAs<TIntegerData>(m_MaxLevel)->getValue();
@@ -217,7 +218,7 @@ void TAddAndClamp::postCreate() {
 }
 
 void TAddAndClamp::process() {
-  if (!requireData({m_Attr})) return;
+  if (!requireAllElseReset({m_Attr})) return;
   resetPins({});
   auto intOf = [](const TPinPtr& pin, int64_t fallback) {
     auto d = dataAs<TIntegerData>(pin);
@@ -246,7 +247,7 @@ void TTreePruner::postCreate() {
 }
 
 void TTreePruner::process() {
-  if (!requireData({m_Hierarchy, m_Selection})) return;
+  if (!requireAllElseReset({m_Hierarchy, m_Selection})) return;
   auto h = dataAs<THierarchyData>(m_Hierarchy);
   auto selection = dataAs<TIntegerSetData>(m_Selection);
   auto pruned = std::make_shared<THierarchyData>("pruned " + h->m_KeyName);

@@ -73,7 +73,7 @@ void TEdgeCollapsedProcessor::postCreate() {
 }
 
 void TEdgeCollapsedProcessor::process() {
-  if (!requireData({m_Hierarchy, m_AggLft, m_Edges, m_EdgeSelection})) return;
+  if (!requireAllElseReset({m_Hierarchy, m_AggLft, m_Edges, m_EdgeSelection})) return;
   resetPins({m_Hierarchy, m_AggLft, m_Edges, m_EdgeSelection});
   m_Out->setData(aggregateEdges(*dataAs<THierarchyData>(m_Hierarchy), *dataAs<TAggLftData>(m_AggLft),
                                 *dataAs<TEdgeData>(m_Edges), *dataAs<TIntegerSetData>(m_EdgeSelection)));
@@ -113,12 +113,10 @@ std::shared_ptr<TEdgeColorData> colorEdges(const TEdgeCollapsedData& collapsed, 
     } else if (f == 1 && b == 0) {
       map.getColor(forward[0], fc);
     } else if (nominal) {
-      // Magenta marks texts that disagree; texts that all agree take their
-      // colour.
-      const bool agree = forward.front() == forward.back() && backward.front() == backward.back() &&
-                         (f == 0 || b == 0 || forward.front() == backward.front());
-      if (agree) {
-        map.getColor(f ? forward.front() : backward.front(), fc);
+      // Magenta marks texts that disagree. The values are distinct, so
+      // texts agree only with one value each way, the same on both sides.
+      if (f == 1 && b == 1 && forward[0] == backward[0]) {
+        map.getColor(forward[0], fc);
         bc = fc;
       } else {
         fc = kMagenta;
@@ -158,7 +156,7 @@ void TEdgeColorProcessor::postCreate() {
 
 void TEdgeColorProcessor::process() {
   resetPins({});
-  if (!requireData({m_EdgeCollapsed, m_ColorAttr, m_ColorAttrOrd, m_Aggregation})) return;
+  if (!requireAllElseReset({m_EdgeCollapsed, m_ColorAttr, m_ColorAttrOrd, m_Aggregation})) return;
   auto map = dataAs<TColorMapData>(m_ColorMap);
   if (!map) {
     m_Output->setData(std::make_shared<TEdgeColorData>());
@@ -179,7 +177,7 @@ void TLftPairsToEids::postCreate() {
 }
 
 void TLftPairsToEids::process() {
-  if (!requireData({m_EdgeCollapsed})) return;
+  if (!requireAllElseReset({m_EdgeCollapsed})) return;
   resetPins({});
   auto collapsed = dataAs<TEdgeCollapsedData>(m_EdgeCollapsed);
   auto out = std::make_shared<TIntegerSetData>();
@@ -201,7 +199,7 @@ void TEidsToLftPairs::postCreate() {
 }
 
 void TEidsToLftPairs::process() {
-  if (!requireData({m_Eids, m_EdgeCollapsed})) return;
+  if (!requireAllElseReset({m_Eids, m_EdgeCollapsed})) return;
   resetPins({m_Eids, m_EdgeCollapsed});
   auto collapsed = dataAs<TEdgeCollapsedData>(m_EdgeCollapsed);
   auto out = std::make_shared<TIntegerPairSetData>();

@@ -1,13 +1,10 @@
 #include "MMainBox.h"
 
-#include <pybind11/eval.h>
-#include <pybind11/pybind11.h>
 
 #include "data/MValues.h"
 #include "engine/MLibrary.h"
+#include "engine/MPython.h"
 #include "engine/MSources.h"
-
-namespace py = pybind11;
 
 namespace quorvel {
 
@@ -24,7 +21,7 @@ TProcessorPtr addSource(TFlowManager& lib, const TBoxPtr& box, const std::string
 TDataPtr text(const std::string& s) { return std::make_shared<TStringData>(s); }
 
 TDataPtr dict(const char* literal) {
-  return std::make_shared<TPythonData>(TPyRef::steal(py::eval(literal).release().ptr()));
+  return std::make_shared<TPythonData>(TPyRef::steal(evalStoredLiteral(literal)));
 }
 
 // An output port of BMain for the views, fed from one output pin.
@@ -67,6 +64,13 @@ void buildMainBox(TFlowManager& lib) {
   exposeAs(lib, box, nodePrimary, "out", "node primary selection", 800, 80);
   exposeAs(lib, box, edgePrimary, "out", "edge primary selection", 900, 80);
 
+  // What is under the mouse, shared by all views: node ids, and the pairs
+  // of visible nodes of hovered edges. The pair set has no stored form; the
+  // first view that hovers puts one on the port's net.
+  auto brushedNodes = addNamed(lib, box, "TIntegerSetDataSource", "brushed nodes", 1000, 0);
+  exposeAs(lib, box, brushedNodes, "out", "brushed nodes", 1000, 80);
+  addPort(lib, box, "brushed edges", 1100, 80);
+
   // One hierarchy of the dataset, the first unless a key says otherwise.
   auto hierarchyKey = addSource(lib, box, "TStringDataSource", "hierarchy key", nullptr, 100, 100);
   auto hierarchySettings =
@@ -99,6 +103,8 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, collapsedAttr, "out", collapser, "boolattribute");
   auto undo = addNamed(lib, box, "TStackStore", "collapse undo", 200, 240);
   wire(box, collapsedAttr, "out", undo, "in");
+  // The views' undo actions find the memory through this port.
+  exposeAs(lib, box, undo, "dummy", "collapse stack", 200, 260);
   exposeAs(lib, box, collapsedAttr, "out", "collapsed attr", 100, 260);
   exposeAs(lib, box, collapser, "collapsed hierarchy out", "collapsed hierarchy", 0, 280);
   exposeAs(lib, box, collapser, "agglft out", "agglft", 100, 280);
@@ -141,7 +147,7 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, loader, "edges", fan, "edge data");
   auto nodeIds = addNamed(lib, box, "TIdAttributeProcessor", "node id attribute", 500, 360);
   wire(box, nodePicker, "out", nodeIds, "selection");
-  auto nodeAttributes = addNamed(lib, box, "TArrayCreator", "node attribute array", 400, 380);
+  auto nodeAttributes = addNamed(lib, box, "TAttributeArrayCreator", "node attribute array", 400, 380);
   wire(box, loader, "node attributes", nodeAttributes, "in1");
   wire(box, fan, "fan out", nodeAttributes, "in2");
   wire(box, fan, "fan in", nodeAttributes, "in3");
@@ -158,12 +164,23 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, loader, "edges", fromTo, "edge data");
   auto edgeIds = addNamed(lib, box, "TIdAttributeProcessor", "edge id attribute", 800, 370);
   wire(box, edgePicker, "out", edgeIds, "selection");
-  auto edgeAttributes = addNamed(lib, box, "TArrayCreator", "edge attribute array", 700, 380);
+  auto edgeAttributes = addNamed(lib, box, "TAttributeArrayCreator", "edge attribute array", 700, 380);
   wire(box, loader, "edge attributes", edgeAttributes, "in1");
   wire(box, fromTo, "from out", edgeAttributes, "in2");
   wire(box, fromTo, "to out", edgeAttributes, "in3");
   wire(box, edgeIds, "out", edgeAttributes, "in4");
   exposeAs(lib, box, edgeAttributes, "out", "edge attributes", 700, 400);
+
+  // Icons by the texts of the columns: the name of an icon in a text
+  // column gives that row its icon.
+  auto nodeIcons = addNamed(lib, box, "TIconAttributeCreator", "node icon attributes", 1000, 400);
+  wire(box, icons, "output", nodeIcons, "icons");
+  wire(box, nodeAttributes, "out", nodeIcons, "attributes");
+  exposeAs(lib, box, nodeIcons, "output", "node icon attributes", 1000, 420);
+  auto edgeIcons = addNamed(lib, box, "TIconAttributeCreator", "edge icon attributes", 1100, 400);
+  wire(box, icons, "output", edgeIcons, "icons");
+  wire(box, edgeAttributes, "out", edgeIcons, "attributes");
+  exposeAs(lib, box, edgeIcons, "output", "edge icon attributes", 1100, 420);
 
   // The numeric forms of all columns.
   auto nodeOrd = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "node attributes ordnorm", 400, 420);

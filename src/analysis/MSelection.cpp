@@ -96,7 +96,7 @@ void TSelector1Cpp::postCreate() {
 }
 
 void TSelector1Cpp::process() {
-  if (!requireData({m_Selection, m_Settings, m_Attributes})) return;
+  if (!requireAllElseReset({m_Selection, m_Settings, m_Attributes})) return;
   resetPins({});
   bool inverse = false;
   auto filter = dictOf(m_Filter);
@@ -144,7 +144,7 @@ void TSelector2::postCreate() {
 }
 
 void TSelector2::process() {
-  if (!requireData({m_Selection})) return;
+  if (!requireAllElseReset({m_Selection})) return;
   resetPins({});
   auto attribute = dataAs<TAttributeData>(m_Attribute);
   auto range = dataAs<TFloatPairData>(m_Range);
@@ -168,7 +168,7 @@ void TFilterProcessor::postCreate() {
 }
 
 void TFilterProcessor::process() {
-  if (!requireData({m_Selection})) return;
+  if (!requireAllElseReset({m_Selection})) return;
   resetPins({m_Selection, m_Filter});
   auto filter = dataAs<TBoolAttributeData>(m_Filter);
   if (!filter) {
@@ -199,7 +199,7 @@ void TSecondarySelectionComputer::postCreate() {
 }
 
 void TSecondarySelectionComputer::process() {
-  if (!requireData({m_Primary, m_EdgeSelection, m_EdgeData, m_Direction, m_FullHierarchy, m_BoolAttribute})) return;
+  if (!requireAllElseReset({m_Primary, m_EdgeSelection, m_EdgeData, m_Direction, m_FullHierarchy, m_BoolAttribute})) return;
   resetPins({});
   const std::string direction = dataAs<TStringData>(m_Direction)->getValue();
   const bool forward = direction != "in";
@@ -236,7 +236,7 @@ namespace {
 // Intersection or difference of in1 by in2; an empty second operand
 // restricts nothing.
 void restrictBy(TSetOperation& op, bool keepMembers) {
-  if (!op.requireData({op.m_In1})) return;
+  if (!op.requireAllElseReset({op.m_In1})) return;
   op.resetPins({});
   auto in1 = dataAs<TIntegerSetData>(op.m_In1);
   auto in2 = dataAs<TIntegerSetData>(op.m_In2);
@@ -256,7 +256,7 @@ void TSetIntersection::process() { restrictBy(*this, true); }
 void TSetSubtract::process() { restrictBy(*this, false); }
 
 void TSetOr::process() {
-  if (!requireData({m_In1, m_In2})) return;
+  if (!requireAllElseReset({m_In1, m_In2})) return;
   resetPins({});
   auto in1 = dataAs<TIntegerSetData>(m_In1);
   m_Out->setData(in1->getCount() > 0 ? m_In1->getData() : m_In2->getData());
@@ -334,7 +334,7 @@ void TKeyNameSetter::postCreate() {
 }
 
 void TKeyNameSetter::process() {
-  if (!requireData({m_Data, m_KeyName})) return;
+  if (!requireAllElseReset({m_Data, m_KeyName})) return;
   resetPins({m_Data, m_KeyName});
   const std::string& name = dataAs<TStringData>(m_KeyName)->getValue();
   const TDataPtr& data = m_Data->getData();
@@ -379,6 +379,28 @@ void TArrayCreator::process() {
   m_Out->setData(out);
 }
 
+void TAttributeArrayCreator::postCreate() {
+  TArrayCreator::postCreate();
+  m_Out->m_AcceptedType = TAttributeDataArray::kClassName;
+}
+
+void TAttributeArrayCreator::process() {
+  resetPins({});
+  auto out = std::make_shared<TAttributeDataArray>();
+  auto addColumn = [&out](const TDataPtr& d) {
+    if (std::dynamic_pointer_cast<TAttributeData>(d)) out->add(d);
+  };
+  for (const auto& pin : m_InputPins) {
+    const TDataPtr& d = pin->getData();
+    if (!d) continue;
+    if (const auto* items = d->arrayItems())
+      for (const auto& item : *items) addColumn(item);
+    else
+      addColumn(d);
+  }
+  m_Out->setData(out);
+}
+
 void TIntegerPairSetUnion::postCreate() {
   m_In1 = addInputPin<TIntegerPairSetData>("in1");
   m_In2 = addInputPin<TIntegerPairSetData>("in2");
@@ -386,7 +408,7 @@ void TIntegerPairSetUnion::postCreate() {
 }
 
 void TIntegerPairSetUnion::process() {
-  if (!requireData({m_In1, m_In2})) return;
+  if (!requireAllElseReset({m_In1, m_In2})) return;
   resetPins({m_In1, m_In2});
   auto out = std::make_shared<TIntegerPairSetData>();
   out->m_Set = dataAs<TIntegerPairSetData>(m_In1)->m_Set;
@@ -438,6 +460,7 @@ void registerSelectionProcessors() {
   reg.add<TKeyNameSetter>();
   reg.add<TAssignWhenInput1IsNotNone>();
   reg.add<TArrayCreator>();
+  reg.add<TAttributeArrayCreator>();
   reg.add<TIntegerPairSetUnion>();
   reg.add<TStackStore>();
 }

@@ -223,6 +223,16 @@ class TArrayCreator : public TAbstractProcessor {
   void process() override;
 };
 
+// The same joining as TArrayCreator, for attribute columns: the result is a
+// TAttributeDataArray and holds only columns.
+class TAttributeArrayCreator : public TArrayCreator {
+ public:
+  QV_CLASS_NAME(TAttributeArrayCreator)
+  std::string getTypeName() override { return "attribute array creator"; }
+  void postCreate() override;
+  void process() override;
+};
+
 class TIntegerPairSetUnion : public TAbstractProcessor {
  public:
   QV_CLASS_NAME(TIntegerPairSetUnion)

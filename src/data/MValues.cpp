@@ -4,6 +4,7 @@
 #include <pybind11/pybind11.h>
 
 #include "data/MTextForm.h"
+#include "engine/MPython.h"
 #include "engine/MRegistry.h"
 
 namespace py = pybind11;
@@ -103,18 +104,6 @@ void TStringListData::unstringify(const std::string& text) {
 // ---------------------------------------------------------------------------
 // TPythonData
 
-namespace {
-
-// Runs `tempobj = <fn>(tempobj)` in __main__, as stored script objects are
-// written and read.
-py::object throughMain(py::handle value, const char* statement) {
-  py::dict globals = py::module_::import("__main__").attr("__dict__");
-  globals["tempobj"] = value;
-  py::exec(statement, globals);
-  return globals["tempobj"];
-}
-
-}  // namespace
 
 TPythonData::TPythonData() : m_Object(TPyRef::none()) {}
 
@@ -127,12 +116,11 @@ std::string TPythonData::toString() const {
 
 std::string TPythonData::stringify() const {
   py::handle h = m_Object ? py::handle(m_Object.get()) : py::none();
-  return throughMain(h, "tempobj = repr(tempobj)").cast<std::string>();
+  return py::repr(h).cast<std::string>();
 }
 
 void TPythonData::unstringify(const std::string& text) {
-  py::object result = throughMain(py::str(text), "tempobj = eval(tempobj)");
-  m_Object = TPyRef::borrow(result.ptr());
+  m_Object = TPyRef::steal(evalStoredLiteral(text));
 }
 
 TDatabaseData::TDatabaseData() : m_Database(TPyRef::none()) {}

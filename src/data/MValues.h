@@ -101,7 +101,7 @@ class TStringListData : public TAbstractData {
 };
 
 // A script object on a pin. Its text form is the interpreter's repr, read
-// back with eval in the namespace of __main__.
+// back as plain data: nothing in a stored text is ever run.
 class TPythonData : public TAbstractData {
  public:
   QV_CLASS_NAME(TPythonData)

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <csignal>
+#include <cerrno>
 #include <filesystem>
 #include <iostream>
 
@@ -194,8 +196,13 @@ std::vector<TDbRow> TCursor::fetchall() {
 TDatabase::TDatabase(const std::string& filename) : m_Filename(filename) {
   // One connection, used from one thread: no locking inside SQLite.
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-  if (filename != ":memory:") {
+  if (filename != ":memory:" && !filename.empty()) {
     std::error_code ec;
+    // A pipe, a device or a folder would block or read without end: only
+    // regular files are databases.
+    const auto st = std::filesystem::status(filename, ec);
+    if (!ec && std::filesystem::exists(st) && !std::filesystem::is_regular_file(st))
+      throw TSqliteError("unable to open database file: '" + filename + "' is not a regular file");
     if (std::filesystem::exists(filename, ec) && ::access(filename.c_str(), W_OK) != 0) {
       flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
       m_ReadOnly = true;
@@ -405,11 +412,38 @@ std::string TDatabase::prn(const std::string& query, const TDbParams& param) {
   return "\n" + pp(*c);
 }
 
+namespace {
+
+// Temporary files of earlier writes to `target` whose process is gone (it
+// was killed before it could rename or remove them).
+void removeStaleTemporaries(const std::filesystem::path& target) {
+  namespace fs = std::filesystem;
+  const std::string prefix = target.filename().string() + ".writing-";
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  std::error_code ec;
+  for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    if (name.size() <= prefix.size() || name.compare(0, prefix.size(), prefix) != 0) continue;
+    const std::string digits = name.substr(prefix.size());
+    if (digits.find_first_not_of("0123456789") != std::string::npos || digits.size() > 9) continue;
+    const pid_t pid = static_cast<pid_t>(std::stol(digits));
+    if (pid == ::getpid()) continue;
+    // A process that no longer exists, or one we may not signal but which
+    // exists (EPERM), tells the two apart.
+    if (::kill(pid, 0) == 0 || errno == EPERM) continue;
+    std::error_code rec;
+    fs::remove(it->path(), rec);
+  }
+}
+
+}  // namespace
+
 void writeDatabaseReplacing(const std::string& target, const std::function<void(TDatabase&)>& fill) {
   namespace fs = std::filesystem;
   fs::path temp(target);
   temp += ".writing-" + std::to_string(::getpid());
   std::error_code ec;
+  removeStaleTemporaries(fs::path(target));
   fs::remove(temp, ec);
   try {
     TDatabase db(temp.string());

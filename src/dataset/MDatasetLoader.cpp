@@ -105,6 +105,23 @@ std::shared_ptr<THierarchyDataArray> readHierarchies(TDatabase& db) {
         links.push_back({std::get<int64_t>(parent), c->column(2), nid, static_cast<uint32_t>(links.size())});
       }
     }
+    // The synthetic root has id 0; and in a tree every node has one parent
+    // and stands once.
+    if (root == 0) throw TFlowError("Node 0 in " + name + ": 0 is the id of the synthetic root");
+    {
+      std::unordered_map<uint32_t, int64_t> parentOf;
+      parentOf.reserve(links.size());
+      for (const Link& l : links) {
+        if (l.nid == 0) throw TFlowError("Node 0 in " + name + ": 0 is the id of the synthetic root");
+        auto [it, added] = parentOf.emplace(l.nid, l.parent);
+        if (added) continue;
+        if (it->second == l.parent)
+          throw TFlowError("Node " + std::to_string(l.nid) + " is listed twice below node " +
+                           std::to_string(l.parent) + " in " + name);
+        throw TFlowError("Node " + std::to_string(l.nid) + " has two parents in " + name + ": nodes " +
+                         std::to_string(it->second) + " and " + std::to_string(l.parent));
+      }
+    }
     std::stable_sort(links.begin(), links.end(), [](const Link& a, const Link& b) {
       if (a.parent != b.parent) return a.parent < b.parent;
       return sqliteLess(a.order, b.order);
@@ -204,7 +221,7 @@ std::shared_ptr<TAttributeDataArray> readAttributes(TDatabase& db, const std::st
           if (v >= INT32_MIN && v <= INT32_MAX)
             column->addInt(id, static_cast<int32_t>(v));
           else
-            column->addText(id, std::to_string(v));  // keeps every digit
+            column->addFloat(id, static_cast<float>(v));  // sizes and ids keep their order
           break;
         }
         case SQLITE_FLOAT:
@@ -322,7 +339,10 @@ void TDatasetLoader::process_python() {
     failWith("Dataset loader");
   }
   m_Database = db;
-  logMessage("Loaded '" + filename + "'");
+  if (auto h = dataAs<THierarchyDataArray>(m_Hierarchies); !h || h->getItemCount() == 0)
+    logWarning("'" + filename + "' holds no hierarchy: there is nothing to show");
+  else
+    logMessage("Loaded '" + filename + "'");
 }
 
 // ---------------------------------------------------------------------------

@@ -2,11 +2,13 @@
 
 #include <expat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <vector>
 
@@ -302,15 +304,30 @@ std::shared_ptr<TDatabase> TXmlReader::convert(const std::function<bool(Handler&
 }
 
 std::shared_ptr<TDatabase> TXmlReader::convertToDatabase() {
+  std::error_code ec;
+  const auto st = std::filesystem::status(m_Filename, ec);
+  if (std::filesystem::exists(st) && !std::filesystem::is_regular_file(st))
+    throw TFlowError("Cannot open '" + m_Filename + "': not a regular file");
   std::ifstream in(m_Filename, std::ios::binary);
   if (!in) throw TFlowError("Cannot open '" + m_Filename + "'");
   return convert([&in](Handler& h) {
-    std::vector<char> buffer(1 << 16);
+    // The parser keeps a token that a chunk ends inside and reads it again
+    // from its start with the next chunk. A long token (a large attribute
+    // value) would be read once per chunk; so the next chunk is at least as
+    // long as what the parser holds back, which keeps the work linear.
+    constexpr size_t kChunk = 1 << 16;
+    std::vector<char> buffer(kChunk);
+    uint64_t fed = 0;
     while (true) {
-      in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+      const XML_Index consumed = XML_GetCurrentByteIndex(h.parser);
+      const uint64_t heldBack = consumed >= 0 && uint64_t(consumed) <= fed ? fed - uint64_t(consumed) : 0;
+      const size_t want = std::max<size_t>(kChunk, size_t(heldBack));
+      if (buffer.size() < want) buffer.resize(want);
+      in.read(buffer.data(), static_cast<std::streamsize>(want));
       const size_t n = static_cast<size_t>(in.gcount());
-      const bool final = n < buffer.size();
+      const bool final = n < want;
       h.feed(buffer.data(), n, final);
+      fed += n;
       if (final) return true;
     }
   });

@@ -61,37 +61,19 @@ class TTypeError : public TFlowError {
   using TFlowError::TFlowError;
 };
 
-// A processor class by name: the registry, then classes a script defined.
+// A processor class by name. Only registered classes are made: a name
+// from a file never reaches anything else of the interpreter.
 TProcessorFactory findProcessorClass(const std::string& name) {
   if (const TProcessorFactory* f = TProcessorRegistry::instance().find(name)) return *f;
-  py::dict globals = py::module_::import("__main__").attr("__dict__");
-  if (globals.contains(name.c_str())) {
-    py::object cls = globals[name.c_str()];
-    return [cls]() -> TProcessorPtr {
-      py::object obj = cls();
-      auto proc = obj.cast<TProcessorPtr>();
-      if (!proc->m_PySelf) proc->m_PySelf = TPyRef::borrow(obj.ptr());
-      return proc;
-    };
-  }
   throw TFlowError("name '" + name + "' is not defined");
 }
 
-// A value of the named class, made with no arguments.
+// A value of the named, registered class, made with no arguments.
 TDataPtr makeValue(const std::string& name) {
   auto& reg = TDataRegistry::instance();
   if (TDataPtr v = reg.create(name)) return v;
   if (reg.isKnown(name)) throw TTypeError(name + "() cannot be made without arguments");
-  py::dict globals = py::module_::import("__main__").attr("__dict__");
-  if (!globals.contains(name.c_str())) throw TFlowError("name '" + name + "' is not defined");
-  try {
-    return globals[name.c_str()]().cast<TDataPtr>();
-  } catch (py::error_already_set& e) {
-    if (e.matches(PyExc_TypeError)) throw TTypeError(e.what());
-    throw;
-  } catch (const py::cast_error& e) {
-    throw TTypeError(e.what());
-  }
+  throw TFlowError("name '" + name + "' is not defined");
 }
 
 bool isTypeError(std::exception_ptr e) {
@@ -129,13 +111,11 @@ std::string internalValueOf(TAbstractProcessor& proc) {
 }  // namespace
 
 void TFlowManager::store(const std::vector<TBoxPtr>& boxes, const std::string& filename) {
-  // Failing to make the file is the user's concern; a value failing on its
-  // way into it goes on as it is. Either way the earlier file stays.
-  bool created = false;
+  // Failing to write the file is the user's concern; a value failing on
+  // its way into it goes on as it is. Either way the earlier file stays.
   try {
     writeDatabaseReplacing(filename, [&](TDatabase& db) {
       for (const char* create : {kCreateBoxes, kCreateProcessors, kCreateConnectors}) db.execute(create);
-      created = true;
       std::set<const TAbstractConnector*> stored;
       for (const auto& top : boxes) {
         std::deque<TAbstractBox*> queue{top.get()};
@@ -152,7 +132,7 @@ void TFlowManager::store(const std::vector<TBoxPtr>& boxes, const std::string& f
             const std::string value = internalValueOf(*proc);
             const TBox& a = proc->m_Area;
             db.execute(kInsertProcessor, {integer(proc->m_Id), box->m_Parent ? integer(box->m_Id) : TDbValue{},
-                                          proc->getClassName(), proc->m_KeyName, real(a.tl.x), real(a.tl.y),
+                                          storedClassName(proc->getClassName()), proc->m_KeyName, real(a.tl.x), real(a.tl.y),
                                           real(a.br.x), real(a.br.y), value.empty() ? TDbValue{} : TDbValue{value}});
             for (const auto* pins : {&proc->m_InputPins, &proc->m_OutputPins}) {
               for (const auto& pin : *pins) {
@@ -174,7 +154,8 @@ void TFlowManager::store(const std::vector<TBoxPtr>& boxes, const std::string& f
     throw TUserException("Error while writing to '" + filename + "'",
                          std::string("rename failed: ") + e.code().message() + "\n");
   } catch (...) {
-    if (created) throw;
+    // The tables could not be made, or a write failed half way (a full
+    // disk): the earlier file stays, and the user is told.
     throw TUserException("Error while writing to '" + filename + "'",
                          describeException(std::current_exception()).traceback);
   }
@@ -186,6 +167,32 @@ std::optional<std::vector<std::shared_ptr<TFlowObject>>> TFlowManager::load(cons
   std::error_code ec;
   if (!fs::exists(filename, ec)) return std::nullopt;
   TDatabase db(filename);
+  // Sizes are worked out once at the end: a box of many processors would
+  // otherwise be measured again for each of them.
+  auto manager = topbox->getFlowManager();
+  struct DeferSizes {
+    std::shared_ptr<TCppFlowManager> m;
+    explicit DeferSizes(std::shared_ptr<TCppFlowManager> fm) : m(std::move(fm)) {
+      m->m_DeferSizes = true;
+      m->m_SizesDue.clear();
+    }
+    ~DeferSizes() {
+      m->m_DeferSizes = false;
+      // Deepest boxes first, so that a parent sees its children's new sizes.
+      auto depth = [](const TAbstractBox* b) {
+        int d = 0;
+        for (; b->m_Parent; b = b->m_Parent) ++d;
+        return d;
+      };
+      std::vector<std::pair<int, TAbstractBox*>> due;
+      std::sort(m->m_SizesDue.begin(), m->m_SizesDue.end());
+      m->m_SizesDue.erase(std::unique(m->m_SizesDue.begin(), m->m_SizesDue.end()), m->m_SizesDue.end());
+      for (TAbstractBox* b : m->m_SizesDue) due.emplace_back(depth(b), b);
+      std::stable_sort(due.begin(), due.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+      for (const auto& [d, b] : due) b->computeOwnSize();
+      m->m_SizesDue.clear();
+    }
+  } deferSizes(manager);
   std::vector<std::shared_ptr<TFlowObject>> newobjs;
   std::unordered_map<int64_t, TBoxPtr> boxes;
   std::unordered_map<int64_t, TProcessorPtr> procs;
@@ -214,7 +221,13 @@ std::optional<std::vector<std::shared_ptr<TFlowObject>>> TFlowManager::load(cons
       exceptions.push_back(describeException(std::current_exception()).lastLine);
       continue;
     }
-    TProcessorPtr proc = constructProcessor(factory);
+    TProcessorPtr proc;
+    try {
+      proc = constructProcessor(factory);
+    } catch (...) {
+      exceptions.push_back(describeException(std::current_exception()).lastLine);
+      continue;
+    }
     proc->m_KeyName = dbValueText((*row)[3]);
     newobjs.push_back(proc);
     if (const auto id = asId((*row)[0])) procs[*id] = proc;
@@ -225,9 +238,14 @@ std::optional<std::vector<std::shared_ptr<TFlowObject>>> TFlowManager::load(cons
     const std::string internal = dbValueText((*row)[8]);
     if (!internal.empty()) {
       try {
-        py::dict d = py::module_::import("ast").attr("literal_eval")(internal).cast<py::dict>();
-        TDataPtr value = makeValue(py::str(d["class"]).cast<std::string>());
-        value->unstringify(py::str(d["data"]).cast<std::string>());
+        py::object parsed = py::reinterpret_steal<py::object>(evalStoredLiteral(internal));
+        if (!py::isinstance<py::dict>(parsed)) throw TFlowError("stored value is not a dictionary");
+        py::dict d = parsed;
+        if (!d.contains("class") || !d.contains("data")) throw TFlowError("stored value lacks 'class' or 'data'");
+        if (!py::isinstance<py::str>(d["class"]) || !py::isinstance<py::str>(d["data"]))
+          throw TFlowError("stored value's 'class' and 'data' are not texts");
+        TDataPtr value = makeValue(d["class"].cast<std::string>());
+        value->unstringify(d["data"].cast<std::string>());
         auto* source = dynamic_cast<TAbstractDataSource*>(proc.get());
         if (!source) throw TTypeError(ctor + " takes no stored value");
         source->setData(value);
@@ -240,6 +258,7 @@ std::optional<std::vector<std::shared_ptr<TFlowObject>>> TFlowManager::load(cons
           std::cout << "Exception while reading " << internal << "\n" << info.traceback << std::flush;
           me.manualupdate = true;
         }
+        logWarning("Stored value of '" + proc->m_KeyName + "' in '" + filename + "' not read: " + info.lastLine);
       }
     }
     const auto boxid = asId((*row)[1]);

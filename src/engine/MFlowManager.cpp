@@ -274,6 +274,14 @@ TProcessorPtr TFlowManager::constructProcessor(const std::string& classname) {
 // ---------------------------------------------------------------------------
 
 int doflow(TCppFlowManager& manager) {
+  // A processor that runs the network from its own processing would start
+  // a pass inside a pass, over the run queue being walked.
+  if (manager.m_Flowing) throw TFlowError("doflow(): the network is running already; a processor cannot run it");
+  manager.m_Flowing = true;
+  struct Done {
+    TCppFlowManager& m;
+    ~Done() { m.m_Flowing = false; }
+  } done{manager};
   int count = 0;
   while (true) {
     ++count;

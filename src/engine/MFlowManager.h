@@ -17,6 +17,12 @@ namespace quorvel {
 class TCppFlowManager : public TAbstractBox {
  public:
   bool m_IsProgram = false;
+  // While set, addProcessor and addBox only note the boxes whose size is
+  // due; loading a file sizes them once at the end.
+  bool m_DeferSizes = false;
+  std::vector<TAbstractBox*> m_SizesDue;
+  // True while doflow runs passes over this network.
+  bool m_Flowing = false;
   uint32_t m_NextId = 1;
   std::unordered_map<uint32_t, std::shared_ptr<TFlowObject>> m_Objects;
   std::vector<TAbstractPin*> m_AllPins;

@@ -266,6 +266,12 @@ bool TAbstractProcessor::requireData(const TPinList& list) {
   return true;
 }
 
+bool TAbstractProcessor::requireAllElseReset(const TPinList& list) {
+  if (requireData(list)) return true;
+  resetPins({});
+  return false;
+}
+
 bool TAbstractProcessor::haveChanged(const TPinList& list) {
   for (const auto& spec : list) {
     if (forPinsOf(spec, [](const TPinPtr& p) { return p->hasChanged(); })) return true;
@@ -335,7 +341,10 @@ void TAbstractBox::addProcessor(const TProcessorPtr& proc) {
   m_Processors.push_back(proc);
   for (const auto& p : proc->m_InputPins) manager->registerObject(p);
   for (const auto& p : proc->m_OutputPins) manager->registerObject(p);
-  computeSize();
+  if (manager->m_DeferSizes)
+    manager->m_SizesDue.push_back(this);
+  else
+    computeSize();
 }
 
 void TAbstractBox::addBox(const TBoxPtr& box) {
@@ -344,7 +353,10 @@ void TAbstractBox::addBox(const TBoxPtr& box) {
   m_Children.push_back(box);
   box->m_Parent = this;
   manager->registerObject(box);
-  computeSize();
+  if (manager->m_DeferSizes)
+    manager->m_SizesDue.push_back(this);
+  else
+    computeSize();
 }
 
 TBoxPtr TAbstractBox::getParent() const {
@@ -364,6 +376,10 @@ TConnectorPtr TAbstractBox::createConnection(const TPinPtr& outputpin, const TPi
 
 void TAbstractBox::computeSize() {
   for (const auto& child : m_Children) child->computeSize();
+  computeOwnSize();
+}
+
+void TAbstractBox::computeOwnSize() {
   bool any = false;
   TBox bounds;
   auto extend = [&](const TBox& a) {

@@ -308,6 +308,11 @@ class TAbstractProcessor : public TFlowObject {
   bool getInputChanged();
   bool getInputPinChanged(const std::string& name);
   bool requireData(const TPinList& list);
+  // The form for work that waits for all of `list` and then computes from
+  // the values alone: true when all have values. Otherwise the changes of
+  // all inputs are let go, since the run that the last value brings reads
+  // them all anyway; so a network settles while a value never comes.
+  bool requireAllElseReset(const TPinList& list);
   bool haveChanged(const TPinList& list);
   void resetPins(const TPinList& list);
   void touchPins();
@@ -360,6 +365,9 @@ class TAbstractBox : public TFlowObject {
   TBoxPtr getParent() const;
   TConnectorPtr createConnection(const TPinPtr& outputpin, const TPinPtr& inputpin);
   void computeSize();
+  // The bounds of what the box holds, with the children's areas as they
+  // stand.
+  void computeOwnSize();
   TBoxPtr getBoxByType(const std::string& name);
   TProcessorPtr getIdentityProcessorByInputName(const std::string& name);
   TProcessorPtr getProcessorByName(const std::string& name);

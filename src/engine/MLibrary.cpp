@@ -34,7 +34,8 @@ bool loadLibrary(TFlowManager& lib, const std::string& filename) {
     return true;
   } catch (...) {
     const TExceptionText info = describeException(std::current_exception());
-    logError("Error while loading '" + filename + "'\n" + info.traceback);
+    logError("Error while loading '" + filename + "'");
+    logDebug(info.traceback);
     lib.destroy();
     return false;
   }

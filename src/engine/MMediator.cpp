@@ -46,10 +46,11 @@ const char* TLogger::levelWord(unsigned char level) {
 void TLogger::log(unsigned char level, const std::string& text, const TProcessorPtr& proc) {
   const int64_t now = m_Clock();
   const size_t index = m_Records.size();
-  m_Records.push_back(Record{now, level, text, proc});
+  m_Records.push_back(Record{now, level, utf8Safe(text), proc});
+  const std::string& kept = m_Records.back().text;
   m_Recent.emplace(std::make_pair(now, index), index);
   if (m_File && *m_File) {
-    *m_File << levelWord(level) << text << '\n';
+    *m_File << levelWord(level) << kept << '\n';
     m_File->flush();
   }
 }
@@ -270,11 +271,11 @@ void handleException(std::exception_ptr e) noexcept {
 
 std::string userMessage(const std::string& msg, const std::vector<std::string>& actions, const std::string& title) {
   py::dict d;
-  d["msg"] = py::str(msg);
+  d["msg"] = py::str(utf8Safe(msg));
   py::list a;
   for (const auto& action : actions) a.append(action);
   d["actions"] = a;
-  d["title"] = py::str(title);
+  d["title"] = py::str(utf8Safe(title));
   return py::repr(d).cast<std::string>();
 }
 

@@ -25,6 +25,11 @@ def _quorvel_parse(args):
     parser.add_option("--showflow", dest="showflow", action="store_true", help=optparse.SUPPRESS_HELP)
     parser.add_option("--hwnd", dest="hwnd", type="string")
     options, positional = parser.parse_args(list(args))
+    # Numbers travel on as 32-bit integers.
+    for opt, name in (("-l", "listento"), ("-s", "sendto")):
+        value = getattr(options, name)
+        if value is not None and not -2**31 <= value < 2**31:
+            parser.error("option %s: invalid integer value: %r" % (opt, str(value)))
     return options
 )";
 }  // namespace
@@ -33,7 +38,12 @@ TPyRef parseCommandLine(const std::vector<std::string>& args) {
   py::dict ns;
   py::exec(kParser, ns);
   try {
-    py::object options = ns["_quorvel_parse"](args);
+    // Arguments are file names and may hold any bytes: they become texts
+    // the way the interpreter reads its own argv, and go back unchanged.
+    py::list texts;
+    for (const auto& a : args)
+      texts.append(py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefaultAndSize(a.data(), Py_ssize_t(a.size()))));
+    py::object options = ns["_quorvel_parse"](texts);
     return TPyRef::borrow(options.ptr());
   } catch (py::error_already_set& e) {
     if (!e.matches(PyExc_SystemExit)) throw;
@@ -52,7 +62,9 @@ TCmdOptions readCmdOptions(const TPyRef& parsed) {
   auto text = [&o](const char* name) -> std::optional<std::string> {
     py::object v = py::getattr(o, name, py::none());
     if (v.is_none()) return std::nullopt;
-    return py::str(v).cast<std::string>();
+    py::object bytes = py::reinterpret_steal<py::object>(PyUnicode_EncodeFSDefault(py::str(v).ptr()));
+    if (!bytes) throw py::error_already_set();
+    return bytes.cast<std::string>();
   };
   auto integer = [&o](const char* name) -> std::optional<int> {
     py::object v = py::getattr(o, name, py::none());

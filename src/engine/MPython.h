@@ -4,7 +4,10 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "MPyRef.h"
 
 namespace quorvel {
 
@@ -32,7 +35,17 @@ struct TExceptionText {
 // with the interpreter running.
 TExceptionText describeException(std::exception_ptr e);
 
+// The text with every byte that is not part of valid UTF-8 written as the
+// escape "\xNN": what the logger, messages and windows show of texts from
+// files, whose bytes the program does not choose.
+std::string utf8Safe(std::string_view text);
+
 // Python's repr of a text.
 std::string pyReprString(const std::string& text);
+
+// Reads back the text form the program writes for script objects: reprs of
+// literals, lists, tuples, dicts and sets (also set(), inf, nan and vectors
+// of numbers). Nothing is run: any other expression raises ValueError.
+PyObject* evalStoredLiteral(const std::string& text);
 
 }  // namespace quorvel

@@ -1,16 +1,9 @@
 #include "MRegistry.h"
 
-#include "analysis/MAttributeDerivation.h"
-#include "analysis/MCollapse.h"
-#include "analysis/MControlCores.h"
-#include "analysis/MEdgeAggregation.h"
-#include "analysis/MMainBox.h"
-#include "analysis/MSelection.h"
 #include "data/MColorMap.h"
 #include "data/MHierarchy.h"
-#include "dataset/MDatasetLoader.h"
-#include "engine/MHookProcessor.h"
 #include "data/MValues.h"
+#include "engine/MHookProcessor.h"
 #include "engine/MSources.h"
 
 namespace quorvel {
@@ -26,6 +19,10 @@ void TProcessorRegistry::add(const std::string& classname, TProcessorFactory fac
 
 const TProcessorFactory* TProcessorRegistry::find(const std::string& classname) const {
   auto it = m_Factories.find(classname);
+  if (it != m_Factories.end()) return &it->second;
+  // A presentation class that this process does not link: its core class,
+  // which declares the same pins.
+  it = m_Factories.find(classname + "Cpp");
   return it == m_Factories.end() ? nullptr : &it->second;
 }
 
@@ -68,7 +65,7 @@ std::vector<std::string> TDataRegistry::names() const {
   return result;
 }
 
-void registerCoreClasses() {
+void registerEngineClasses() {
   static bool done = false;
   if (done) return;
   done = true;
@@ -76,15 +73,15 @@ void registerCoreClasses() {
   registerStructureClasses();
   registerSourceClasses();
   registerColorMapClasses();
-  registerDatasetProcessors();
   TProcessorRegistry::instance().add<THookProcessorCpp>();
   TProcessorRegistry::instance().add<THookProcessor>();
-  registerCollapseProcessors();
-  registerEdgeAggregationProcessors();
-  registerDerivationProcessors();
-  registerSelectionProcessors();
-  registerControlCores();
-  registerMainBox();
+}
+
+std::string storedClassName(const std::string& classname) {
+  constexpr std::string_view suffix = "Cpp";
+  if (classname.size() > suffix.size() && classname.compare(classname.size() - 3, 3, suffix) == 0)
+    return classname.substr(0, classname.size() - 3);
+  return classname;
 }
 
 bool canConnect(const TAbstractPin& a, const TAbstractPin& b) {

@@ -20,7 +20,8 @@ class TProcessorRegistry {
   void add() {
     add(T::kClassName, [] { return std::make_shared<T>(); });
   }
-  // Null when no class of that name is known.
+  // Null when no class of that name is known. A plain name that is not
+  // registered finds its core class "<name>Cpp".
   const TProcessorFactory* find(const std::string& classname) const;
   std::vector<std::string> names() const;
 
@@ -61,9 +62,13 @@ class TDataRegistry {
   std::map<std::string, Entry> m_Entries;
 };
 
-// Enters every class of the core in the registries; calling it again does
-// nothing.
-void registerCoreClasses();
+// Enters the classes of the engine and the values in the registries;
+// calling it again does nothing. Each library above enters its own.
+void registerEngineClasses();
+
+// The name under which flow files store a processor class: the plain name
+// of a class pair, so "TFoo" also for its core class "TFooCpp".
+std::string storedClassName(const std::string& classname);
 
 // The connection rule of the flow canvas: one input and one output pin, and
 // the value class of one a subclass of the other's, or the same.

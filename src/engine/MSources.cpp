@@ -1,5 +1,8 @@
 #include "MSources.h"
 
+#include <unordered_set>
+#include <vector>
+
 #include "engine/MRegistry.h"
 
 namespace quorvel {
@@ -45,6 +48,31 @@ void TAbstractIdentityProcessor::process() {
 void TIntegerSetDataSource::postCreate() {
   TTypedDataSource::postCreate();
   m_OutputPin->setData(std::make_shared<TIntegerSetData>("<noname>"));
+}
+
+TProcessorPtr findFeedingProcessor(const TPinPtr& pin) {
+  if (!pin) return nullptr;
+  TProcessorPtr found;
+  std::vector<TAbstractPin*> queue{pin.get()};
+  std::unordered_set<TAbstractPin*> seen{pin.get()};
+  for (size_t head = 0; head < queue.size(); ++head) {
+    TAbstractPin* p = queue[head];
+    for (const auto& c : p->m_Connectors) {
+      TAbstractPin* other = c->getOtherPin(p);
+      if (!other || !seen.insert(other).second) continue;
+      TAbstractProcessor* proc = other->m_Processor.get();
+      if (!proc || other->isInputPin()) continue;
+      if (proc->isIdentity()) {
+        // Through the port: on from its input pin.
+        for (const auto& in : proc->m_InputPins)
+          if (seen.insert(in.get()).second) queue.push_back(in.get());
+        continue;
+      }
+      if (found && found.get() != proc) return nullptr;
+      found = other->m_Processor;
+    }
+  }
+  return found;
 }
 
 void registerSourceClasses() {

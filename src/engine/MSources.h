@@ -78,6 +78,12 @@ class TIntegerSetDataSource : public TTypedDataSource<TIntegerSetData> {
   void postCreate() override;
 };
 
+// The processor at the start of the net that reaches `pin`, looked for
+// through ports: from an input pin back along connectors, across identity
+// processors, to the one output pin of another processor that feeds the
+// net. Null when there is none or when several processors feed it.
+TProcessorPtr findFeedingProcessor(const TPinPtr& pin);
+
 // Enters the sources and the identity processor in the processor registry.
 void registerSourceClasses();
 

@@ -81,12 +81,45 @@ template <>
 class type_caster<std::shared_ptr<quorvel::TColorMap>>
     : public script_side_holder_caster<quorvel::TColorMap, &quorvel::py_bindings::isScriptColorMap> {};
 
+// Flow objects are never None where an operation takes one: None does not
+// match the argument, so the call raises TypeError instead of handing a null
+// pointer to the core. An operation that takes "a processor or None" says so
+// by taking an object.
+template <class T>
+class non_null_holder_caster : public copyable_holder_caster<T, std::shared_ptr<T>> {
+  using Base = copyable_holder_caster<T, std::shared_ptr<T>>;
+
+ public:
+  bool load(handle src, bool convert) {
+    if (!src || src.is_none()) return false;
+    return Base::load(src, convert);
+  }
+};
+
+#define QV_NON_NULL_HOLDER(T) \
+  template <>                  \
+  class type_caster<std::shared_ptr<T>> : public non_null_holder_caster<T> {};
+
+QV_NON_NULL_HOLDER(quorvel::TFlowObject)
+QV_NON_NULL_HOLDER(quorvel::TAbstractPin)
+QV_NON_NULL_HOLDER(quorvel::TAbstractConnector)
+QV_NON_NULL_HOLDER(quorvel::TAbstractProcessor)
+QV_NON_NULL_HOLDER(quorvel::TAbstractBox)
+
+#undef QV_NON_NULL_HOLDER
+
 PYBIND11_NAMESPACE_END(detail)
 PYBIND11_NAMESPACE_END(PYBIND11_NAMESPACE)
 
 namespace quorvel::py_bindings {
 
 namespace py = pybind11;
+
+// A processor or None, for the operations that take either.
+inline TProcessorPtr processorOrNone(const py::object& obj) {
+  if (obj.is_none()) return nullptr;
+  return obj.cast<TProcessorPtr>();
+}
 
 inline py::object toObject(const TPyRef& ref) {
   return ref ? py::reinterpret_borrow<py::object>(ref.get()) : py::none();

@@ -60,8 +60,12 @@ py::object newObjectsToList(const std::optional<std::vector<std::shared_ptr<TFlo
 }
 
 TProcessorFactory factoryFromScript(py::object ctor) {
-  return [ctor]() -> TProcessorPtr {
-    py::object obj = ctor();
+  if (!PyCallable_Check(ctor.ptr())) throw py::type_error("a processor class or factory must be callable");
+  // The registry outlives the interpreter: it holds the class through a
+  // reference that is safe to drop after the interpreter ended.
+  return [ref = fromObject(ctor)]() -> TProcessorPtr {
+    py::object obj = toObject(ref)();
+    if (obj.is_none()) throw py::type_error("the processor factory gave None");
     auto proc = obj.cast<TProcessorPtr>();
     if (!proc->m_PySelf) proc->m_PySelf = fromObject(obj);
     return proc;
@@ -118,7 +122,12 @@ void bindEngine(py::module_& m) {
              if (i < 0 || i > 3) throw py::index_error();
              v[i] = f;
            })
-      .def(py::self == py::self);
+      .def(py::self == py::self)
+      .def("__repr__", [](const TVector4& v) {
+        std::string out = "TVector4(";
+        for (int i = 0; i < 4; ++i) out += (i ? ", " : "") + py::repr(py::float_(v[i])).cast<std::string>();
+        return out + ")";
+      });
 
   py::class_<TBox>(m, "TBox")
       .def(py::init<>())

@@ -163,8 +163,20 @@ void bindProcessorBase(Cls& cls) {
       })
       .def("getInputChanged", &P::getInputChanged)
       .def("getInputPinChanged", &P::getInputPinChanged)
-      .def("requireData", [pinList](P& p, const py::object& list) { return p.requireData(pinList(list, false)); })
-      .def("haveChanged", [pinList](P& p, const py::object& list) { return p.haveChanged(pinList(list, false)); })
+      // Both stop at the first pin that settles the answer: an element behind
+      // it is not looked at.
+      .def("requireData",
+           [pinList](P& p, const py::object& list) {
+             for (auto item : list)
+               if (!p.requireData(pinList(py::make_tuple(item), false))) return false;
+             return true;
+           })
+      .def("haveChanged",
+           [pinList](P& p, const py::object& list) {
+             for (auto item : list)
+               if (p.haveChanged(pinList(py::make_tuple(item), false))) return true;
+             return false;
+           })
       .def("resetPins", [pinList](P& p, const py::object& list) { p.resetPins(pinList(list, true)); })
       .def("touchPins", &P::touchPins)
       .def("setError", &P::setError)

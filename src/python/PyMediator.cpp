@@ -25,18 +25,25 @@ std::exception_ptr capture(const py::object& e) {
 }  // namespace
 
 void bindMediator(py::module_& m) {
-  py::class_<TLogger, std::shared_ptr<TLogger>>(m, "TLogger")
-      .def(py::init([](const std::string& filename) { return std::make_shared<TLogger>(filename); }),
-           py::arg("filename") = "Quorvel.log")
-      .def("debug", &TLogger::debug, py::arg("text"), py::arg("proc").none(true))
-      .def("info", &TLogger::info, py::arg("text"), py::arg("proc").none(true))
-      .def("message", &TLogger::message, py::arg("text"), py::arg("proc").none(true))
-      .def("warning", &TLogger::warning, py::arg("text"), py::arg("proc").none(true))
-      .def("error", &TLogger::error, py::arg("text"), py::arg("proc").none(true))
-      .def("criticalerror", &TLogger::criticalerror, py::arg("text"), py::arg("proc").none(true))
-      .def("status", &TLogger::status, py::arg("text"), py::arg("proc").none(true))
-      .def("getMostImportantMessage", &TLogger::getMostImportantMessage)
-      .def("getLastMessages", &TLogger::getLastMessages);
+  auto logger = py::class_<TLogger, std::shared_ptr<TLogger>>(m, "TLogger")
+                    .def(py::init([](const std::string& filename) { return std::make_shared<TLogger>(filename); }),
+                         py::arg("filename") = "Quorvel.log")
+                    .def("getMostImportantMessage", &TLogger::getMostImportantMessage)
+                    .def("getLastMessages", &TLogger::getLastMessages);
+  // Each level takes the text and a processor or None, both required.
+  using Level = void (TLogger::*)(const std::string&, const TProcessorPtr&);
+  const std::pair<const char*, Level> levels[] = {
+      {"debug", &TLogger::debug},     {"info", &TLogger::info},   {"message", &TLogger::message},
+      {"warning", &TLogger::warning}, {"error", &TLogger::error}, {"criticalerror", &TLogger::criticalerror},
+      {"status", &TLogger::status}};
+  for (const auto& [name, level] : levels) {
+    logger.def(
+        name,
+        [level = level](TLogger& l, const std::string& text, const py::object& proc) {
+          (l.*level)(text, processorOrNone(proc));
+        },
+        py::arg("text"), py::arg("proc"));
+  }
 
   py::class_<TMediator>(m, "TMediator", py::dynamic_attr())
       .def_readwrite("RELEASEMODE", &TMediator::RELEASEMODE)

@@ -106,6 +106,18 @@ TEST(EdgeAggregation, ColoursByDirection) {
   EXPECT_EQ(agreed->m_Records[0].forward, TVector4(0, 0, 0, 1));
   EXPECT_EQ(colorEdges(twoWays, *onlyForward, *onlyForward, colors, "median")->m_Records[0].forward.x, 0.25f)
       << "f = 1, b = 0 is not aggregated";
+
+  // Texts on one side only: two edges b -> a with different kinds and
+  // nothing forward, or the same the other way round.
+  for (const bool backwardOnly : {true, false}) {
+    TEdgeCollapsedData oneSide;
+    oneSide.addEdge(1, backwardOnly ? 7 : 3, backwardOnly ? 3 : 7);
+    oneSide.addEdge(2, backwardOnly ? 7 : 3, backwardOnly ? 3 : 7);
+    auto mixed = colorEdges(oneSide, *kinds, *ranks, colors, "max");
+    ASSERT_EQ(mixed->getRecordCount(), 1u);
+    EXPECT_EQ(mixed->m_Records[0].forward, TVector4(1, 0, 1, 1)) << "backward only: " << backwardOnly;
+    EXPECT_EQ(mixed->m_Records[0].backward, TVector4(1, 0, 1, 1));
+  }
 }
 
 TEST(EdgeAggregation, ProcessorsAndTranslations) {

@@ -4,9 +4,14 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+
+#include <pybind11/pybind11.h>
 
 #include "analysis/MSelection.h"
 #include "data/MColorMap.h"
+#include "dataset/MDatabase.h"
+#include "dataset/MXmlReader.h"
 #include "engine/MLibrary.h"
 #include "engine/MMediator.h"
 #include "engine/MSources.h"
@@ -19,11 +24,19 @@ struct Opened {
   std::shared_ptr<TFlowManager> savedLib = me.flowlib;
   std::shared_ptr<TFlowManager> savedLayout = me.flowlayout;
   TBoxPtr main;
-  Opened() {
-    std::filesystem::copy_file(std::string(std::getenv("QUORVEL_SOURCE_DIR")) + "/samples/orbit/orbit.db",
-                               "orbit.db", std::filesystem::copy_options::overwrite_existing);
+  // Opens a sample; with an expand level, the nodes below it start folded.
+  explicit Opened(const std::string& sample = "orbit.db", int expandLevel = -1) {
+    std::filesystem::copy_file(std::string(std::getenv("QUORVEL_SOURCE_DIR")) + "/samples/orbit/" + sample, sample,
+                               std::filesystem::copy_options::overwrite_existing);
     setUpNetworks(std::string(std::getenv("QUORVEL_BINARY_DIR")) + "/bin/library");
-    main = instantiateLibBox("BMain", {{{"dataset filename", "orbit.db"}}, {}});
+    main = instantiateLibBox("BMain", {{{"dataset filename", sample}}, {}});
+    if (expandLevel >= 0) {
+      auto settings = std::dynamic_pointer_cast<TAbstractDataSource>(main->getProcessorByName("collapse settings"));
+      namespace py = pybind11;
+      py::dict d;
+      d["expandlevel"] = expandLevel;
+      settings->setData(std::make_shared<TPythonData>(TPyRef::borrow(d.ptr())));
+    }
     settle();
   }
   ~Opened() {
@@ -137,4 +150,84 @@ TEST(MainBox, ACollapseThatKeepsTheMapWakesNoAggregation) {
   state->setValueById(6, true);  // the field x is a leaf
   o.settle();
   EXPECT_EQ(o.port<TEdgeCollapsedData>("edge collapsed"), edges);
+}
+
+TEST(MainBox, EverySampleOpensAtEveryExpandLevel) {
+  for (const char* sample : {"orbit.db", "orbit.xml", "orbit-code.db"}) {
+    for (int level = 0; level <= 6; ++level) {
+      Opened o(sample, level);
+      auto visible = o.port<THierarchyData>("collapsed hierarchy");
+      ASSERT_TRUE(visible) << sample << " at level " << level;
+      auto colors = o.port<TEdgeColorData>("edge colors");
+      ASSERT_TRUE(colors) << sample << " at level " << level;
+      EXPECT_EQ(colors->getRecordCount(), o.port<TEdgeCollapsedData>("edge collapsed")->getRecordCount());
+    }
+  }
+}
+
+TEST(MainBox, ADatasetThatYieldsNothingSettlesQuietly) {
+  // An empty hierarchy table, and a file that is not a database at all.
+  {
+    std::filesystem::remove("nothing.db");
+    TDatabase db("nothing.db");
+    TXmlReader::createDatasetTables(db);
+    db.commit();
+  }
+  {
+    std::ofstream junk("junk.db", std::ios::binary);
+    junk << std::string(4096, 'j');
+  }
+  for (const char* file : {"nothing.db", "junk.db", "no-such-file.db"}) {
+    std::shared_ptr<TFlowManager> savedLib = me.flowlib;
+    std::shared_ptr<TFlowManager> savedLayout = me.flowlayout;
+    setUpNetworks(std::string(std::getenv("QUORVEL_BINARY_DIR")) + "/bin/library");
+    instantiateLibBox("BMain", {{{"dataset filename", file}}, {}});
+    const int passes = doflow(*me.flowlayout);
+    EXPECT_FALSE(me.manualupdate) << file;
+    EXPECT_LT(passes, 15) << file;
+    EXPECT_EQ(doflow(*me.flowlayout), 1) << file << ": a second run finds nothing to do";
+    me.manualupdate = false;
+    me.flowlayout->destroy();
+    me.flowlib->destroy();
+    me.flowlib = savedLib;
+    me.flowlayout = savedLayout;
+  }
+}
+
+TEST(MainBox, PortsTheViewsShare) {
+  namespace py = pybind11;
+  py::dict icons;
+  icons["class"] = 3;
+  icons["method"] = 5;
+  const TPyRef savedIcons = me.imagelistmap;
+  me.imagelistmap = TPyRef::borrow(icons.ptr());
+  {
+    Opened o;
+    EXPECT_TRUE(o.port<TAttributeDataArray>("node attributes")) << "columns, not a plain array";
+    EXPECT_TRUE(o.port<TAttributeDataArray>("edge attributes"));
+    EXPECT_TRUE(o.port<TIntegerSetData>("brushed nodes"));
+    EXPECT_TRUE(o.main->getIdentityProcessorByInputName("brushed edges"));
+    auto nodeIcons = o.port<TIntegerAttributeDataArray>("node icon attributes");
+    ASSERT_TRUE(nodeIcons);
+    ASSERT_EQ(nodeIcons->getItemCount(), 1u) << "only the type column names icons";
+    auto column = nodeIcons->itemAs<TIntegerAttributeData>(0);
+    EXPECT_EQ(column->m_KeyName, "icon for 'type'");
+    bool found = false;
+    EXPECT_EQ(column->getValueById(10, found), 3) << "Shape is a class";
+    EXPECT_TRUE(o.port<TIntegerAttributeDataArray>("edge icon attributes"));
+
+    // A view box reaches the undo memory through its port "collapse stack".
+    auto view = makeBox("BSomeView");
+    me.flowlayout->addBox(view);
+    auto port = addPort(*me.flowlayout, view, "collapse stack", 0, 0);
+    auto user = me.flowlayout->constructProcessor<TInputPrintProcessor>();
+    view->addProcessor(user);
+    view->createConnection(port->getOnlyOutputPin(), user->getOnlyInputPin());
+    me.flowlayout->autoconnect();
+    me.flowlayout->autoconnect();  // parallel connectors change nothing
+    auto stack = std::dynamic_pointer_cast<TStackStore>(findFeedingProcessor(user->getOnlyInputPin()));
+    ASSERT_TRUE(stack);
+    EXPECT_EQ(stack, o.main->getProcessorByName("collapse undo"));
+  }
+  me.imagelistmap = savedIcons;
 }

@@ -52,9 +52,11 @@ TEST(Program, BadOptionsPrintTheUsage) {
   EXPECT_EQ(r.code, 2);
   EXPECT_NE(r.out.find("Usage: quorvel [options]"), std::string::npos);
   EXPECT_NE(r.out.find("no such option: --nosuchoption"), std::string::npos);
-  r = runProgram("-l notanumber");
-  EXPECT_EQ(r.code, 2);
-  EXPECT_NE(r.out.find("invalid integer value"), std::string::npos);
+  for (const char* bad : {"-l notanumber", "-l 99999999999", "-s -99999999999"}) {
+    r = runProgram(bad);
+    EXPECT_EQ(r.code, 2) << bad;
+    EXPECT_NE(r.out.find("invalid integer value"), std::string::npos) << bad;
+  }
 }
 
 TEST(Program, HelpHidesTheHiddenFlags) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pybind11/embed.h>
 #include <pybind11/stl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -98,10 +99,20 @@ TEST(Loader, NumberingWalk) {
 TEST(Loader, BrokenHierarchiesFailInsteadOfCrashing) {
   EXPECT_EQ(errorOf([] { readHierarchies(*datasetWith({{3, 1, 2, 0}})); }),
             "Could not find root node for hierarchy 3");
-  // A cycle below the root: 2 -> 3 -> 2.
+  // A cycle through the root: 1 -> 2 -> 3 -> 1.
   const std::string cycle =
-      errorOf([] { readHierarchies(*datasetWith({{1, 1, -1, 0}, {1, 2, 1, 0}, {1, 3, 2, 0}, {1, 2, 3, 0}})); });
-  EXPECT_EQ(cycle, "Cycle in hierarchy 1: node 2 lies below itself");
+      errorOf([] { readHierarchies(*datasetWith({{1, 1, -1, 0}, {1, 2, 1, 0}, {1, 3, 2, 0}, {1, 1, 3, 0}})); });
+  EXPECT_EQ(cycle, "Cycle in hierarchy 1: node 1 lies below itself");
+  // Not trees: two parents, a node twice below one parent, the root's id.
+  EXPECT_EQ(errorOf([] { readHierarchies(*datasetWith({{1, 1, -1, 0}, {1, 2, 1, 0}, {1, 3, 1, 1}, {1, 4, 2, 0},
+                                                       {1, 4, 3, 0}})); }),
+            "Node 4 has two parents in hierarchy 1: nodes 2 and 3");
+  EXPECT_EQ(errorOf([] { readHierarchies(*datasetWith({{1, 1, -1, 0}, {1, 2, 1, 0}, {1, 2, 1, 1}})); }),
+            "Node 2 is listed twice below node 1 in hierarchy 1");
+  EXPECT_EQ(errorOf([] { readHierarchies(*datasetWith({{1, 1, -1, 0}, {1, 0, 1, 0}})); }),
+            "Node 0 in hierarchy 1: 0 is the id of the synthetic root");
+  EXPECT_EQ(errorOf([] { readHierarchies(*datasetWith({{1, 0, -1, 0}, {1, 2, 0, 0}})); }),
+            "Node 0 in hierarchy 1: 0 is the id of the synthetic root");
   // A chain far deeper than any stack.
   auto deep = std::make_shared<TDatabase>(":memory:");
   TXmlReader::createDatasetTables(*deep);
@@ -119,13 +130,14 @@ TEST(Loader, AttributeColumnsAndTheirOrder) {
       {1, "zeta", int64_t(1)},  {1, "_hidden", std::string("x")}, {1, "type", std::string("file")},
       {1, "name", std::string("a")}, {1, "alpha", 2.5},  {2, "alpha", int64_t(3)},
       {1, "size", int64_t(1)},  {2, "size", int64_t(2)},  {3, "size", std::string("n/a")},
-      {1, "nulls", TDbValue{}}, {2, "nulls", TDbValue{}}, {1, "_a", int64_t(5)}};
+      {1, "nulls", TDbValue{}}, {2, "nulls", TDbValue{}}, {1, "_a", int64_t(5)},
+      {1, "bytes", int64_t(5000000000)}, {2, "bytes", int64_t(9)}, {3, "bytes", int64_t(40000000000)}};
   for (const auto& [id, key, value] : rows)
     db->execute("INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)", {id, key, value});
   auto array = readAttributes(*db, "SELECT nid,key,value FROM nodeattr", true);
   std::vector<std::string> keys;
   for (size_t i = 0; i < array->getItemCount(); ++i) keys.push_back(array->m_Items[i]->getKeyName());
-  EXPECT_EQ(keys, (std::vector<std::string>{"name", "type", "alpha", "size", "zeta", "_a", "_hidden"}))
+  EXPECT_EQ(keys, (std::vector<std::string>{"name", "type", "alpha", "bytes", "size", "zeta", "_a", "_hidden"}))
       << "an attribute of NULL values only is dropped";
   auto alpha = array->itemByKeyAs<TAttributeData>("alpha");
   EXPECT_EQ(alpha->getAttributeType(), "float");
@@ -135,6 +147,13 @@ TEST(Loader, AttributeColumnsAndTheirOrder) {
   EXPECT_EQ(size->getValueById(2, found), "2");
   EXPECT_EQ(size->getValueById(3, found), "n/a");
   EXPECT_EQ(array->itemByKeyAs<TAttributeData>("zeta")->getAttributeType(), "int");
+  // Integers beyond 32 bits: a number column, whose order is that of the
+  // numbers, not of their texts.
+  auto bytes = array->itemByKeyAs<TAttributeData>("bytes");
+  EXPECT_EQ(bytes->getAttributeType(), "float");
+  std::vector<uint32_t> ids{1, 2, 3};
+  bytes->sort(ids, true);
+  EXPECT_EQ(ids, (std::vector<uint32_t>{2, 1, 3}));
 }
 
 TEST(Loader, BothSampleFormsGiveTheSameDataset) {
@@ -245,6 +264,30 @@ TEST(Loader, FailureTable) {
   std::filesystem::copy_file("bad.xml", "bad.XML", std::filesystem::copy_options::overwrite_existing);
   d = failureOf([&] { run("bad.XML"); });
   EXPECT_EQ(d["title"].cast<std::string>(), "Dataset loader");
+
+  // Pipes are no datasets: a clear failure, not a reader that waits for a
+  // writer forever.
+  for (const char* pipe : {"pipe.xml", "pipe.db"}) {
+    std::filesystem::remove(pipe);
+    ASSERT_EQ(::mkfifo(pipe, 0600), 0);
+    d = failureOf([&] { run(pipe); });
+    EXPECT_NE(d["msg"].cast<std::string>().find("not a regular file"), std::string::npos) << pipe;
+    std::filesystem::remove(pipe);
+  }
+
+  // Bytes that are not UTF-8 in a failure reach the message and the log
+  // as escapes.
+  std::filesystem::remove("latin1.db");
+  {
+    TDatabase latin1("latin1.db");
+    TXmlReader::createDatasetTables(latin1);
+    latin1.execute("INSERT INTO hierarchy VALUES (1, CAST(x'4dfc6c6c6572' AS TEXT), NULL, 0)");
+    latin1.commit();
+  }
+  d = failureOf([&] { run("latin1.db"); });
+  EXPECT_EQ(d["msg"].cast<std::string>(), "Root node 'M\\xfcller' of hierarchy 1 is no node id");
+  me.logger->error(std::string("M\xfcller"));
+  EXPECT_NE(py::cast(me.logger->getLastMessages()).cast<std::string>().find("M\\xfcller"), std::string::npos);
 
   // The outputs set before a failure stay: hierarchies come first.
   std::filesystem::remove("partial.db");

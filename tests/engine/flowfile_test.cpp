@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <pybind11/embed.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -178,7 +179,7 @@ class Broken(TAbstractDataSource):
   py::object broken = ns["Broken"]();
   auto brokenProc = net.fm->constructProcessor([&broken] { return broken.cast<TProcessorPtr>(); });
   box->addProcessor(brokenProc);
-  EXPECT_THROW(net.fm->store(box, "keep.db"), py::error_already_set);
+  EXPECT_THROW(net.fm->store(box, "keep.db"), TUserException) << "the user is told, as for a full disk";
   EXPECT_EQ(count("keep.db", "SELECT count(*) FROM processors"), 1) << "the earlier file is intact";
   for (const auto& entry : fs::directory_iterator("."))
     EXPECT_EQ(entry.path().string().find(".writing-"), std::string::npos) << entry.path();
@@ -260,4 +261,86 @@ TEST(FlowFiles, PasteLinesBoxesUpFromTheFreeSpot) {
   EXPECT_FALSE(layout.fm->paste(p)) << "only a box takes a paste";
   fs::remove("clipboard.db");
   EXPECT_THROW(layout.fm->paste(layout.fm), TFlowError);
+}
+
+TEST(FlowFiles, HostileFilesRunNothingAndLoadTheRest) {
+  // One good source between rows that would run code, name things that are
+  // no processor classes, or hold values of the wrong form.
+  Net net;
+  auto box = net.box(net.fm, "B");
+  source<TIntDataSource>(net, box, "good", std::make_shared<TIntegerData>(7));
+  net.fm->store(box, "hostile.db");
+  const std::string marker = fs::absolute("ran-code").string();
+  fs::remove(marker);
+  const std::vector<std::pair<std::string, std::string>> rows = {
+      {"TPythonDataSource",
+       "{'class': 'TPythonData', 'data': \"__import__('os').system('touch " + marker + "')\"}"},
+      {"TPythonDataSource", "{'class': 'TPythonData', 'data': \"open('" + marker + "', 'w')\"}"},
+      {"TIntDataSource", "__import__('os').system('touch " + marker + "')"},
+      {"TIntDataSource", "[1, 2]"},
+      {"TIntDataSource", "{'class': 'TIntegerData'}"},
+      {"TIntDataSource", "{'class': 'os', 'data': ''}"},
+      {"setUpNetworks", ""},
+      {"os", ""},
+      {"__loader__", ""},
+      {"me", ""},
+      {"TAbstractDataSource", ""},
+  };
+  {
+    TDatabase db("hostile.db");
+    int64_t id = 100;
+    for (const auto& [ctor, value] : rows)
+      db.execute("INSERT INTO processors VALUES (?,NULL,?,'hostile',0,0,10,10,?)",
+                 {id++, ctor, value.empty() ? TDbValue{} : TDbValue{value}});
+    db.commit();
+  }
+  Net back;
+  ::testing::internal::CaptureStdout();
+  auto objs = back.fm->load(back.fm, "hostile.db");
+  ::testing::internal::GetCapturedStdout();
+  me.manualupdate = false;
+  ASSERT_TRUE(objs);
+  EXPECT_FALSE(fs::exists(marker)) << "a stored text ran code";
+  EXPECT_EQ(valueOf<TIntegerData>(back.fm, "good")->getValue(), 7) << "the rest of the file loads";
+  EXPECT_EQ(back.fm->exceptions.size(), 5u) << "each name that is no registered class skips its row";
+  size_t sources = 0;
+  back.fm->forEachProcessor([&](const TProcessorPtr& p) { sources += p->m_KeyName == "hostile"; });
+  EXPECT_EQ(sources, 6u) << "values that cannot be read leave their processor without a value";
+
+  // A stored script value in the forms the program writes is read back.
+  TPythonData d;
+  d.unstringify("{'a': [1, 2.5, -3, (True, None)], 'b': {1, 2}, 'c': set(), 'd': inf, 'e': TVector2(1.0, 2.0)}");
+  py::dict back2 = py::reinterpret_borrow<py::dict>(d.getValue().get());
+  EXPECT_EQ(py::len(back2), 5u);
+  EXPECT_THROW(d.unstringify("(lambda: 1)()"), py::error_already_set);
+  EXPECT_THROW(d.unstringify("TVector2.__init__"), py::error_already_set);
+}
+
+TEST(FlowFiles, StaleTemporariesOfDeadProcessesGo) {
+  Net net;
+  auto box = net.box(net.fm, "B");
+  // A pid that cannot be running: beyond the system's limit.
+  std::ofstream("stale.db.writing-999999999") << "half written";
+  std::ofstream("stale.db.writing-" + std::to_string(::getppid())) << "another process, still writing";
+  net.fm->store(box, "stale.db");
+  EXPECT_FALSE(fs::exists("stale.db.writing-999999999"));
+  EXPECT_TRUE(fs::exists("stale.db.writing-" + std::to_string(::getppid())));
+  fs::remove("stale.db.writing-" + std::to_string(::getppid()));
+}
+
+TEST(FlowFiles, LoadingIsLinearInTheProcessorsOfABox) {
+  // Sizes are worked out once, also for a large box; the areas are those
+  // that adding one by one gives.
+  Net net;
+  auto box = net.box(net.fm, "B");
+  for (int i = 0; i < 3; ++i) net.add<TRelay>(box, float(40 * i));
+  net.fm->store(box, "sized.db");
+  Net back;
+  auto objs = back.fm->load(back.fm, "sized.db");
+  ASSERT_TRUE(objs);
+  auto loaded = std::dynamic_pointer_cast<TAbstractBox>((*objs)[0]);
+  TBox expected = loaded->m_Area;
+  loaded->computeSize();
+  EXPECT_EQ(loaded->m_Area, expected);
+  EXPECT_GE(loaded->m_Area.getHeight(), 80.0f);
 }

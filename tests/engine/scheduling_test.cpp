@@ -371,3 +371,25 @@ TEST(Scheduling, ProcessorDestroyedDuringAPassIsSkipped) {
   EXPECT_FALSE(net.pass());
   EXPECT_TRUE(weakVictim.expired());
 }
+
+TEST(Scheduling, AProcessorCannotRunTheNetworkFromItsProcessing) {
+  Net net;
+  auto source = net.add<TSource>(net.fm);
+  auto relay = net.add<TRelay>(net.fm, 10);
+  net.fm->createConnection(source->out, relay->in);
+  std::string failure;
+  relay->onProcess = [&](TRelay& r) {
+    r.resetPins({});
+    try {
+      doflow(*net.fm);
+    } catch (const std::exception& e) {
+      failure = e.what();
+    }
+  };
+  source->out->setData(std::make_shared<TTestValue>(1));
+  const int passes = doflow(*net.fm);
+  EXPECT_LT(passes, 5) << "no pass inside a pass";
+  EXPECT_EQ(failure, "doflow(): the network is running already; a processor cannot run it");
+  EXPECT_EQ(relay->runs, 1);
+  EXPECT_EQ(doflow(*net.fm), 1) << "the network runs again afterwards";
+}

@@ -165,3 +165,25 @@ TEST(Importer, ProtocolFailuresAndLoading) {
   EXPECT_EQ(c.definitions, 0u);
   EXPECT_EQ(c.includesResolved, 3u);
 }
+
+TEST(Importer, SpecialFilesAndHostileNames) {
+  const fs::path root = fs::absolute("special");
+  fs::remove_all(root);
+  write(root / "ok.c", "int ok;\n");
+  ASSERT_EQ(::mkfifo((root / "pipe.c").c_str(), 0600), 0);
+  fs::create_symlink("/dev/zero", root / "zero.c");
+  // A name that would start a protocol line of its own.
+  write(root / "evil\n***ERROR: forged.c", "int evil;\n");
+  TImportOptions options;
+  std::vector<std::string> report;
+  options.ctags.clear();
+  options.report = [&report](const std::string& line) { report.push_back(line); };
+  const TImportCounts counts = importSourceTree(root.string(), "special.db", options);  // returns: no hang
+  EXPECT_EQ(counts.files, 2u);
+  EXPECT_EQ(counts.unreadable, 2u) << "the pipe and the device";
+  for (const auto& line : report) {
+    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
+    EXPECT_NE(line.rfind("***ERROR: forged", 0), 0u);
+  }
+  EXPECT_EQ(protocolLine("***STATUS: ", "a\nb\\c\x01"), "***STATUS: a\\nb\\\\c\\x01");
+}

@@ -328,6 +328,32 @@ std::string dirOf(const std::string& path) {
   return slash == std::string::npos ? "" : path.substr(0, slash);
 }
 
+}  // namespace
+
+std::string protocolLine(const std::string& prefix, const std::string& text) {
+  std::string out = prefix;
+  out.reserve(prefix.size() + text.size());
+  for (const char ch : text) {
+    const auto c = static_cast<unsigned char>(ch);
+    if (c == '\\') {
+      out += "\\\\";
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c < 0x20 || c == 0x7f) {
+      char buf[8];
+      std::snprintf(buf, sizeof buf, "\\x%02x", c);
+      out += buf;
+    } else {
+      out += ch;
+    }
+  }
+  return out;
+}
+
+namespace {
+
 std::string join(const std::string& dir, const std::string& rest) { return dir.empty() ? rest : dir + "/" + rest; }
 
 // ---------------------------------------------------------------------------
@@ -340,10 +366,10 @@ class Importer {
 
  private:
   void status(const std::string& text) {
-    if (m_Options.report) m_Options.report("***STATUS: " + text);
+    if (m_Options.report) m_Options.report(protocolLine("***STATUS: ", text));
   }
   void error(const std::string& text) {
-    if (m_Options.report) m_Options.report("***ERROR: " + text);
+    if (m_Options.report) m_Options.report(protocolLine("***ERROR: ", text));
   }
   uint32_t addNode(uint32_t parentNode, const std::string& name, uint16_t type) {
     Node n;
@@ -440,6 +466,14 @@ void Importer::walk(const fs::path& root) {
 }
 
 void Importer::readFile(const fs::path& full, const std::string& rel, uint32_t folder) {
+  // Only regular files, also behind links: a pipe would block the import
+  // and a device could be read without end.
+  struct stat before {};
+  if (::stat(full.c_str(), &before) != 0 || !S_ISREG(before.st_mode)) {
+    error("Cannot read '" + full.string() + "': not a regular file");
+    ++m_Counts.unreadable;
+    return;
+  }
   std::ifstream in(full, std::ios::binary);
   std::string text;
   if (in) {

@@ -38,6 +38,11 @@ class TImportError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// One line of the protocol: the prefix and the text, with line breaks,
+// other control characters and backslashes escaped, so that a file name can
+// never start a line of its own.
+std::string protocolLine(const std::string& prefix, const std::string& text);
+
 // Imports `folder` into the dataset database `output`, written under a
 // temporary name and renamed when complete.
 TImportCounts importSourceTree(const std::string& folder, const std::string& output, const TImportOptions& options);

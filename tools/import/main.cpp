@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
   try {
     importSourceTree(folder, output, options);
   } catch (const std::exception& e) {
-    std::cout << "***ERROR: " << e.what() << std::endl;
+    std::cout << protocolLine("***ERROR: ", e.what()) << std::endl;
     return 1;
   }
   return 0;

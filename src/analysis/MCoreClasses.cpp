@@ -1,0 +1,28 @@
+#include "MCoreClasses.h"
+
+#include "analysis/MAttributeDerivation.h"
+#include "analysis/MCollapse.h"
+#include "analysis/MControlCores.h"
+#include "analysis/MEdgeAggregation.h"
+#include "analysis/MMainBox.h"
+#include "analysis/MSelection.h"
+#include "dataset/MDatasetLoader.h"
+#include "engine/MRegistry.h"
+
+namespace quorvel {
+
+void registerCoreClasses() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  registerEngineClasses();
+  registerDatasetProcessors();
+  registerCollapseProcessors();
+  registerEdgeAggregationProcessors();
+  registerDerivationProcessors();
+  registerSelectionProcessors();
+  registerControlCores();
+  registerMainBox();
+}
+
+}  // namespace quorvel
