@@ -12,6 +12,7 @@
 #include "MSyntheticDataset.h"
 #include "support/SyntheticData.h"
 #include "dataset/MDatasetLoader.h"
+#include "dataset/MXmlReader.h"
 
 using namespace quorvel;
 
@@ -90,7 +91,24 @@ void BM_PlainSelect(benchmark::State& state) {
   }
 }
 
+// One attribute value of the given size in MiB: converting must stay linear
+// in its length.
+void BM_XmlLargeAttributeValue(benchmark::State& state) {
+  const std::string file = "large-attribute-" + std::to_string(state.range(0)) + ".xml";
+  {
+    std::ofstream out(file, std::ios::binary);
+    out << "<?xml version=\"1.0\"?>\n<dataset><nodes><node nid=\"1\"><attribute key=\"name\" value=\"";
+    const std::string block(1 << 20, 'a');
+    for (int64_t i = 0; i < state.range(0); ++i) out << block;
+    out << "\" type=\"string\"/></node></nodes></dataset>\n";
+  }
+  for (auto _ : state) benchmark::DoNotOptimize(TXmlReader(file).convertToDatabase().get());
+  state.SetBytesProcessed(state.iterations() * state.range(0) * (1 << 20));
+  std::filesystem::remove(file);
+}
+
 }  // namespace
 
+BENCHMARK(BM_XmlLargeAttributeValue)->Arg(10)->Arg(40)->Arg(200)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_PlainSelect)->Args({100000, 300000})->Args({1000000, 3000000})->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_LoadDataset)->Args({100000, 300000})->Args({1000000, 3000000})->Unit(benchmark::kMillisecond)->Iterations(3);

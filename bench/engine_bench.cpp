@@ -64,7 +64,24 @@ void BM_PassSpreadingOneChange(benchmark::State& state) {
   reportPins(state, b.pins);
 }
 
+// Loading a flow file whose one box holds many processors: linear in them.
+void BM_LoadFlowFileOneBox(benchmark::State& state) {
+  const std::string file = "one-box-" + std::to_string(state.range(0)) + ".qvperspective";
+  {
+    Net net;
+    TBoxPtr box = net.box(net.fm);
+    for (int64_t i = 0; i < state.range(0); ++i) net.add<TRelay>(box, static_cast<float>(i));
+    net.fm->store(box, file);
+  }
+  for (auto _ : state) {
+    Net net;
+    benchmark::DoNotOptimize(net.fm->load(net.fm, file));
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
 }  // namespace
 
+BENCHMARK(BM_LoadFlowFileOneBox)->Arg(10000)->Arg(40000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_QuietPass)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_PassSpreadingOneChange)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);

@@ -319,8 +319,14 @@ void TAbstractBox::destroy() {
     flowobject_destroy();
     m_Self.reset();
   }
-  for (const auto& p : std::vector<TProcessorPtr>(m_Processors)) p->destroy();
-  for (const auto& b : std::vector<TBoxPtr>(m_Children)) b->destroy();
+  // The lists are taken out first: each object taking itself out of a list
+  // that still holds the rest would make a large box quadratic to destroy.
+  std::vector<TProcessorPtr> processors;
+  processors.swap(m_Processors);
+  for (const auto& p : processors) p->destroy();
+  std::vector<TBoxPtr> children;
+  children.swap(m_Children);
+  for (const auto& b : children) b->destroy();
   if (m_Parent) {
     auto& list = m_Parent->m_Children;
     list.erase(std::remove_if(list.begin(), list.end(),
