@@ -1,6 +1,8 @@
 // Cost of a pass over networks of 1 000 to 100 000 processors.
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
+
 #include "support/TestProcessors.h"
 
 using namespace quorvel;
@@ -78,6 +80,7 @@ void BM_LoadFlowFileOneBox(benchmark::State& state) {
     benchmark::DoNotOptimize(net.fm->load(net.fm, file));
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
+  std::remove(file.c_str());
 }
 
 }  // namespace

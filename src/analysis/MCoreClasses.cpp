@@ -8,6 +8,7 @@
 #include "analysis/MSelection.h"
 #include "dataset/MDatasetLoader.h"
 #include "engine/MRegistry.h"
+#include "views/MViewCores.h"
 
 namespace quorvel {
 
@@ -23,6 +24,7 @@ void registerCoreClasses() {
   registerSelectionProcessors();
   registerControlCores();
   registerMainBox();
+  registerViewCores();
 }
 
 }  // namespace quorvel

@@ -11,18 +11,7 @@ namespace quorvel {
 namespace {
 
 // A source holding a value of its own; the library file stores the value.
-TProcessorPtr addSource(TFlowManager& lib, const TBoxPtr& box, const std::string& classname,
-                        const std::string& keyname, const TDataPtr& value, float x, float y) {
-  auto p = addNamed(lib, box, classname, keyname, x, y);
-  if (value) std::static_pointer_cast<TAbstractDataSource>(p)->setData(value);
-  return p;
-}
-
 TDataPtr text(const std::string& s) { return std::make_shared<TStringData>(s); }
-
-TDataPtr dict(const char* literal) {
-  return std::make_shared<TPythonData>(TPyRef::steal(evalStoredLiteral(literal)));
-}
 
 // An output port of BMain for the views, fed from one output pin.
 void exposeAs(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& from, const std::string& pin,
@@ -74,7 +63,7 @@ void buildMainBox(TFlowManager& lib) {
   // One hierarchy of the dataset, the first unless a key says otherwise.
   auto hierarchyKey = addSource(lib, box, "TStringDataSource", "hierarchy key", nullptr, 100, 100);
   auto hierarchySettings =
-      addSource(lib, box, "TPythonDataSource", "hierarchy picker settings", dict("{'defaultkey': 'hierarchy 1'}"), 200,
+      addSource(lib, box, "TPythonDataSource", "hierarchy picker settings", scriptValue("{'defaultkey': 'hierarchy 1'}"), 200,
                 100);
   auto hierarchy = addNamed(lib, box, "TArrayPicker", "hierarchy picker", 0, 120);
   wire(box, loader, "hierarchies", hierarchy, "array");
@@ -86,7 +75,7 @@ void buildMainBox(TFlowManager& lib) {
   auto levels = addNamed(lib, box, "THierarchyLevelExtractor", "level attr", 0, 160);
   wire(box, hierarchy, "out", levels, "hierarchy");
   exposeAs(lib, box, levels, "out", "level attr", 0, 180);
-  auto collapseSettings = addSource(lib, box, "TPythonDataSource", "collapse settings", dict("{}"), 200, 180);
+  auto collapseSettings = addSource(lib, box, "TPythonDataSource", "collapse settings", scriptValue("{}"), 200, 180);
   auto initializer = addNamed(lib, box, "TCollapsedStateInitializer", "collapsed state initializer", 0, 200);
   wire(box, hierarchy, "out", initializer, "hierarchy");
   wire(box, levels, "out", initializer, "level attr");
@@ -118,13 +107,13 @@ void buildMainBox(TFlowManager& lib) {
     const std::string k(kind);
     auto pickerSettings =
         addSource(lib, box, "TPythonDataSource", k + " selection picker settings",
-                  dict(("{'defaultkey': '" + std::string(all) + "'}").c_str()), x + 100, 280);
+                  scriptValue(("{'defaultkey': '" + std::string(all) + "'}").c_str()), x + 100, 280);
     auto picker = addNamed(lib, box, "TArrayPicker", k + " selection picker", x, 300);
     wire(box, loader, selections, picker, "array");
     wire(box, pickerSettings, "out", picker, "settings");
     auto filterValue = addSource(lib, box, "TPythonDataSource", k + " inclusion filter value", nullptr, x + 100, 300);
     auto filterSettings =
-        addSource(lib, box, "TPythonDataSource", k + " inclusion filter settings", dict("{'filterdefault': 1}"),
+        addSource(lib, box, "TPythonDataSource", k + " inclusion filter settings", scriptValue("{'filterdefault': 1}"),
                   x + 200, 300);
     auto filter = addNamed(lib, box, "TSelector1", k == "node" ? "Node inclusion filter" : "Edge inclusion filter",
                            x, 320);
@@ -155,7 +144,7 @@ void buildMainBox(TFlowManager& lib) {
   exposeAs(lib, box, nodeAttributes, "out", "node attributes", 400, 400);
 
   auto captionSettings =
-      addSource(lib, box, "TPythonDataSource", "caption picker settings", dict("{'defaultkey': 'name'}"), 800, 340);
+      addSource(lib, box, "TPythonDataSource", "caption picker settings", scriptValue("{'defaultkey': 'name'}"), 800, 340);
   auto caption = addNamed(lib, box, "TArrayPicker", "caption picker", 700, 360);
   wire(box, loader, "node attributes", caption, "array");
   wire(box, captionSettings, "out", caption, "settings");
@@ -201,7 +190,7 @@ void buildMainBox(TFlowManager& lib) {
   // Their colours: an edge attribute by key, its numeric form, a colour map
   // by key, clamped to the attribute's range.
   auto colorKey = addSource(lib, box, "TStringDataSource", "edge color attr source", nullptr, 200, 460);
-  auto colorSettings = addSource(lib, box, "TPythonDataSource", "edge color attr picker settings", dict("{}"), 300, 460);
+  auto colorSettings = addSource(lib, box, "TPythonDataSource", "edge color attr picker settings", scriptValue("{}"), 300, 460);
   auto colorAttr = addNamed(lib, box, "TArrayPicker", "edge color attr picker", 200, 480);
   wire(box, edgeAttributes, "out", colorAttr, "array");
   wire(box, colorKey, "out", colorAttr, "key");
@@ -215,7 +204,7 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, colorRange, "max", rangeControl, "max");
   auto mapKey = addSource(lib, box, "TStringDataSource", "edge colormap source", nullptr, 400, 480);
   auto mapSettings =
-      addSource(lib, box, "TPythonDataSource", "edge colormap picker settings", dict("{'defaultkey': 'Rainbow'}"), 500,
+      addSource(lib, box, "TPythonDataSource", "edge colormap picker settings", scriptValue("{'defaultkey': 'Rainbow'}"), 500,
                 480);
   auto mapPicker = addNamed(lib, box, "TArrayPicker", "edge colormap picker", 400, 500);
   wire(box, colormaps, "output", mapPicker, "array");

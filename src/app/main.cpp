@@ -5,6 +5,7 @@
 
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
+#include "shell/MGuiClasses.h"
 #include "shell/MMain.h"
 
 namespace py = pybind11;
@@ -22,6 +23,7 @@ int main(int argc, char** argv) {
   std::shared_ptr<TLogger> logger;
   try {
     logger = std::make_shared<TLogger>("Quorvel.log");
+    registerGuiClasses();
     registerScriptModules();
     me.RELEASEMODE = true;
     me.PUBLICMODE = true;

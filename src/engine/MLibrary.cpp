@@ -105,6 +105,14 @@ std::shared_ptr<TAbstractProcessor> addPort(TFlowManager& lib, const TBoxPtr& bo
   return port;
 }
 
+std::shared_ptr<TAbstractProcessor> addInputPort(TFlowManager& lib, const TBoxPtr& box, const std::string& name,
+                                                 float x, float y) {
+  auto port = addPort(lib, box, name, x, y);
+  port->getOnlyOutputPin()->m_Name = "out";
+  port->m_KeyName = name;
+  return port;
+}
+
 std::shared_ptr<TAbstractProcessor> addNamed(TFlowManager& lib, const TBoxPtr& box, const std::string& classname,
                                              const std::string& keyname, float x, float y) {
   TProcessorPtr p = lib.constructProcessor(classname);
@@ -112,6 +120,21 @@ std::shared_ptr<TAbstractProcessor> addNamed(TFlowManager& lib, const TBoxPtr& b
   p->m_Area = TBox(x, y, x + 80.0f, y + 20.0f);
   box->addProcessor(p);
   return p;
+}
+
+std::shared_ptr<TAbstractProcessor> addSource(TFlowManager& lib, const TBoxPtr& box, const std::string& classname,
+                                              const std::string& keyname, const TDataPtr& value, float x, float y) {
+  auto p = addNamed(lib, box, classname, keyname, x, y);
+  if (value) {
+    auto source = std::dynamic_pointer_cast<TAbstractDataSource>(p);
+    if (!source) throw TFlowError("addSource(): " + classname + " is no data source");
+    source->setData(value);
+  }
+  return p;
+}
+
+TDataPtr scriptValue(const char* literal) {
+  return std::make_shared<TPythonData>(TPyRef::steal(evalStoredLiteral(literal)));
 }
 
 void wire(const TBoxPtr& box, const TProcessorPtr& from, const std::string& outpin, const TProcessorPtr& to,

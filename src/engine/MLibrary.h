@@ -48,12 +48,22 @@ TBoxPtr instantiateLibBox(const std::string& name, const TInstantiateOptions& op
 // p_Text if no view has that title, else the first free "p_Text (n)".
 std::string getFreeGuiTitle(const std::string& text);
 
-// Helpers for builders: a port (identity processor) named `name` on both
-// pins, and a processor with a key name, at a place on the canvas.
+// Helpers for builders: ports (identity processors) and processors with a
+// key name, at a place on the canvas. A port named `name` on both pins, as
+// BMain offers its values; and a view's input port, whose output pin is
+// "out" and whose key name is its name: autoconnect joins it to the output
+// ports of that name in sibling boxes, and never two views to each other.
 std::shared_ptr<TAbstractProcessor> addPort(TFlowManager& lib, const TBoxPtr& box, const std::string& name,
                                             float x, float y);
+std::shared_ptr<TAbstractProcessor> addInputPort(TFlowManager& lib, const TBoxPtr& box, const std::string& name,
+                                                 float x, float y);
 std::shared_ptr<TAbstractProcessor> addNamed(TFlowManager& lib, const TBoxPtr& box, const std::string& classname,
                                              const std::string& keyname, float x, float y);
+// A data source holding a value of its own, which the library stores.
+std::shared_ptr<TAbstractProcessor> addSource(TFlowManager& lib, const TBoxPtr& box, const std::string& classname,
+                                              const std::string& keyname, const TDataPtr& value, float x, float y);
+// A script value in the stored text form, such as a settings dictionary.
+TDataPtr scriptValue(const char* literal);
 // Connects an output pin of one processor to an input pin of another.
 void wire(const TBoxPtr& box, const TProcessorPtr& from, const std::string& outpin, const TProcessorPtr& to,
           const std::string& inpin);

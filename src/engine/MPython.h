@@ -22,6 +22,11 @@ void stopInterpreter();
 // interpreter. Raises "Failed to register module with Python interpreter".
 void registerScriptModules();
 
+// A library above the core adds its own bindings to MQuorvel: each function
+// given here runs, in order, once the core's bindings stand. Register before
+// registerScriptModules.
+void addScriptBindings(void (*bind)(void* quorvelModule));
+
 struct TExceptionText {
   // The exception's own text: what str() of it gives.
   std::string text;

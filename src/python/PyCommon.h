@@ -131,6 +131,7 @@ void bindEngine(py::module_& m);
 void bindData(py::module_& m);
 void bindDataset(py::module_& m);
 void bindAnalysis(py::module_& m);
+void bindViews(py::module_& m);
 
 // Defines the whole of MQuorvel (and MStlWraps) on the given modules.
 void defineModules(py::module_& quorvel, py::module_& stlwraps);

@@ -101,6 +101,13 @@ void rejectNoneSelfInClasses(py::module_& m) {
 
 }  // namespace
 
+namespace {
+std::vector<void (*)(void*)>& extraBindings() {
+  static std::vector<void (*)(void*)> list;
+  return list;
+}
+}  // namespace
+
 void defineModules(py::module_& quorvel, py::module_& stlwraps) {
   registerCoreClasses();
   bindStlWraps(stlwraps);
@@ -109,6 +116,8 @@ void defineModules(py::module_& quorvel, py::module_& stlwraps) {
   bindData(quorvel);
   bindDataset(quorvel);
   bindAnalysis(quorvel);
+  bindViews(quorvel);
+  for (auto bind : extraBindings()) bind(&quorvel);
   rejectNoneSelfInClasses(quorvel);
   rejectNoneSelfInClasses(stlwraps);
 }
@@ -116,6 +125,8 @@ void defineModules(py::module_& quorvel, py::module_& stlwraps) {
 }  // namespace quorvel::py_bindings
 
 namespace quorvel {
+
+void addScriptBindings(void (*bind)(void* quorvelModule)) { py_bindings::extraBindings().push_back(bind); }
 
 void registerScriptModules() {
   namespace py = pybind11;

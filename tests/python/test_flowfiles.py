@@ -75,6 +75,29 @@ class FlowFileTest(unittest.TestCase):
             me.flowlib.destroy()
             os.chdir(cwd)
 
+    def test_view_boxes_load_and_run_without_the_window_library(self):
+        cwd = os.getcwd()
+        os.chdir(tempfile.mkdtemp())
+        try:
+            import shutil
+            shutil.copy(os.path.join(os.environ["QUORVEL_SOURCE_DIR"], "samples", "orbit", "orbit.db"), "orbit.db")
+            MQuorvel.setUpNetworks(LIBRARY)
+            MQuorvel.instantiateLibBox("BMain", {"assign": [("dataset filename", "orbit.db")]})
+            view = MQuorvel.instantiateLibBox("BListView", {
+                "assign": [("gui title", "Node list view")],
+                "rename": [("attributes", "node attributes"), ("selections", "node selections"),
+                           ("selection b", "node primary selection"), ("icon attributes", "node icon attributes")]})
+            doflow(me.flowlayout)
+            self.assertFalse(me.manualupdate)
+            lists = [p for p in view.m_Processors if isinstance(p, MQuorvel.TListGuiProcessorCpp)]
+            self.assertEqual(len(lists), 1)
+            lists[0].buildRow2Id()
+            self.assertEqual(len(lists[0].m_Row2Id), 29)
+        finally:
+            me.flowlayout.destroy()
+            me.flowlib.destroy()
+            os.chdir(cwd)
+
 
 if __name__ == "__main__":
     unittest.main()

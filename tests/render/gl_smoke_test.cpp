@@ -12,21 +12,6 @@
 
 namespace {
 
-class WxEnvironment : public ::testing::Environment {
- public:
-  void SetUp() override {
-    static int argc = 1;
-    static char name[] = "test_gui";
-    static char* argv[] = {name, nullptr};
-    wxApp::SetInstance(new wxApp());
-    ASSERT_TRUE(wxEntryStart(argc, argv)) << "no display: run under xvfb-run";
-    ASSERT_TRUE(wxTheApp->CallOnInit());
-  }
-  void TearDown() override { wxEntryCleanup(); }
-};
-
-const auto* const g_Env = ::testing::AddGlobalTestEnvironment(new WxEnvironment);
-
 void pumpUntil(const std::function<bool()>& done) {
   const auto start = std::chrono::steady_clock::now();
   while (!done() && std::chrono::steady_clock::now() - start < std::chrono::seconds(5)) {

@@ -1,0 +1,179 @@
+// The main window with a large dataset open: what a quiet application costs,
+// how fast the node list shows a million rows, and opening a dataset until
+// its list is painted. Runs under a display (scripts/bench starts a virtual
+// X server when there is none).
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <wx/evtloop.h>
+#include <wx/wx.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "automation/MExecutor.h"
+#include "engine/MFlowManager.h"
+#include "engine/MMediator.h"
+#include "engine/MPython.h"
+#include "shell/MGuiClasses.h"
+#include "shell/MMainFrame.h"
+#include "support/SyntheticData.h"
+#include "views/MListControlViewProcessor.h"
+
+using namespace quorvel;
+namespace fs = std::filesystem;
+
+namespace {
+
+double seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+double cpuSeconds() {
+  rusage u{};
+  getrusage(RUSAGE_SELF, &u);
+  return u.ru_utime.tv_sec + u.ru_stime.tv_sec + 1e-6 * (u.ru_utime.tv_usec + u.ru_stime.tv_usec);
+}
+
+// Runs the real event loop for a while.
+void runLoop(double duration) {
+  wxTimer stop;
+  wxEventLoopBase* loop = nullptr;
+  stop.Bind(wxEVT_TIMER, [&loop](wxTimerEvent&) {
+    if (loop) loop->Exit();
+  });
+  wxEventLoop l;
+  loop = &l;
+  stop.StartOnce(static_cast<int>(duration * 1000));
+  l.Run();
+}
+
+std::shared_ptr<TListGuiProcessor> nodeList() {
+  if (!me.flowlayout) return nullptr;
+  TBoxPtr box = me.flowlayout->getBoxByType("BListView");
+  return box ? box->getProcessorByType<TListGuiProcessor>() : nullptr;
+}
+
+size_t rowsShown() {
+  auto list = nodeList();
+  if (!list || list->panels.empty() || !list->panels[0]) return 0;
+  return static_cast<size_t>(list->panels[0]->listctrl->GetItemCount());
+}
+
+// Opens a dataset as "Open dataset" does and runs idle steps until its node
+// list shows rows and has been painted. Gives the seconds to the loaded
+// dataset and to the painted list.
+std::pair<double, double> openAndShow(TMainFrame& frame, const std::string& file) {
+  const double start = seconds();
+  frame.Load(file);
+  double loaded = 0.0;
+  for (int i = 0; i < 10000 && rowsShown() == 0; ++i) {
+    frame.idleStep();
+    if (loaded == 0.0 && me.flowlayout->getBoxByType("BMain")) {
+      auto port = me.flowlayout->getBoxByType("BMain")->getIdentityProcessorByInputName("node attributes");
+      if (port && port->getOnlyOutputPin()->getData()) loaded = seconds() - start;
+    }
+  }
+  frame.Update();
+  wxYield();
+  return {loaded, seconds() - start};
+}
+
+struct Session {
+  TMainFrame* frame = nullptr;
+  std::string file;
+  Session() {
+    file = fs::absolute(bench::syntheticDataset(1000000, 3000000)).string();
+    frame = new TMainFrame();
+    frame->SetClientSize(1000, 700);
+    publishGuiObjects();
+  }
+  ~Session() {
+    if (me.flowlayout) me.flowlayout->destroy();
+    frame->timer.Stop();
+    frame->Destroy();
+    wxYield();
+  }
+};
+
+void BM_OpenDatasetToPaintedList(benchmark::State& state) {
+  Session s;
+  for (auto _ : state) {
+    if (me.flowlayout) me.flowlayout->destroy();
+    const auto [loaded, painted] = openAndShow(*s.frame, s.file);
+    state.SetIterationTime(painted);
+    state.counters["load_s"] = loaded;
+    state.counters["total_s"] = painted;
+    state.counters["load_share"] = painted > 0 ? loaded / painted : 0.0;
+    state.counters["rows"] = static_cast<double>(rowsShown());
+  }
+}
+
+void BM_ListFirstPaintFromPins(benchmark::State& state) {
+  Session s;
+  openAndShow(*s.frame, s.file);
+  auto list = nodeList();
+  if (!list || list->panels.empty()) {
+    state.SkipWithError("no list");
+    return;
+  }
+  auto* panel = list->panels[0].get();
+  for (auto _ : state) {
+    // New data on the selection pin: the whole of the list's work follows.
+    auto selection = std::dynamic_pointer_cast<TIntegerSetData>(list->m_Selection->getData());
+    auto copy = std::make_shared<TIntegerSetData>();
+    copy->m_Set = selection->m_Set;
+    const double start = seconds();
+    list->m_Selection->setData(copy);
+    me.flowlayout->stage1();
+    me.flowlayout->stage2();
+    panel->listctrl->Update();
+    state.SetIterationTime(seconds() - start);
+  }
+  state.counters["rows"] = static_cast<double>(list->m_Row2Id.size());
+}
+
+void BM_QuietApplicationCpu(benchmark::State& state) {
+  Session s;
+  openAndShow(*s.frame, s.file);
+  runLoop(1.0);  // what was pending settles first
+  for (auto _ : state) {
+    const double cpu = cpuSeconds();
+    const double wall = seconds();
+    runLoop(10.0);
+    state.counters["cpu_percent"] = 100.0 * (cpuSeconds() - cpu) / (seconds() - wall);
+  }
+}
+
+}  // namespace
+
+BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_ListFirstPaintFromPins)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
+
+int main(int argc, char** argv) {
+  startInterpreter({"quorvel-gui-bench"});
+  registerGuiClasses();
+  registerScriptModules();
+  me.logger = std::make_shared<TLogger>("Quorvel-bench.log");
+  me.branding = defaultBranding();
+  static int wxArgc = 1;
+  static char name[] = "quorvel-gui-bench";
+  static char* wxArgv[] = {name, nullptr};
+  wxApp::SetInstance(new wxApp());
+  if (!wxEntryStart(wxArgc, wxArgv)) return 1;
+  wxTheApp->CallOnInit();
+  wxInitAllImageHandlers();
+  logToolkitAsserts();
+  registerExecutor();
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  if (me.flowlayout) me.flowlayout->release();
+  if (me.flowlib) me.flowlib->release();
+  me.flowlayout.reset();
+  me.flowlib.reset();
+  wxEntryCleanup();
+  stopInterpreter();
+  return 0;
+}

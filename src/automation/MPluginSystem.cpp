@@ -1,0 +1,7 @@
+#include "automation/MPluginSystem.h"
+
+namespace quorvel {
+
+std::vector<TPluginMenuRow> pluginMenuRows() { return {}; }
+
+}  // namespace quorvel

@@ -1,0 +1,101 @@
+// Registration of the window library's classes and their script bindings:
+// the presentation classes of the processors, the main window, the GUI
+// manager and references to windows.
+#include "MGuiClasses.h"
+
+#include <pybind11/functional.h>
+#include <pybind11/stl.h>
+
+#include "analysis/MCoreClasses.h"
+#include "engine/MMediator.h"
+#include "engine/MPython.h"
+#include "python/PyEngine.h"
+#include "shell/MMainFrame.h"
+#include "shell/MProcessors_Gui.h"
+#include "views/MListControlViewProcessor.h"
+
+namespace py = pybind11;
+
+namespace quorvel {
+
+namespace {
+
+TInstantiateOptions optionsOf(const py::object& options) {
+  TInstantiateOptions o;
+  if (options.is_none()) return o;
+  py::dict d = options.cast<py::dict>();
+  if (d.contains("assign")) o.assign = d["assign"].cast<std::vector<std::pair<std::string, std::string>>>();
+  if (d.contains("rename")) o.rename = d["rename"].cast<std::vector<std::pair<std::string, std::string>>>();
+  return o;
+}
+
+void bindGui(void* module) {
+  py::module_& m = *static_cast<py::module_*>(module);
+  using namespace py_bindings;
+
+  py::class_<TWindowRef>(m, "TWindowRef")
+      .def("alive", &TWindowRef::alive)
+      .def("__repr__", [](const TWindowRef& r) {
+        return std::string("<window ") + (r.alive() ? stdText(r.window->GetName()) : std::string("gone")) + ">";
+      });
+
+  py::class_<TMainFrame, std::unique_ptr<TMainFrame, py::nodelete>>(m, "TMainFrame")
+      .def(
+          "OnInstantiateLibBox",
+          [](TMainFrame& f, const std::string& name, const py::object& options) {
+            return f.OnInstantiateLibBox(name, optionsOf(options));
+          },
+          py::arg("name"), py::arg("options") = py::none())
+      .def("doflow", &TMainFrame::doflow)
+      .def("animateMe",
+           [](TMainFrame& f, py::object obj, double totaltime) {
+             f.animateMe([obj](double fraction) { obj.attr("animate")(fraction); }, totaltime);
+           })
+      .def("Load", &TMainFrame::Load, py::arg("filename"))
+      .def("getFreeGuiTitle", [](TMainFrame&, const std::string& text) { return getFreeGuiTitle(text); })
+      .def("OnCloseFile", &TMainFrame::OnCloseFile)
+      .def("OnSavePerspective", &TMainFrame::OnSavePerspective)
+      .def("OnLoad", &TMainFrame::OnLoad)
+      .def("OnViewLog", &TMainFrame::OnViewLog)
+      .def("OnAbout", &TMainFrame::OnAbout)
+      .def("OnVisitWebsite", &TMainFrame::OnVisitWebsite)
+      .def("Close", [](TMainFrame& f) { f.Close(); })
+      .def("GetTitle", [](TMainFrame& f) { return stdText(f.GetTitle()); })
+      .def_readonly("count", &TMainFrame::count)
+      .def_property_readonly("animating", [](const TMainFrame& f) { return f.animatelist.size(); });
+
+  py::class_<TGuiMgr, std::unique_ptr<TGuiMgr, py::nodelete>>(m, "TGuiMgr")
+      .def_property_readonly("windowcount", [](const TGuiMgr& g) { return g.window2frame.size(); })
+      .def_property_readonly("activepopupmenu",
+                             [](const TGuiMgr& g) { return g.activepopupmenu != nullptr ? py::object(py::bool_(true)) : py::object(py::none()); });
+
+  bindDerived<TMdiChildCreator, TMdiChildCreatorCpp>(m, "TMdiChildCreator");
+  bindDerived<TSplitWindowProcessor, TSplitWindowProcessorCpp>(m, "TSplitWindowProcessor");
+  bindDerived<TListGuiProcessor, TListGuiProcessorCpp>(m, "TListGuiProcessor")
+      .def_property_readonly("panelcount", [](const TListGuiProcessor& p) { return p.panels.size(); });
+}
+
+}  // namespace
+
+void registerGuiClasses() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  registerCoreClasses();
+  registerGuiProcessors();
+  registerListView();
+  addScriptBindings(&bindGui);
+}
+
+void publishGuiObjects() {
+  if (TMainFrame* frame = mainFrame()) {
+    py::object obj = py::cast(frame, py::return_value_policy::reference);
+    me.mainwindow = TPyRef::borrow(obj.ptr());
+  }
+  if (TGuiMgr* mgr = guiMgr()) {
+    py::object obj = py::cast(mgr, py::return_value_policy::reference);
+    me.guimgr = TPyRef::borrow(obj.ptr());
+  }
+}
+
+}  // namespace quorvel

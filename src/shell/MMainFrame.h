@@ -1,0 +1,96 @@
+// The main window: menus, the idle loop that runs the network, animations
+// and the command queue, the timer, icons, perspectives and the log.
+#pragma once
+
+#include <pybind11/pybind11.h>
+// The toolkit's settings come first: the MDI header tests them.
+#include <wx/wx.h>
+#include <wx/aui/tabmdi.h>
+#include <wx/imaglist.h>
+#include <wx/wx.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/MLibrary.h"
+#include "shell/MGui.h"
+
+namespace quorvel {
+
+class TMainFrame : public wxAuiMDIParentFrame {
+ public:
+  // Seconds; tests give their own.
+  using Clock = std::function<double()>;
+  explicit TMainFrame(Clock clock = nullptr);
+  ~TMainFrame() override;
+
+  struct Animation {
+    std::function<void(double)> animate;
+    double totaltime;
+    std::optional<double> starttime;
+    double timepassed = 0.0;
+  };
+  std::vector<Animation> animatelist;
+  wxMenuBar* menubar = nullptr;
+  wxStatusBar* statusbar = nullptr;
+  wxTimer timer;
+  wxMenu* filemenu = nullptr;
+  wxMenu* viewmenu = nullptr;
+  wxMenu* toolsmenu = nullptr;
+  wxMenu* helpmenu = nullptr;
+  std::shared_ptr<TEventMap> eventmap = std::make_shared<TEventMap>();
+  wxImageList imagelist{16, 16, true};
+  int count = 0;
+
+  void animateMe(std::function<void(double)> animate, double totaltime);
+  void doflow();
+  // Queues the commands that open a dataset and its node list; None closes.
+  void Load(const std::optional<std::string>& filename);
+  TBoxPtr OnInstantiateLibBox(const std::string& name, const TInstantiateOptions& options = {});
+  void OnCloseFile();
+  void OnSavePerspective();
+  void OnLoad();
+  void OnViewLog();
+  void OnAbout();
+  void OnVisitWebsite();
+
+  void OnIdle(wxIdleEvent& event);
+  // One step of the idle handler, as an idle event runs it.
+  void idleStep();
+  void OnTimer(wxTimerEvent& event);
+  void timerStep();
+
+  // The title as the timer sets it: the program and the open dataset.
+  std::string currentTitle() const;
+  // The file name of the open dataset; empty when none can be read.
+  std::string datasetFilename() const;
+  // Texts of the "gui title" ports of the running network's boxes.
+  std::vector<std::pair<TBoxPtr, std::string>> viewTitles() const;
+
+  // The last window made by the "View log" and "About" entries.
+  wxWindow* lastLogWindow = nullptr;
+
+ private:
+  void readIcons();
+  void buildMenus();
+  void OnMenu(wxCommandEvent& event);
+  void OnMenuOpen(wxMenuEvent& event);
+  void OnClose(wxCloseEvent& event);
+  void setMenuItemsEnabled(bool enabled);
+
+  Clock m_Clock;
+  double m_LastToolsUpdate = -1e9;
+  bool m_InIdle = false;
+};
+
+// The main window of the process; null before it exists and after it went.
+TMainFrame* mainFrame();
+
+// Escapes a text as a literal of the script language: quotes and
+// backslashes, so that a file name reaches a command whole.
+std::string scriptLiteral(const std::string& text);
+
+}  // namespace quorvel

@@ -1,0 +1,47 @@
+// The processors that make a view's windows: its child frame, and panels
+// split in two.
+#pragma once
+
+#include <wx/splitter.h>
+
+#include "shell/MGui.h"
+#include "shell/MShellCores.h"
+
+namespace quorvel {
+
+class TMdiChildCreator : public TMdiChildCreatorCpp {
+ public:
+  QV_CLASS_NAME(TMdiChildCreator)
+  wxWeakRef<TSizerPanel> panel;
+  wxWeakRef<TChildFrame> frame;
+  pybind11::object actions = pybind11::none();
+
+  unsigned hookMask() override { return kHookBeforeProcess | kHookProcess | kHookDestroy; }
+  void beforeprocess_python() override;
+  void process_python() override;
+  void destroy_python() override;
+
+ private:
+  bool m_Made = false;
+};
+
+class TSplitterWindow : public wxSplitterWindow {
+ public:
+  TSplitterWindow(wxWindow* parent, const TProcessorPtr& processor);
+  void update();
+
+ private:
+  std::weak_ptr<TAbstractProcessor> m_Processor;
+};
+
+class TSplitWindowProcessor : public TSplitWindowProcessorCpp {
+ public:
+  QV_CLASS_NAME(TSplitWindowProcessor)
+  wxWeakRef<TSplitterWindow> splitter;
+  unsigned hookMask() override { return kHookProcess; }
+  void process_python() override;
+};
+
+void registerGuiProcessors();
+
+}  // namespace quorvel

@@ -1,0 +1,86 @@
+// The program as a whole under a virtual X server: scripts given with -r,
+// the state stored at closing, the log, and the exit codes.
+#include <gtest/gtest.h>
+
+#include "support/ProgramRun.h"
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "dataset/MDatabase.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using quorvel::test::ProgramResult;
+
+// Runs the program in a folder with what it reads at start.
+ProgramResult runProgram(const std::string& args) {
+  const fs::path bin = fs::path(QUORVEL_EXE).parent_path();
+  for (const char* f : {"library", "logo.bmp", "Tarnwick.ico"})
+    fs::copy_file(bin / f, f, fs::copy_options::overwrite_existing);
+  fs::copy(bin / "icons", "icons", fs::copy_options::recursive | fs::copy_options::overwrite_existing);
+  return quorvel::test::runCommand("QUORVEL_POPUPS=log timeout 120 " + std::string(QUORVEL_EXE) + " " + args);
+}
+
+std::string readLog() { return quorvel::test::readFile("Quorvel.log"); }
+
+std::string script(const std::string& name, const std::string& lines) {
+  std::ofstream(name) << lines;
+  return name;
+}
+
+std::vector<std::string> boxesIn(const std::string& file) {
+  quorvel::TDatabase db(file);
+  std::vector<std::string> names;
+  for (const auto& row : db.execute("SELECT name FROM boxes ORDER BY boxid")->fetchall())
+    names.push_back(std::get<std::string>(row[0]));
+  return names;
+}
+
+}  // namespace
+
+TEST(ProgramWithWindow, AScriptOpensTheSampleAndItsListAndTheStateIsStored) {
+  fs::copy_file(std::string(QUORVEL_SOURCE_DIR) + "/samples/orbit/orbit.db", "orbit.db",
+                fs::copy_options::overwrite_existing);
+  fs::remove("previousstate.qvperspective");
+  const ProgramResult r = runProgram("-r " + script("open.qvscript",
+                                             "# the sample and its node list\nensureOpen('orbit.db')\n"
+                                             "openView('list on nodes')\nexit()\n"));
+  EXPECT_EQ(r.code, 0) << r.out;
+  EXPECT_EQ(boxesIn("previousstate.qvperspective"), (std::vector<std::string>{"BMain", "BListView"}));
+  const std::string log = readLog();
+  EXPECT_NE(log.find("Initializing UI..."), std::string::npos);
+  EXPECT_NE(log.find("Executing script 'open.qvscript'"), std::string::npos);
+  EXPECT_NE(log.find("Loaded 'orbit.db'"), std::string::npos);
+}
+
+TEST(ProgramWithWindow, OptionsAndScriptsThatGoWrong) {
+  // -q with -r opens the window and runs the script; -s without -l starts
+  // no server.
+  ProgramResult r = runProgram("-q -s 1234 positional -d --showflow --hwnd 5 -i x -r " +
+                        script("quit.qvscript", "exit()\n"));
+  EXPECT_EQ(r.code, 0) << r.out;
+  EXPECT_EQ(readLog().find("listening server"), std::string::npos);
+
+  // A script name that is not UTF-8, and a script that does not exist.
+  const std::string latin1 = std::string("sk\xe9ipt") + ".qvscript";
+  script(latin1, "exit()\n");
+  r = runProgram("-r '" + latin1 + "'");
+  EXPECT_EQ(r.code, 0) << r.out;
+  EXPECT_NE(readLog().find("sk\\xe9ipt.qvscript"), std::string::npos) << "the name reaches the log as escapes";
+
+  // A failing line is logged and the script goes on.
+  r = runProgram("-r " + script("failing.qvscript", "runScript('missing.qvscript')\nnosuch()\nexit()\n"));
+  EXPECT_EQ(r.code, 0) << r.out;
+  const std::string log = readLog();
+  EXPECT_NE(log.find("Error: Cannot find script 'missing.qvscript'"), std::string::npos);
+  EXPECT_NE(log.find("Error: No such command"), std::string::npos);
+}
