@@ -3,6 +3,7 @@
 #include "PyEngine.h"
 #include "analysis/MSelection.h"
 #include "shell/MShellCores.h"
+#include "views/MHebCore.h"
 #include "views/MViewCores.h"
 
 namespace quorvel::py_bindings {
@@ -11,6 +12,9 @@ void bindViews(py::module_& m) {
   bindDerived<TAttributeArrayCreator, TArrayCreator>(m, "TAttributeArrayCreator");
   bindDerived<TMdiChildCreatorCpp, TAbstractProcessor>(m, "TMdiChildCreatorCpp");
   bindDerived<TSplitWindowProcessorCpp, TAbstractProcessor>(m, "TSplitWindowProcessorCpp");
+  bindDerived<TGlCanvasActionsCpp, TAbstractProcessor>(m, "TGlCanvasActionsCpp");
+  bindDerived<TVisualizerProcessorBase, TAbstractProcessor>(m, "TVisualizerProcessorBase");
+  bindDerived<THebProcessorCpp, TVisualizerProcessorBase>(m, "THebProcessorCpp");
   bindDerived<TListGuiProcessorCpp, TAbstractProcessor>(m, "TListGuiProcessorCpp")
       .def_property_readonly("m_Row2Id", [](const TListGuiProcessorCpp& p) { return p.m_Row2Id; })
       .def("buildRow2Id", &TListGuiProcessorCpp::buildRow2Id);

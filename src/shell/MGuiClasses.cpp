@@ -12,6 +12,7 @@
 #include "python/PyEngine.h"
 #include "shell/MMainFrame.h"
 #include "shell/MProcessors_Gui.h"
+#include "views/MHebProcessor.h"
 #include "views/MListControlViewProcessor.h"
 
 namespace py = pybind11;
@@ -71,6 +72,17 @@ void bindGui(void* module) {
 
   bindDerived<TMdiChildCreator, TMdiChildCreatorCpp>(m, "TMdiChildCreator");
   bindDerived<TSplitWindowProcessor, TSplitWindowProcessorCpp>(m, "TSplitWindowProcessor");
+  bindDerived<TGlCanvasActions, TGlCanvasActionsCpp>(m, "TGlCanvasActions")
+      .def(
+          "OnScreenshot",
+          [](TGlCanvasActions& a, const std::optional<std::string>& filename, bool large) {
+            a.OnScreenshot(filename, large);
+          },
+          py::arg("filename") = py::none(), py::arg("large") = false);
+  bindDerived<THebProcessor, THebProcessorCpp>(m, "THebProcessor")
+      .def("animate", &THebProcessor::animate)
+      .def_property_readonly("animating", [](const THebProcessor& p) { return p.m_Implementation && p.m_Implementation->m_Animate; })
+      .def_property_readonly("nodecount", [](const THebProcessor& p) { return p.m_Implementation ? p.m_Implementation->m_Rows.size() : 0; });
   bindDerived<TListGuiProcessor, TListGuiProcessorCpp>(m, "TListGuiProcessor")
       .def_property_readonly("panelcount", [](const TListGuiProcessor& p) { return p.panels.size(); });
 }
@@ -84,6 +96,7 @@ void registerGuiClasses() {
   registerCoreClasses();
   registerGuiProcessors();
   registerListView();
+  registerHebView();
   addScriptBindings(&bindGui);
 }
 

@@ -1,6 +1,10 @@
 #include "MProcessors_Gui.h"
 
+#include <deque>
+
 #include "data/MValues.h"
+#include "render/MGlCanvas.h"
+#include "shell/MActionList.h"
 #include "engine/MRegistry.h"
 
 namespace py = pybind11;
@@ -87,10 +91,58 @@ void TSplitWindowProcessor::process_python() {
   resetPins({});
 }
 
+// ---------------------------------------------------------------------------
+
+void TGlCanvasActions::process_python() {
+  resetPins({});
+  std::weak_ptr<TAbstractProcessor> weak = selfPtr();
+  auto screenshot = py::cpp_function([weak](py::object filename, bool large) {
+    auto self = std::dynamic_pointer_cast<TGlCanvasActions>(weak.lock());
+    if (!self) return;
+    self->OnScreenshot(filename.is_none() ? std::nullopt : std::optional<std::string>(py::str(filename)), large);
+  });
+  auto entry = [&](const char* name, bool large, const char* help, bool shift) {
+    py::dict d;
+    d["name"] = name;
+    d["func"] = screenshot;
+    d["args"] = py::make_tuple(py::none(), large);
+    d["help"] = help;
+    d["enabled"] = true;
+    d["key"] = py::make_tuple(kKeyF1 + 10, shift, false);
+    d["tags"] = py::make_tuple("menubar");
+    return d;
+  };
+  py::list list;
+  list.append(entry("Make screenshot", false, "Make a screenshot and put it on the clipboard.", false));
+  list.append(entry("Make large screenshot", true, "Make a large screenshot and put it on the clipboard.", true));
+  m_Actions->setData(std::make_shared<TPythonData>(TPyRef::borrow(list.ptr())));
+}
+
+void TGlCanvasActions::OnScreenshot(const std::optional<std::string>& filename, bool large) {
+  if (!m_Box) return;
+  auto mdi = m_Box->getProcessorByType<TMdiChildCreator>();
+  if (!mdi || !mdi->frame) return;
+  // Breadth first through the window tree; the last canvas met counts.
+  TGlCanvasBase* canvas = nullptr;
+  std::deque<wxWindow*> queue{mdi->frame.get()};
+  while (!queue.empty()) {
+    wxWindow* w = queue.front();
+    queue.pop_front();
+    if (auto* c = dynamic_cast<TGlCanvasBase*>(w)) canvas = c;
+    for (wxWindow* child : w->GetChildren()) queue.push_back(child);
+  }
+  if (!canvas) return;
+  if (large)
+    canvas->makeScreenshotLarge(filename);
+  else
+    canvas->makeScreenshot(filename);
+}
+
 void registerGuiProcessors() {
   auto& reg = TProcessorRegistry::instance();
   reg.add<TMdiChildCreator>();
   reg.add<TSplitWindowProcessor>();
+  reg.add<TGlCanvasActions>();
 }
 
 }  // namespace quorvel

@@ -4,6 +4,7 @@
 
 #include <wx/splitter.h>
 
+#include "shell/MActionInterfaces.h"
 #include "shell/MGui.h"
 #include "shell/MShellCores.h"
 
@@ -40,6 +41,17 @@ class TSplitWindowProcessor : public TSplitWindowProcessorCpp {
   wxWeakRef<TSplitterWindow> splitter;
   unsigned hookMask() override { return kHookProcess; }
   void process_python() override;
+};
+
+// The screenshot actions of a view's canvas: the last OpenGL canvas in its
+// child window.
+class TGlCanvasActions : public TGlCanvasActionsCpp, public TScreenshotTaker {
+ public:
+  QV_CLASS_NAME(TGlCanvasActions)
+  std::string getTypeName() override { return "glcanvas actions"; }
+  unsigned hookMask() override { return kHookProcess; }
+  void process_python() override;
+  void OnScreenshot(const std::optional<std::string>& filename, bool large) override;
 };
 
 void registerGuiProcessors();

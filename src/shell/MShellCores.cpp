@@ -20,10 +20,16 @@ void TSplitWindowProcessorCpp::postCreate() {
   m_Out2 = addOutputPin<TPythonData>("out2");
 }
 
+void TGlCanvasActionsCpp::postCreate() {
+  m_Invoke = addInputPin<TAbstractData>("invoke");
+  m_Actions = addOutputPin<TPythonData>("actions");
+}
+
 void registerShellCores() {
   auto& reg = TProcessorRegistry::instance();
   reg.add<TMdiChildCreatorCpp>();
   reg.add<TSplitWindowProcessorCpp>();
+  reg.add<TGlCanvasActionsCpp>();
 }
 
 }  // namespace quorvel

@@ -27,6 +27,17 @@ class TSplitWindowProcessorCpp : public TAbstractProcessor {
   void process() override { resetPins({}); }
 };
 
+// The screenshot commands of a view's canvas. A change of `invoke` only
+// causes a pass.
+class TGlCanvasActionsCpp : public TAbstractProcessor {
+ public:
+  QV_CLASS_NAME(TGlCanvasActionsCpp)
+  TPinPtr m_Invoke, m_Actions;
+  void postCreate() override;
+  std::string getTypeName() override { return "gkcanvas actions"; }
+  void process() override { resetPins({}); }
+};
+
 void registerShellCores();
 
 }  // namespace quorvel

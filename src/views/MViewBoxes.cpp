@@ -7,7 +7,10 @@
 #include "engine/MRegistry.h"
 #include "engine/MSources.h"
 #include "shell/MShellCores.h"
+#include "views/MHebCore.h"
 #include "views/MViewCores.h"
+
+#include <map>
 
 namespace quorvel {
 
@@ -63,6 +66,89 @@ void buildListView(TFlowManager& lib) {
   wire(box, keys, "out", list, "keys");
 }
 
+// BHebView: the radial view. Its ports take BMain's outputs by name; the
+// text and colour attributes and the colour map are picked by keys that
+// sources in the box hold.
+void buildHebView(TFlowManager& lib) {
+  auto box = makeBox("BHebView");
+  lib.addBox(box);
+  const char* ports[] = {"gui title",
+                         "full hierarchy",
+                         "collapsed hierarchy",
+                         "agglft",
+                         "collapsed attr",
+                         "level attr",
+                         "colormaps",
+                         "node attributes",
+                         "node attributes ordnorm",
+                         "node icon attributes",
+                         "edges",
+                         "edge collapsed",
+                         "edge colors",
+                         "brushed nodes",
+                         "brushed edges",
+                         "node primary selection",
+                         "node secondary selection",
+                         "edge primary selection",
+                         "incident edge selection"};
+  std::map<std::string, TProcessorPtr> port;
+  float x = 0;
+  for (const char* name : ports) {
+    port[name] = addInputPort(lib, box, name, x, 0);
+    x += 100;
+  }
+
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 100, 40);
+
+  // An attribute by key: the source holds the key, the settings the key
+  // taken while the source is empty.
+  auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
+                    const char* settings, float px) {
+    auto pickerSettings = addSource(lib, box, "TPythonDataSource", name + " settings", scriptValue(settings), px + 50, 60);
+    auto p = addNamed(lib, box, "TArrayPicker", name, px, 80);
+    wire(box, array, "out", p, "array");
+    wire(box, key, "out", p, "key");
+    wire(box, pickerSettings, "out", p, "settings");
+    return p;
+  };
+  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 40);
+  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 40);
+  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 40);
+  auto text = picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200);
+  auto color = picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300);
+  auto colorOrd =
+      picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400);
+  auto colormap = picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500);
+  auto icon = picker("node icon picker", port["node icon attributes"], textKey,
+                     "{'allownone': True, 'defaultkey': [\"icon for 'type'\"]}", 600);
+
+  // What a listening process hears of this view; fed when the view gets
+  // its filters.
+  addNamed(lib, box, "THookProcessor", "node inclusion filter hook", 700, 40);
+  addNamed(lib, box, "THookProcessor", "edge inclusion filter hook", 800, 40);
+  addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 900, 40);
+
+  auto heb = addNamed(lib, box, "THebProcessor", "heb vis", 0, 120);
+  wire(box, window, "out", heb, "gui parent");
+  wire(box, text, "out", heb, "node text attr");
+  wire(box, color, "out", heb, "node color attr");
+  wire(box, colorOrd, "out", heb, "node color attr ordnorm");
+  wire(box, icon, "out", heb, "node icon attr");
+  wire(box, port["full hierarchy"], "out", heb, "hierarchy");
+  wire(box, port["collapsed hierarchy"], "out", heb, "hierarchy collapsed");
+  wire(box, port["level attr"], "out", heb, "level");
+  wire(box, port["agglft"], "out", heb, "agglft");
+  wire(box, port["collapsed attr"], "out", heb, "collapsed");
+  wire(box, colormap, "out", heb, "node colormap");
+  for (const char* name : {"brushed nodes", "brushed edges", "node primary selection", "node secondary selection",
+                           "edge primary selection", "incident edge selection", "edge collapsed", "edge colors"})
+    wire(box, port[name], "out", heb, name);
+  wire(box, port["edges"], "out", heb, "edge data");
+  wire(box, canvasActions, "actions", heb, "actions");
+}
+
 }  // namespace
 
 void registerViewCores() {
@@ -72,6 +158,8 @@ void registerViewCores() {
   registerShellCores();
   TProcessorRegistry::instance().add<TListGuiProcessorCpp>();
   TLibraryRegistry::instance().add("BListView", buildListView);
+  registerHebCore();
+  TLibraryRegistry::instance().add("BHebView", buildHebView);
 }
 
 }  // namespace quorvel

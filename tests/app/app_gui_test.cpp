@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -83,4 +84,38 @@ TEST(ProgramWithWindow, OptionsAndScriptsThatGoWrong) {
   const std::string log = readLog();
   EXPECT_NE(log.find("Error: Cannot find script 'missing.qvscript'"), std::string::npos);
   EXPECT_NE(log.find("Error: No such command"), std::string::npos);
+}
+
+TEST(ProgramWithWindow, AScriptOpensTheRadialViewAndWritesItsPictures) {
+  fs::copy_file(std::string(QUORVEL_SOURCE_DIR) + "/samples/orbit/orbit.db", "orbit.db",
+                fs::copy_options::overwrite_existing);
+  fs::remove("radial.bmp");
+  fs::remove("radial-large.png");
+  const ProgramResult r = runProgram("-r " + script("radial.qvscript",
+                                                    "ensureOpen('orbit.db')\nopenView('heb')\n"
+                                                    "makeScreenshot('radial.bmp')\n"
+                                                    "makeScreenshot('radial-large.png', True)\nexit()\n"));
+  EXPECT_EQ(r.code, 0) << r.out;
+  // Width and height from the headers of both files.
+  auto bmpSize = [](const std::string& f) {
+    std::ifstream in(f, std::ios::binary);
+    char h[26] = {};
+    in.read(h, 26);
+    int32_t w = 0, ht = 0;
+    std::memcpy(&w, h + 18, 4);
+    std::memcpy(&ht, h + 22, 4);
+    return std::make_pair(w, ht < 0 ? -ht : ht);
+  };
+  auto pngSize = [](const std::string& f) {
+    std::ifstream in(f, std::ios::binary);
+    unsigned char h[24] = {};
+    in.read(reinterpret_cast<char*>(h), 24);
+    auto be = [&](int at) { return (h[at] << 24) | (h[at + 1] << 16) | (h[at + 2] << 8) | h[at + 3]; };
+    return std::make_pair(be(16), be(20));
+  };
+  const auto small = bmpSize("radial.bmp");
+  const auto large = pngSize("radial-large.png");
+  EXPECT_GT(small.first, 100);
+  EXPECT_EQ(large, std::make_pair(small.first * 2, small.second * 2));
+  EXPECT_NE(readLog().find("OpenGL: "), std::string::npos) << "the first canvas names the OpenGL in use";
 }

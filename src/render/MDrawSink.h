@@ -1,0 +1,32 @@
+// Where the views' drawing code sends its primitives. The window library
+// forwards them to OpenGL; tests record them. So what a view draws is
+// computed, and can be checked, without a window.
+#pragma once
+
+namespace quorvel {
+
+class TDrawSink {
+ public:
+  enum Primitive { QuadStrip, LineLoop, LineStrip, Lines, Quads, Triangles, TriangleStrip, Polygon };
+  enum State { Texture2D, Blend, DepthTest, LineSmooth, Lighting };
+  enum BlendMode { SrcAlphaOneMinusSrcAlpha, OneOne, ZeroSrcColor };
+
+  virtual ~TDrawSink() = default;
+  virtual void begin(Primitive primitive) = 0;
+  virtual void end() = 0;
+  virtual void vertex(float x, float y) = 0;
+  virtual void texCoord(float s, float t) = 0;
+  virtual void color(float r, float g, float b, float a) = 0;
+  virtual void color3(float r, float g, float b) = 0;
+  virtual void pushName(unsigned name) = 0;
+  virtual void loadName(unsigned name) = 0;
+  virtual void popName() = 0;
+  virtual void bindTexture(unsigned texture) = 0;
+  // The texture modulates the current colour.
+  virtual void textureModulate() = 0;
+  virtual void enable(State state, bool on) = 0;
+  virtual void blendFunc(BlendMode mode) = 0;
+  virtual void lineWidth(float width) = 0;
+};
+
+}  // namespace quorvel
