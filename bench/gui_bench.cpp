@@ -17,6 +17,7 @@
 #include "shell/MGuiClasses.h"
 #include "shell/MMainFrame.h"
 #include "support/SyntheticData.h"
+#include "views/MHebProcessor.h"
 #include "views/MListControlViewProcessor.h"
 
 using namespace quorvel;
@@ -144,8 +145,108 @@ void BM_QuietApplicationCpu(benchmark::State& state) {
   }
 }
 
+// The radial view on a synthetic dataset of 20,000 nodes, all unfolded.
+struct HebSession {
+  TMainFrame* frame = nullptr;
+  std::shared_ptr<THebProcessor> heb;
+  THebProcessorImplementation* impl = nullptr;
+  HebSession() {
+    frame = new TMainFrame();
+    frame->SetClientSize(1000, 700);
+    publishGuiObjects();
+    frame->Load(fs::absolute(bench::syntheticDataset(20000, 60000)).string());
+    me.appendCommand("openView('heb')");
+    me.appendCommand("expandAll()");
+    settle();
+    heb = me.flowlayout->getBoxByType("BHebView")->getProcessorByType<THebProcessor>();
+    impl = heb ? heb->implementation() : nullptr;
+    if (impl) impl->canvas->paintNow(false);
+  }
+  void settle() {
+    for (int i = 0; i < 100000; ++i) {
+      frame->idleStep();
+      wxYield();
+      const bool queued = pybind11::len(pybind11::reinterpret_borrow<pybind11::list>(me.getCommandQueue().get())) > 0;
+      if (!queued && frame->animatelist.empty() && i > 10) break;
+    }
+  }
+  ~HebSession() {
+    if (me.flowlayout) me.flowlayout->destroy();
+    frame->timer.Stop();
+    frame->Destroy();
+    wxYield();
+  }
+  std::string list(bool picking) const {
+    return impl->listPrefix() + "_nodes_" + (picking ? "True" : "False");
+  }
+  // The model-view matrix of the view: the rim as the largest circle.
+  void viewMatrix() const {
+    const wxSize c = impl->canvas->GetClientSize();
+    glMatrixMode(GL_MODELVIEW);
+    glLoadIdentity();
+    glTranslatef(c.GetWidth() / 2.0f, c.GetHeight() / 2.0f, 0);
+    const float scale = std::min(c.GetWidth(), c.GetHeight()) / 2.0f;
+    glScalef(scale, scale, 0);
+  }
+};
+
+// A repaint of the unchanged view, against calling its node list alone in
+// a bare frame.
+void BM_HebRepaint(benchmark::State& state) {
+  HebSession s;
+  if (!s.impl || !s.impl->renderer->displayList(s.list(false))) return state.SkipWithError("no radial view");
+  auto* canvas = s.impl->canvas.get();
+  const bool bare = state.range(0) != 0;
+  const GLuint list = s.impl->renderer->displayList(s.list(false));
+  for (auto _ : state) {
+    if (!bare) {
+      canvas->paintNow(false);
+    } else {
+      canvas->setCurrent();
+      glClearColor(1, 1, 1, 1);
+      glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+      canvas->OnSetMatrices();
+      s.viewMatrix();
+      glCallList(list);
+      glFinish();
+    }
+  }
+  state.counters["nodes"] = static_cast<double>(s.impl->m_Rows.size());
+}
+
+// A pick as a mouse motion makes it, against a bare selection pass over
+// the same pick list.
+void BM_HebPick(benchmark::State& state) {
+  HebSession s;
+  if (!s.impl) return state.SkipWithError("no radial view");
+  auto* canvas = s.impl->canvas.get();
+  const wxSize c = canvas->GetClientSize();
+  const wxPoint at(c.GetWidth() / 2 + c.GetHeight() / 3, c.GetHeight() / 2);
+  canvas->mousepos = at;
+  canvas->Pick();
+  const GLuint list = s.impl->renderer->displayList(s.list(true));
+  if (!list) return state.SkipWithError("no pick list");
+  const bool bare = state.range(0) != 0;
+  size_t hits = 0;
+  for (auto _ : state) {
+    if (!bare) {
+      hits = canvas->Pick().size();
+    } else {
+      canvas->setCurrent();
+      s.impl->renderer->enterSelectMode(at.x, c.GetHeight() - at.y, 4, 4, false);
+      glOrtho(0, c.GetWidth(), 0, c.GetHeight(), -3, 3);
+      s.viewMatrix();
+      glCallList(list);
+      hits = s.impl->renderer->exitSelectMode().size();
+    }
+  }
+  state.counters["hits"] = static_cast<double>(hits);
+}
+
 }  // namespace
 
+BENCHMARK(BM_HebRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HebPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_ListFirstPaintFromPins)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);

@@ -39,6 +39,11 @@ class TCommonRendererCpp : public TLabelCache {
   void endDisplayList();
   void clearDisplayLists(const std::string& prefix);
   size_t displayListCount() const { return m_DisplayLists.size(); }
+  // The OpenGL list of that name, 0 when there is none.
+  GLuint displayList(const std::string& name) const {
+    auto it = m_DisplayLists.find(name);
+    return it == m_DisplayLists.end() ? 0 : it->second;
+  }
   void generateTextures() { createTexturesInPython(); }
   void readPixels(unsigned width, unsigned height, unsigned char* buffer);
   void readPixelsStride(unsigned width, unsigned height, unsigned char* buffer, unsigned offset, unsigned stride);

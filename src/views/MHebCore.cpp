@@ -27,6 +27,8 @@ THebProcessorImplementationCpp::THebProcessorImplementationCpp(THebProcessorCpp*
                                                                std::shared_ptr<TLabelCache> renderer)
     : TVisualizerImplementationBase(processor, std::move(renderer)) {
   m_RotateLabels = true;
+  // Fewer buckets than records: the map is read by lft a few times a pass.
+  m_NodeMap.max_load_factor(2.0f);
 }
 
 namespace {
@@ -68,6 +70,7 @@ bool THebProcessorImplementationCpp::processNodes() {
     for (auto& [lft, node] : m_NodeMap) {
       node.old = node.next;
       node.next.visible = false;
+      node.childCount = 0;
     }
     createNodeObjects();
     if (!m_Root) throw std::runtime_error("!m_Root");
@@ -111,7 +114,7 @@ void THebProcessorImplementationCpp::createNodeObjects() {
       collapsed->setValueById(row.nid, false);
       node.collapsed = true;
     }
-    node.children.clear();
+    node.childCount = 0;
     node.parent = nullptr;
     if (!m_Root) {
       m_Root = &node;
@@ -119,14 +122,24 @@ void THebProcessorImplementationCpp::createNodeObjects() {
     } else {
       while (stack.size() > 1 && !(stack.back()->lft <= row.lft && stack.back()->rgt >= row.rgt)) stack.pop_back();
       TVisualNode* top = stack.empty() ? m_Root : stack.back();
-      top->children.push_back(&node);
+      ++top->childCount;
       node.parent = top;
-      node.level = top->level + 1;
+      node.level = static_cast<uint16_t>(std::min<uint32_t>(top->level + 1u, 65535u));
     }
-    m_MaxLevel = std::max(m_MaxLevel, node.level);
+    m_MaxLevel = std::max<uint32_t>(m_MaxLevel, node.level);
     stack.push_back(&node);
     m_Rows.push_back(&node);
   }
+  // Each record's children as one range of the child list, in row order.
+  uint32_t offset = 0;
+  for (TVisualNode* node : m_Rows) {
+    node->firstChild = offset;
+    offset += node->childCount;
+    node->childCount = 0;
+  }
+  m_ChildList.assign(offset, nullptr);
+  for (TVisualNode* node : m_Rows)
+    if (TVisualNode* parent = node->parent) m_ChildList[parent->firstChild + parent->childCount++] = node;
 }
 
 void THebProcessorImplementationCpp::countLeaves() {
@@ -139,12 +152,24 @@ void THebProcessorImplementationCpp::countLeaves() {
       continue;
     }
     uint32_t sum = 0;
-    for (const TVisualNode* child : node->children) sum += child->leafcount;
+    for (const TVisualNode* child : children(*node)) sum += child->leafcount;
     node->leafcount = sum;
   }
 }
 
-void THebProcessorImplementationCpp::layoutNode(TVisualNode& node, TLayoutBox r, unsigned level) {
+void THebProcessorImplementationCpp::layoutNode(TVisualNode& top, TLayoutBox rect, unsigned toplevel) {
+  // Depth first with a stack of its own: a hierarchy may be deeper than the
+  // call stack.
+  m_Pending.clear();
+  m_Pending.push_back({&top, rect, toplevel});
+  while (!m_Pending.empty()) {
+    const TPendingLayout p = m_Pending.back();
+    m_Pending.pop_back();
+    layoutOne(*p.node, p.rect, p.level);
+  }
+}
+
+void THebProcessorImplementationCpp::layoutOne(TVisualNode& node, TLayoutBox r, unsigned level) {
   const bool leaf = node.isLeaf();
   if (level == 0)
     r.y1 = r.y0;
@@ -167,7 +192,7 @@ void THebProcessorImplementationCpp::layoutNode(TVisualNode& node, TLayoutBox r,
 }
 
 void THebProcessorImplementationCpp::layoutChildren(TVisualNode& node, const TLayoutBox& r, unsigned level) {
-  const size_t n = node.children.size();
+  const size_t n = node.childCount;
   const float w = r.x1 - r.x0;
   float G = 0;
   if (static_cast<int>(level) < m_GapsAtLevel) {
@@ -175,13 +200,13 @@ void THebProcessorImplementationCpp::layoutChildren(TVisualNode& node, const TLa
     if (n > 1 && (n - 1) * G > w / 2) G = (w / 2) / static_cast<float>(n - 1);
   }
   double S = 0;
-  for (const TVisualNode* child : node.children) S += child->leafcount;
+  for (const TVisualNode* child : children(node)) S += child->leafcount;
   const float usable = w - static_cast<float>(n - 1) * G;
   float x = r.x0;
-  for (TVisualNode* child : node.children) {
+  for (TVisualNode* child : children(node)) {
     const float Wi = S > 0 ? static_cast<float>(child->leafcount / S) * usable : 0.0f;
     if (!(Wi > 0)) continue;
-    layoutNode(*child, TLayoutBox{x, r.y1, x + Wi, m_LeafY}, level + 1);
+    m_Pending.push_back({child, TLayoutBox{x, r.y1, x + Wi, m_LeafY}, level + 1});
     x += Wi;
     if (n > 1) x += G;
   }

@@ -56,7 +56,9 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   // The edges come with the bundling; until then nothing changes.
   bool processEdges() { return false; }
   void createNodeObjects();
+  // Lays out the node and everything below it.
   void layoutNode(TVisualNode& node, TLayoutBox rect, unsigned level);
+  // Places the children's rects; they are laid out after the node.
   void layoutChildren(TVisualNode& node, const TLayoutBox& rect, unsigned level);
   void makeTransitions();
   // Sets the current visuals t of the way; false once at the end.
@@ -65,6 +67,13 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   void renderSelection();
 
  private:
+  struct TPendingLayout {
+    TVisualNode* node;
+    TLayoutBox rect;
+    unsigned level;
+  };
+  std::vector<TPendingLayout> m_Pending;
+  void layoutOne(TVisualNode& node, TLayoutBox rect, unsigned level);
   THebProcessorCpp* heb() const { return static_cast<THebProcessorCpp*>(m_Processor); }
   void countLeaves();
 };

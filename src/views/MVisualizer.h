@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -86,15 +87,16 @@ struct TNodeVisual {
 struct TVisualNode {
   uint32_t nid = 0;
   uint32_t lft = 0, rgt = 0;
-  uint32_t level = 0;
   uint32_t leafcount = 1;
-  int32_t area = 0;
+  uint16_t level = 0;
   bool collapsed = false;
   bool toosmall = false;
   TVisualNode* parent = nullptr;
-  std::vector<TVisualNode*> children;
+  // The children, in row order, are a range of the view's child list.
+  uint32_t firstChild = 0;
+  uint32_t childCount = 0;
   TNodeVisual current, old, next;
-  bool isLeaf() const { return collapsed || children.empty(); }
+  bool isLeaf() const { return collapsed || childCount == 0; }
 };
 
 // Blends two visuals: t of the way from old to next.
@@ -116,6 +118,11 @@ class TVisualizerImplementationBase {
   std::shared_ptr<TColorMapData> m_DefaultColorMap;
   TVector4 m_SmallNodeColor{1, 0, 1, 1};
   std::unordered_map<uint32_t, TVisualNode> m_NodeMap;
+  // The children of all shown records, each record's in one range.
+  std::vector<TVisualNode*> m_ChildList;
+  std::span<TVisualNode* const> children(const TVisualNode& node) const {
+    return {m_ChildList.data() + node.firstChild, node.childCount};
+  }
   float m_LabelMinShortSide = 8;
   float m_LabelMinLongSide = 20;
   float m_FontSize = 25;

@@ -1,0 +1,125 @@
+// The radial view's layout (what a change of the fold state costs) for
+// 20,000 visible nodes: a synthetic tree of that size, and the million-node
+// tree folded down to about that many. Each run writes the visible tree as
+// CSV (peer-N/nodes.csv) so that the peer lays out the same tree;
+// scripts/peer-layout runs both and gives the ratio.
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "analysis/MCollapse.h"
+#include "engine/MFlowManager.h"
+#include "support/SyntheticData.h"
+#include "views/MHebCore.h"
+
+using namespace quorvel;
+
+namespace {
+
+struct TVisibleTree {
+  std::shared_ptr<THierarchyData> full, visible;
+  std::shared_ptr<TAggLftData> agglft;
+  std::shared_ptr<TBoolAttributeData> collapsed;
+};
+
+// The first hierarchy of the synthetic dataset, folded at the deepest level
+// that leaves at most `limit` nodes visible.
+const TVisibleTree& visibleTree(uint32_t nodes, size_t limit) {
+  static std::map<uint32_t, TVisibleTree> cache;
+  auto it = cache.find(nodes);
+  if (it != cache.end()) return it->second;
+  TDatabase db(bench::syntheticDataset(nodes, nodes * 3));
+  auto loader = std::make_shared<TDatasetLoader>();
+  loader->postCreate();
+  loader->readDatabase(db);
+  TVisibleTree t;
+  t.full = dataAs<THierarchyDataArray>(loader->m_Hierarchies)->itemAs<THierarchyData>(0);
+  loader->destroy();
+  auto levels = extractLevels(*t.full);
+  std::map<int32_t, size_t> perLevel;
+  for (const auto& r : t.full->m_Rows) {
+    bool found = false;
+    ++perLevel[levels->getValueById(r.nid, found)];
+  }
+  int32_t fold = 0;
+  size_t shown = 0;
+  for (const auto& [level, count] : perLevel) {
+    if (shown + count > limit) break;
+    shown += count;
+    fold = level;
+  }
+  // Then unfold nodes of that level, in row order, while their children
+  // still fit.
+  std::map<uint32_t, size_t> childCount;
+  uint32_t lastAtFold = 0;
+  for (const auto& r : t.full->m_Rows) {
+    bool found = false;
+    const int32_t level = levels->getValueById(r.nid, found);
+    if (level == fold) lastAtFold = r.nid;
+    if (level == fold + 1) ++childCount[lastAtFold];
+  }
+  std::set<uint32_t> unfolded;
+  for (const auto& [nid, count] : childCount)
+    if (shown + count <= limit) {
+      shown += count;
+      unfolded.insert(nid);
+    }
+  t.collapsed = std::make_shared<TBoolAttributeData>("collapsed");
+  for (const auto& r : t.full->m_Rows) {
+    bool found = false;
+    t.collapsed->addRow(r.nid, levels->getValueById(r.nid, found) >= fold && !unfolded.count(r.nid));
+  }
+  auto c = collapseHierarchy(*t.full, *t.collapsed, "visible");
+  t.visible = c.hierarchy;
+  t.agglft = c.agglft;
+
+  // The same tree for the peer: id, parent, size.
+  const std::string dir = "peer-" + std::to_string(nodes);
+  std::filesystem::create_directories(dir);
+  std::ofstream out(dir + "/nodes.csv");
+  std::vector<const THierarchyRow*> stack;
+  for (const auto& r : t.visible->m_Rows) {
+    while (!stack.empty() && !(stack.back()->lft < r.lft && stack.back()->rgt > r.rgt)) stack.pop_back();
+    out << r.nid << ",";
+    if (!stack.empty()) out << stack.back()->nid;
+    out << ",1\n";
+    stack.push_back(&r);
+  }
+  std::ofstream(dir + "/edges.csv") << "";
+  return cache[nodes] = t;
+}
+
+void BM_HebLayout(benchmark::State& state) {
+  const TVisibleTree& t = visibleTree(static_cast<uint32_t>(state.range(0)), 20000);
+  auto fm = makeFlowManager(false);
+  auto proc = fm->constructProcessor<THebProcessorCpp>();
+  THebProcessorImplementationCpp impl(proc.get(), std::make_shared<TLabelCache>());
+  impl.m_Animate = false;
+  proc->m_Hierarchy->setData(t.full);
+  proc->m_HierarchyCollapsed->setData(t.visible);
+  proc->m_Collapsed->setData(t.collapsed);
+  proc->m_AggLft->setData(t.agglft);
+  for (auto _ : state) {
+    // A changed fold state, as the network delivers it.
+    proc->m_AggLft->m_DataHasChanged = true;
+    impl.prepareRendering(1024, 768);
+    benchmark::DoNotOptimize(impl.processNodes());
+    proc->m_PinsToReset.clear();
+    impl.m_RecomputeNodeVisuals = false;
+  }
+  // What the node records take: the map's nodes and buckets, the row list
+  // and the child list.
+  size_t bytes = impl.m_NodeMap.bucket_count() * sizeof(void*) + impl.m_Rows.capacity() * sizeof(void*) +
+                 impl.m_ChildList.capacity() * sizeof(void*);
+  // A node of the map: the link, the key (padded) and the record.
+  bytes += impl.m_NodeMap.size() * (sizeof(void*) + sizeof(std::pair<const uint32_t, TVisualNode>));
+  state.counters["visible"] = static_cast<double>(t.visible->getRowCount());
+  state.counters["bytes/node"] = static_cast<double>(bytes) / static_cast<double>(impl.m_NodeMap.size());
+  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(t.visible->getRowCount()));
+}
+BENCHMARK(BM_HebLayout)->Arg(20000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+}  // namespace
