@@ -93,6 +93,11 @@ void TSplitWindowProcessor::process_python() {
 
 // ---------------------------------------------------------------------------
 
+void TGlCanvasActions::postCreate() {
+  TGlCanvasActionsCpp::postCreate();
+  process_python();
+}
+
 void TGlCanvasActions::process_python() {
   resetPins({});
   std::weak_ptr<TAbstractProcessor> weak = selfPtr();

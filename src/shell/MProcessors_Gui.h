@@ -50,6 +50,8 @@ class TGlCanvasActions : public TGlCanvasActionsCpp, public TScreenshotTaker {
   QV_CLASS_NAME(TGlCanvasActions)
   std::string getTypeName() override { return "glcanvas actions"; }
   unsigned hookMask() override { return kHookProcess; }
+  // The list stands from the start: nothing needs to arrive first.
+  void postCreate() override;
   void process_python() override;
   void OnScreenshot(const std::optional<std::string>& filename, bool large) override;
 };

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "automation/MExecutor.h"
+#include "shell/MActionList.h"
 #include "support/GuiTestHelpers.h"
 #include "views/MHebProcessor.h"
 #include "views/MListControlViewProcessor.h"
@@ -103,6 +104,13 @@ TEST(HebView, ScreenshotsShowTheRingsWhereTheLayoutPutsThem) {
   const wxPoint inner = app.centreOf(leaf, 0.2f, 0.9f);
   EXPECT_GT(tintTowards(shot, inner, colour), 0.9);
   EXPECT_GT(tintTowards(large, inner * 2, colour), 0.9);
+
+  // F11 and Shift-F11 reach the screenshot actions through the view's
+  // action list.
+  const auto entries = parseActionList(actionListOn(app.heb->m_Actions));
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0].menuText(), "Make screenshot\t(F11)");
+  EXPECT_EQ(entries[1].menuText(), "Make large screenshot\t(Shift-F11)");
 
   // A file that cannot be written is the user's error, with a popup.
   try {
