@@ -5,30 +5,32 @@
 
 namespace quorvel {
 
-float profile2D_01(float x, float y, float D, float h, float alpha, float l_ratio, float l_bias) {
+namespace {
+
+// Lambert's law on the parabola z = a x^2 + b x of height h over 0..D, lit
+// from alpha degrees: the cosine between the light and the normal, at most 1.
+double parabolaLight(double x, double D, double h, double alpha) {
   const double a_rad = M_PI * alpha / 180.0;
   const double a = -4.0 * h / (D * D);
   const double b = 4.0 * h / D;
-  double r1 = -(2.0 * a * x + b) * std::cos(a_rad) + std::sin(a_rad);
-  r1 /= std::sqrt(4.0 * a * a * x * x + 4.0 * a * b * x + b * b + 1.0);
-  r1 = std::min(r1, 1.0);
+  const double r = (-(2.0 * a * x + b) * std::cos(a_rad) + std::sin(a_rad)) /
+                   std::sqrt(4.0 * a * a * x * x + 4.0 * a * b * x + b * b + 1.0);
+  return std::min(r, 1.0);
+}
+
+}  // namespace
+
+float profile2D_01(float x, float y, float D, float h, float alpha, float l_ratio, float l_bias) {
+  const double r1 = parabolaLight(x, D, h, alpha);
   const double u = 2.0 * y - 1.0;
   const double r2 = std::min(std::sqrt(std::max(0.0, 1.0 - u * u)), 1.0);
   return static_cast<float>(r1 * r2 * l_ratio + l_bias);
 }
 
 float profile2D_06(int i, int j, float h, int texsz, float alpha, float l_ratio) {
-  const double D = texsz;
-  const double height = h * texsz;
   const double R = texsz / 2.0;
   const double x = R - std::hypot(i - R, j - R);
-  const double a_rad = M_PI * alpha / 180.0;
-  const double a = -4.0 * height / (D * D);
-  const double b = 4.0 * height / D;
-  double r = -(2.0 * a * x + b) * std::cos(a_rad) + std::sin(a_rad);
-  r /= std::sqrt(4.0 * a * a * x * x + 4.0 * a * b * x + b * b + 1.0);
-  r = std::min(r, 1.0);
-  return static_cast<float>(l_ratio * r);
+  return static_cast<float>(l_ratio * parabolaLight(x, texsz, static_cast<double>(h) * texsz, alpha));
 }
 
 float rescale(float v, float a1, float a2, float b1, float b2) {
