@@ -213,9 +213,23 @@ void THebProcessorImplementationCpp::layoutChildren(TVisualNode& node, const TLa
 }
 
 void THebProcessorImplementationCpp::makeTransitions() {
-  auto visibleAncestor = [](TVisualNode* from) {
+  // The nearest shown ancestor (or the top) of each record, found once per
+  // record: every walk stops at a record whose answer is known.
+  std::unordered_map<const TVisualNode*, TVisualNode*> known;
+  std::vector<TVisualNode*> path;
+  auto visibleAncestor = [&](TVisualNode* from) {
     TVisualNode* a = from;
-    while (a && !a->next.visible && a->parent) a = a->parent;
+    path.clear();
+    while (a && !a->next.visible && a->parent) {
+      auto it = known.find(a);
+      if (it != known.end()) {
+        a = it->second;
+        break;
+      }
+      path.push_back(a);
+      a = a->parent;
+    }
+    for (TVisualNode* p : path) known[p] = a;
     return a;
   };
   // Nodes that go away shrink into their nearest shown ancestor, along the
