@@ -27,17 +27,8 @@ const Loaded& loaded(uint32_t nodes) {
   static std::map<uint32_t, Loaded> cache;
   auto it = cache.find(nodes);
   if (it != cache.end()) return it->second;
-  TDatabase db(bench::syntheticDataset(nodes, nodes * 3));
-  auto loader = std::make_shared<TDatasetLoader>();
-  loader->postCreate();
-  loader->readDatabase(db);
-  Loaded l;
-  l.hierarchy = dataAs<THierarchyDataArray>(loader->m_Hierarchies)->itemAs<THierarchyData>(0);
-  l.edges = dataAs<TEdgeData>(loader->m_Edges);
-  l.allEdges = dataAs<TIntegerSetDataArray>(loader->m_EdgeSelections)->itemAs<TIntegerSetData>(0);
-  l.weight = dataAs<TAttributeDataArray>(loader->m_EdgeAttributes)->itemByKeyAs<TAttributeData>("weight");
-  loader->destroy();
-  return cache[nodes] = l;
+  const bench::TLoadedDataset d = bench::loadSyntheticDataset(nodes, nodes * 3);
+  return cache[nodes] = Loaded{d.hierarchy, d.edges, d.allEdges, d.edgeAttributes->itemByKeyAs<TAttributeData>("weight")};
 }
 
 // Nothing folded but one node: a child of the root (a large subtree), or the

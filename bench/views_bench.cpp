@@ -31,13 +31,8 @@ const TVisibleTree& visibleTree(uint32_t nodes, size_t limit) {
   static std::map<uint32_t, TVisibleTree> cache;
   auto it = cache.find(nodes);
   if (it != cache.end()) return it->second;
-  TDatabase db(bench::syntheticDataset(nodes, nodes * 3));
-  auto loader = std::make_shared<TDatasetLoader>();
-  loader->postCreate();
-  loader->readDatabase(db);
   TVisibleTree t;
-  t.full = dataAs<THierarchyDataArray>(loader->m_Hierarchies)->itemAs<THierarchyData>(0);
-  loader->destroy();
+  t.full = bench::loadSyntheticDataset(nodes, nodes * 3).hierarchy;
   auto levels = extractLevels(*t.full);
   std::map<int32_t, size_t> perLevel;
   for (const auto& r : t.full->m_Rows) {

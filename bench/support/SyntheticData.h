@@ -37,4 +37,27 @@ inline std::string syntheticDataset(uint32_t nodes, uint32_t edges, TSyntheticCo
   return file;
 }
 
+// What the loader reads from a synthetic dataset: the first hierarchy, the
+// edges, the selection of all edges and the edge columns.
+struct TLoadedDataset {
+  std::shared_ptr<THierarchyData> hierarchy;
+  std::shared_ptr<TEdgeData> edges;
+  std::shared_ptr<TIntegerSetData> allEdges;
+  std::shared_ptr<TAttributeDataArray> edgeAttributes;
+};
+
+inline TLoadedDataset loadSyntheticDataset(uint32_t nodes, uint32_t edges) {
+  TDatabase db(syntheticDataset(nodes, edges));
+  auto loader = std::make_shared<TDatasetLoader>();
+  loader->postCreate();
+  loader->readDatabase(db);
+  TLoadedDataset l;
+  l.hierarchy = dataAs<THierarchyDataArray>(loader->m_Hierarchies)->itemAs<THierarchyData>(0);
+  l.edges = dataAs<TEdgeData>(loader->m_Edges);
+  l.allEdges = dataAs<TIntegerSetDataArray>(loader->m_EdgeSelections)->itemAs<TIntegerSetData>(0);
+  l.edgeAttributes = dataAs<TAttributeDataArray>(loader->m_EdgeAttributes);
+  loader->destroy();
+  return l;
+}
+
 }  // namespace quorvel::bench

@@ -62,13 +62,8 @@ void buildMainBox(TFlowManager& lib) {
 
   // One hierarchy of the dataset, the first unless a key says otherwise.
   auto hierarchyKey = addSource(lib, box, "TStringDataSource", "hierarchy key", nullptr, 100, 100);
-  auto hierarchySettings =
-      addSource(lib, box, "TPythonDataSource", "hierarchy picker settings", scriptValue("{'defaultkey': 'hierarchy 1'}"), 200,
-                100);
-  auto hierarchy = addNamed(lib, box, "TArrayPicker", "hierarchy picker", 0, 120);
-  wire(box, loader, "hierarchies", hierarchy, "array");
-  wire(box, hierarchyKey, "out", hierarchy, "key");
-  wire(box, hierarchySettings, "out", hierarchy, "settings");
+  auto hierarchy = addPicker(lib, box, "hierarchy picker", loader, "hierarchies", hierarchyKey,
+                             "{'defaultkey': 'hierarchy 1'}", 0, 120);
   exposeAs(lib, box, hierarchy, "out", "full hierarchy", 0, 140);
 
   // Levels and the first collapsed state.
@@ -105,12 +100,8 @@ void buildMainBox(TFlowManager& lib) {
   auto inclusion = [&](const char* kind, const char* all, const char* selections, const TProcessorPtr& attributes,
                        const char* attributesPin, float x) {
     const std::string k(kind);
-    auto pickerSettings =
-        addSource(lib, box, "TPythonDataSource", k + " selection picker settings",
-                  scriptValue(("{'defaultkey': '" + std::string(all) + "'}").c_str()), x + 100, 280);
-    auto picker = addNamed(lib, box, "TArrayPicker", k + " selection picker", x, 300);
-    wire(box, loader, selections, picker, "array");
-    wire(box, pickerSettings, "out", picker, "settings");
+    auto picker = addPicker(lib, box, k + " selection picker", loader, selections, nullptr,
+                            ("{'defaultkey': '" + std::string(all) + "'}").c_str(), x, 300);
     auto filterValue = addSource(lib, box, "TPythonDataSource", k + " inclusion filter value", nullptr, x + 100, 300);
     auto filterSettings =
         addSource(lib, box, "TPythonDataSource", k + " inclusion filter settings", scriptValue("{'filterdefault': 1}"),
@@ -143,11 +134,8 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, nodeIds, "out", nodeAttributes, "in4");
   exposeAs(lib, box, nodeAttributes, "out", "node attributes", 400, 400);
 
-  auto captionSettings =
-      addSource(lib, box, "TPythonDataSource", "caption picker settings", scriptValue("{'defaultkey': 'name'}"), 800, 340);
-  auto caption = addNamed(lib, box, "TArrayPicker", "caption picker", 700, 360);
-  wire(box, loader, "node attributes", caption, "array");
-  wire(box, captionSettings, "out", caption, "settings");
+  auto caption =
+      addPicker(lib, box, "caption picker", loader, "node attributes", nullptr, "{'defaultkey': 'name'}", 700, 360);
   auto fromTo = addNamed(lib, box, "TFromToAttributeCreator", "edge end captions", 700, 370);
   wire(box, caption, "out", fromTo, "caption attr");
   wire(box, loader, "edges", fromTo, "edge data");
@@ -190,11 +178,7 @@ void buildMainBox(TFlowManager& lib) {
   // Their colours: an edge attribute by key, its numeric form, a colour map
   // by key, clamped to the attribute's range.
   auto colorKey = addSource(lib, box, "TStringDataSource", "edge color attr source", nullptr, 200, 460);
-  auto colorSettings = addSource(lib, box, "TPythonDataSource", "edge color attr picker settings", scriptValue("{}"), 300, 460);
-  auto colorAttr = addNamed(lib, box, "TArrayPicker", "edge color attr picker", 200, 480);
-  wire(box, edgeAttributes, "out", colorAttr, "array");
-  wire(box, colorKey, "out", colorAttr, "key");
-  wire(box, colorSettings, "out", colorAttr, "settings");
+  auto colorAttr = addPicker(lib, box, "edge color attr picker", edgeAttributes, "out", colorKey, "{}", 200, 480);
   auto colorOrd = addNamed(lib, box, "TAttributeNormalizerProcessor", "edge color ordnorm", 200, 500);
   wire(box, colorAttr, "out", colorOrd, "in");
   auto colorRange = addNamed(lib, box, "TGetCount", "edge color range", 200, 520);
@@ -203,13 +187,8 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, colorRange, "min", rangeControl, "min");
   wire(box, colorRange, "max", rangeControl, "max");
   auto mapKey = addSource(lib, box, "TStringDataSource", "edge colormap source", nullptr, 400, 480);
-  auto mapSettings =
-      addSource(lib, box, "TPythonDataSource", "edge colormap picker settings", scriptValue("{'defaultkey': 'Rainbow'}"), 500,
-                480);
-  auto mapPicker = addNamed(lib, box, "TArrayPicker", "edge colormap picker", 400, 500);
-  wire(box, colormaps, "output", mapPicker, "array");
-  wire(box, mapKey, "out", mapPicker, "key");
-  wire(box, mapSettings, "out", mapPicker, "settings");
+  auto mapPicker =
+      addPicker(lib, box, "edge colormap picker", colormaps, "output", mapKey, "{'defaultkey': 'Rainbow'}", 400, 500);
   auto rescaler = addNamed(lib, box, "TColormapRescaler", "edge colormap rescaler", 400, 560);
   wire(box, mapPicker, "out", rescaler, "colormap");
   wire(box, rangeControl, "normalized", rescaler, "range");

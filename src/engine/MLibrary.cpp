@@ -137,6 +137,18 @@ TDataPtr scriptValue(const char* literal) {
   return std::make_shared<TPythonData>(TPyRef::steal(evalStoredLiteral(literal)));
 }
 
+std::shared_ptr<TAbstractProcessor> addPicker(TFlowManager& lib, const TBoxPtr& box, const std::string& keyname,
+                                              const TProcessorPtr& array, const std::string& arraypin,
+                                              const TProcessorPtr& key, const char* settings, float x, float y) {
+  auto pickerSettings =
+      addSource(lib, box, "TPythonDataSource", keyname + " settings", scriptValue(settings), x + 100, y - 20);
+  auto picker = addNamed(lib, box, "TArrayPicker", keyname, x, y);
+  wire(box, array, arraypin, picker, "array");
+  if (key) wire(box, key, "out", picker, "key");
+  wire(box, pickerSettings, "out", picker, "settings");
+  return picker;
+}
+
 void wire(const TBoxPtr& box, const TProcessorPtr& from, const std::string& outpin, const TProcessorPtr& to,
           const std::string& inpin) {
   TPinPtr out = from->getOutputPinByName(outpin);

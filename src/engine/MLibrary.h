@@ -64,6 +64,12 @@ std::shared_ptr<TAbstractProcessor> addSource(TFlowManager& lib, const TBoxPtr& 
                                               const std::string& keyname, const TDataPtr& value, float x, float y);
 // A script value in the stored text form, such as a settings dictionary.
 TDataPtr scriptValue(const char* literal);
+// A TArrayPicker of that key name on an output pin of `array`, with a
+// settings source of its own ("<keyname> settings", a script value in the
+// stored text form) just above it, and a key source when one is given.
+std::shared_ptr<TAbstractProcessor> addPicker(TFlowManager& lib, const TBoxPtr& box, const std::string& keyname,
+                                              const TProcessorPtr& array, const std::string& arraypin,
+                                              const TProcessorPtr& key, const char* settings, float x, float y);
 // Connects an output pin of one processor to an input pin of another.
 void wire(const TBoxPtr& box, const TProcessorPtr& from, const std::string& outpin, const TProcessorPtr& to,
           const std::string& inpin);

@@ -16,6 +16,9 @@ namespace quorvel {
 
 namespace {
 
+// The icons by the texts of "type", or none.
+const char* const kIconPickerSettings = "{'allownone': True, 'defaultkey': [\"icon for 'type'\"]}";
+
 // BListView: the ids of one selection of the dataset with all their
 // attributes as a report list. Its ports take the node or the edge names
 // when it is opened ("node attributes", ...).
@@ -31,17 +34,9 @@ void buildListView(TFlowManager& lib) {
   auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
   wire(box, title, "out", window, "gui title");
 
-  auto pickerSettings = addSource(lib, box, "TPythonDataSource", "selection picker settings",
-                                  scriptValue("{'defaultkey': ['all nodes', 'all edges']}"), 300, 40);
-  auto selection = addNamed(lib, box, "TArrayPicker", "selection picker", 200, 60);
-  wire(box, selections, "out", selection, "array");
-  wire(box, pickerSettings, "out", selection, "settings");
-
-  auto iconSettings = addSource(lib, box, "TPythonDataSource", "icon picker settings",
-                                scriptValue("{'allownone': True, 'defaultkey': [\"icon for 'type'\"]}"), 500, 40);
-  auto iconPicker = addNamed(lib, box, "TArrayPicker", "icon picker", 400, 60);
-  wire(box, icons, "out", iconPicker, "array");
-  wire(box, iconSettings, "out", iconPicker, "settings");
+  auto selection = addPicker(lib, box, "selection picker", selections, "out", nullptr,
+                             "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
+  auto iconPicker = addPicker(lib, box, "icon picker", icons, "out", nullptr, kIconPickerSettings, 400, 60);
 
   // The shown columns: the keys, by default all but the internal ones.
   auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
@@ -105,14 +100,7 @@ void buildHebView(TFlowManager& lib) {
   // An attribute by key: the source holds the key, the settings the key
   // taken while the source is empty.
   auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
-                    const char* settings, float px) {
-    auto pickerSettings = addSource(lib, box, "TPythonDataSource", name + " settings", scriptValue(settings), px + 50, 60);
-    auto p = addNamed(lib, box, "TArrayPicker", name, px, 80);
-    wire(box, array, "out", p, "array");
-    wire(box, key, "out", p, "key");
-    wire(box, pickerSettings, "out", p, "settings");
-    return p;
-  };
+                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 80); };
   auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 40);
   auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 40);
   auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 40);
@@ -121,8 +109,7 @@ void buildHebView(TFlowManager& lib) {
   auto colorOrd =
       picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400);
   auto colormap = picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500);
-  auto icon = picker("node icon picker", port["node icon attributes"], textKey,
-                     "{'allownone': True, 'defaultkey': [\"icon for 'type'\"]}", 600);
+  auto icon = picker("node icon picker", port["node icon attributes"], nullptr, kIconPickerSettings, 600);
 
   // What a listening process hears of this view; fed when the view gets
   // its filters.
