@@ -8,7 +8,8 @@
 
 #include <chrono>
 
-#include "render/MGlPick.h"
+#include "engine/MMediator.h"
+#include "render/MCommonRenderer.h"
 
 namespace {
 
@@ -86,17 +87,27 @@ TEST(GlSmoke, CanvasDrawsReadsBackAndPicks) {
   EXPECT_EQ(pixel(3 * w / 4, 3 * h / 4), (std::array<int, 3>{0, 0, 255}));
   canvas->SwapBuffers();
 
-  // Window coordinates count y from the top.
-  auto hits = quorvel::pickRegion(w / 4, h / 2, 4, 4, projection, scene);
+  // Selection mode through the renderer's select buffer; the positions
+  // given count y from the top of the window, as the mouse does.
+  if (!quorvel::me.m_IconImageBuilder) quorvel::me.m_IconImageBuilder = std::make_shared<quorvel::TBitmapImageBuilder>();
+  quorvel::TCommonRendererCpp renderer("smoke");
+  auto pick = [&](int x, int y, int side) {
+    renderer.enterSelectMode(x, h - y, side, side, false);
+    projection();
+    glMatrixMode(GL_MODELVIEW);
+    scene();
+    return renderer.exitSelectMode();
+  };
+  auto hits = pick(w / 4, h / 2, 4);
   ASSERT_EQ(hits.size(), 1u);
-  EXPECT_EQ(hits[0].names, (std::vector<GLuint>{7, 42}));
-  hits = quorvel::pickRegion(3 * w / 4, 3 * h / 4, 4, 4, projection, scene);
+  EXPECT_EQ(hits[0], (std::vector<unsigned>{7, 42}));
+  hits = pick(3 * w / 4, 3 * h / 4, 4);
   ASSERT_EQ(hits.size(), 1u);
-  EXPECT_EQ(hits[0].names, (std::vector<GLuint>{9}));
-  hits = quorvel::pickRegion(3 * w / 4, h / 4, 4, 4, projection, scene);
+  EXPECT_EQ(hits[0], (std::vector<unsigned>{9}));
+  hits = pick(3 * w / 4, h / 4, 4);
   EXPECT_TRUE(hits.empty());
   // A rectangle across the border hits both.
-  hits = quorvel::pickRegion(w / 2, 3 * h / 4, 20, 20, projection, scene);
+  hits = pick(w / 2, 3 * h / 4, 20);
   EXPECT_EQ(hits.size(), 2u);
 
   frame->Destroy();
