@@ -29,6 +29,14 @@ THebProcessorImplementationCpp::THebProcessorImplementationCpp(THebProcessorCpp*
   m_RotateLabels = true;
   // Fewer buckets than records: the map is read by lft a few times a pass.
   m_NodeMap.max_load_factor(2.0f);
+  m_SplineBasis.resize(static_cast<size_t>(m_StepsPerSegment));
+  const float steps = static_cast<float>(m_StepsPerSegment - 1);
+  for (size_t i = 0; i < m_SplineBasis.size(); ++i) {
+    const float u = static_cast<float>(i) / steps;
+    const float u2 = u * u, u3 = u2 * u;
+    m_SplineBasis[i] = {(1 - u) * (1 - u) * (1 - u) / 6, (3 * u3 - 6 * u2 + 4) / 6, (-3 * u3 + 3 * u2 + 3 * u + 1) / 6,
+                        u3 / 6};
+  }
 }
 
 namespace {
@@ -347,6 +355,314 @@ void THebProcessorImplementationCpp::renderSelection() {
   renderNodeSet(dataAs<TIntegerSetData>(p->m_NodePrimarySelection).get());
   renderNodeSet(dataAs<TIntegerSetData>(p->m_BrushedNodes).get());
   gl.enable(TDrawSink::Blend, false);
+}
+
+// ---------------------------------------------------------------------------
+// Edges
+
+bool THebProcessorImplementationCpp::processEdges() {
+  THebProcessorCpp* p = heb();
+  const TPinList inputs{p->m_AggLft, p->m_EdgeCollapsed};
+  if (!p->m_AggLft->getData() || !p->m_EdgeCollapsed->getData() || !p->haveChanged(inputs)) return false;
+  p->resetPins(inputs);
+  if (!m_Root) return false;
+  createEdgeObjects();
+  return true;
+}
+
+void THebProcessorImplementationCpp::createEdgeObjects() {
+  m_EdgeMap.clear();
+  auto edges = dataAs<TEdgeCollapsedData>(heb()->m_EdgeCollapsed);
+  if (!edges) return;
+  m_EdgeMap.reserve(edges->getRecordCount());
+  for (const auto& record : edges->m_Records) {
+    auto a = m_NodeMap.find(record.smallerlft);
+    auto b = m_NodeMap.find(record.largerlft);
+    if (a == m_NodeMap.end() || b == m_NodeMap.end()) continue;
+    auto edge = std::make_shared<THebEdge>();
+    edge->from = record.smallerlft;
+    edge->to = record.largerlft;
+    findPath(&a->second, *edge, &b->second);
+    m_EdgeMap[pairKey(edge->from, edge->to)] = std::move(edge);
+  }
+}
+
+void THebProcessorImplementationCpp::findPath(TVisualNode* a, THebEdge& edge, TVisualNode* b) {
+  std::vector<TVisualNode*>& up = edge.path;
+  up.assign(1, a);
+  std::vector<TVisualNode*> down{b};
+  edge.commonAncestor = a;
+  // The node with the larger lft climbs: by the nested numbering the two
+  // meet at their lowest common ancestor.
+  while (a != b) {
+    if (!a->parent && !b->parent) break;
+    if (a->parent && a->lft > b->lft) {
+      a = a->parent;
+      up.push_back(a);
+      edge.commonAncestor = a;
+    } else if (b->parent) {
+      b = b->parent;
+      down.push_back(b);
+      edge.commonAncestor = b;
+    } else {
+      break;
+    }
+  }
+  if (up.back() == down.back()) down.pop_back();
+  up.insert(up.end(), down.rbegin(), down.rend());
+}
+
+const THebEdge* THebProcessorImplementationCpp::findEdge(uint32_t a, uint32_t b) const {
+  auto it = m_EdgeMap.find(pairKey(a, b));
+  return it == m_EdgeMap.end() ? nullptr : it->second.get();
+}
+
+THebProcessorImplementationCpp::EdgeLayer THebProcessorImplementationCpp::edgeLayer() const {
+  if (m_Animate) return EdgeLayer::None;
+  const THebProcessorCpp* p = heb();
+  for (const TPinPtr& pin : {p->m_IncidentEdgeSelection, p->m_EdgePrimarySelection, p->m_NodePrimarySelection,
+                             p->m_BrushedNodes}) {
+    auto set = dataAs<TIntegerSetData>(pin);
+    if (set && set->getCount() > 0) return EdgeLayer::Foreground;
+  }
+  return EdgeLayer::Background;
+}
+
+bool THebProcessorImplementationCpp::beginEdges() {
+  if (m_MaxLevel == 0 || !heb()->m_EdgeCollapsed->getData()) return false;
+  // Level M lies on the inner circle; the levels above it step toward the
+  // centre, the last step a centre margin wider. Deep trees get a longer
+  // table rather than a clipped one.
+  const uint32_t M = m_MaxLevel;
+  m_RadialLevels.assign(std::max<size_t>(128, M + 1), m_LeafY);
+  m_RadialLevels[0] = 1;
+  for (uint32_t i = 1; i <= M; ++i)
+    m_RadialLevels[i] = m_LeafY + (1 - m_LeafY - m_CenterMargin) * static_cast<float>(M - i) / static_cast<float>(M);
+  TDrawSink& gl = *m_Sink;
+  gl.lineWidth(1);
+  gl.enable(TDrawSink::Blend, true);
+  gl.blendFunc(TDrawSink::SrcAlphaOneMinusSrcAlpha);
+  gl.enable(TDrawSink::LineSmooth, true);
+  gl.enable(TDrawSink::Texture2D, false);
+  gl.pushName(kPickEdge);
+  gl.pushName(0);
+  return true;
+}
+
+void THebProcessorImplementationCpp::endEdges() {
+  TDrawSink& gl = *m_Sink;
+  gl.popName();
+  gl.popName();
+  gl.enable(TDrawSink::Blend, false);
+  gl.enable(TDrawSink::LineSmooth, false);
+}
+
+void THebProcessorImplementationCpp::renderBackgroundEdges() {
+  if (!beginEdges()) return;
+  auto edges = dataAs<TEdgeCollapsedData>(heb()->m_EdgeCollapsed);
+  size_t count = edges->getRecordCount();
+  if (count > kHebEdgeLimit) {
+    m_Processor->m_Warning += "Trying to render too many edges (>" + std::to_string(kHebEdgeLimit) + ")";
+    count = kHebEdgeLimit;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    const auto& record = edges->m_Records[i];
+    renderEdge(findEdge(record.smallerlft, record.largerlft));
+  }
+  endEdges();
+}
+
+void THebProcessorImplementationCpp::renderForegroundEdges() {
+  if (!beginEdges()) return;
+  THebProcessorCpp* p = heb();
+  auto edgeData = dataAs<TEdgeData>(p->m_EdgeData);
+  auto hierarchy = dataAs<THierarchyData>(p->m_Hierarchy);
+  auto agglft = dataAs<TAggLftData>(p->m_AggLft);
+  TIntegerPairSetData pairs;
+  auto aggOf = [&](uint32_t nid, uint32_t& out) {
+    bool found = false;
+    const uint32_t lft = hierarchy->getLftByNid(nid, found);
+    if (found) out = agglft->getAggLftByLft(lft, found);
+    return found;
+  };
+  if (edgeData && hierarchy && agglft)
+    for (const TPinPtr& pin : {p->m_EdgePrimarySelection, p->m_IncidentEdgeSelection}) {
+      auto set = dataAs<TIntegerSetData>(pin);
+      if (!set) continue;
+      for (uint32_t eid : set->m_Set) {
+        uint32_t from = 0, to = 0, a = 0, b = 0;
+        bool found = false;
+        edgeData->getFromToNidByEid(eid, from, to, found);
+        if (found && aggOf(from, a) && aggOf(to, b)) pairs.addPair(std::min(a, b), std::max(a, b));
+      }
+    }
+  if (pairs.m_Set.size() > kHebEdgeLimit)
+    m_Processor->m_Warning += "Trying to render too many edges (>" + std::to_string(kHebEdgeLimit) + ")";
+  for (const auto& [a, b] : pairs.m_Set) renderEdge(findEdge(a, b));
+  endEdges();
+}
+
+TVector2 THebProcessorImplementationCpp::straighten(TVector2 p, TVector2 s, TVector2 e) const {
+  const TVector2 d = e - s;
+  const float len2 = d.x * d.x + d.y * d.y;
+  TVector2 q = s;
+  if (len2 > 0) {
+    const float t = std::clamp(((p.x - s.x) * d.x + (p.y - s.y) * d.y) / len2, 0.0f, 1.0f);
+    q = {s.x + t * d.x, s.y + t * d.y};
+  }
+  return {p.x + m_SplineLinearization * (q.x - p.x), p.y + m_SplineLinearization * (q.y - p.y)};
+}
+
+namespace {
+
+TVector2 unit(TVector2 v) {
+  const float len = std::hypot(v.x, v.y);
+  return len > 0 ? TVector2(v.x / len, v.y / len) : TVector2(0, 0);
+}
+
+float distance(TVector2 a, TVector2 b) { return std::hypot(a.x - b.x, a.y - b.y); }
+
+}  // namespace
+
+void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
+  if (!edge) return;
+  auto ia = m_NodeMap.find(edge->from);
+  auto ib = m_NodeMap.find(edge->to);
+  if (ia == m_NodeMap.end() || ib == m_NodeMap.end() || m_RadialLevels.size() <= m_MaxLevel) return;
+  const TVisualNode& A = ia->second;
+  const TVisualNode& B = ib->second;
+  const TToScreenConverter& conv = *m_Converter;
+  auto draw = [&](TVector2 v) { return conv.toScreen(v.x, v.y); };
+  std::vector<TVector2>& pts = m_SplinePoints;
+  pts.clear();
+
+  if (edge->from == edge->to) {
+    const TVector2 anchor = A.current.anchor;
+    const TVector2 at = draw(anchor);
+    const float w = A.current.box.x1 - A.current.box.x0;
+    const float m = std::min(0.05f, std::max(w, 0.01f));
+    const float s = m_SelfLoopSize * m;
+    pts.assign(3, at);
+    pts.push_back(draw({anchor.x + s, anchor.y + 1.5f * s}));
+    pts.push_back(draw({anchor.x - s, anchor.y + 1.5f * s}));
+    pts.insert(pts.end(), 3, at);
+  } else {
+    const std::vector<TVisualNode*>& path = edge->path;
+    if (path.empty()) return;
+    const float inner = m_RadialLevels[m_MaxLevel];
+    auto levelY = [&](const TVisualNode* n) {
+      return n->level < m_RadialLevels.size() ? m_RadialLevels[n->level] : m_LeafY;
+    };
+    std::vector<TVector2>& ctrl = m_ControlPoints;
+    ctrl.clear();
+    const TVisualNode* first = path.front();
+    const TVisualNode* last = path.back();
+    ctrl.push_back(first->current.anchor);
+    ctrl.emplace_back(first->current.anchor.x, inner);
+    for (const TVisualNode* n : path) ctrl.emplace_back(n->current.anchor.x, levelY(n));
+    ctrl.emplace_back(last->current.anchor.x, inner);
+    ctrl.push_back(last->current.anchor);
+
+    const TVector2 S = draw(ctrl.front());
+    const TVector2 E = draw(ctrl.back());
+    pts.assign(2, S);
+    TVector2 lastKept(-1000, -1000);
+    for (size_t c = 0; c < ctrl.size(); ++c) {
+      if (c > 0 && ctrl[c].y > 0.999f && c + 1 < ctrl.size()) {
+        // Through the centre: round it on a small circle instead of
+        // running into one point.
+        const TVector2 toD = unit(draw(ctrl[c - 1]));
+        const TVector2 toF = unit(draw(ctrl[c + 1]));
+        pts.push_back(straighten({toD.x * m_CenterMargin, toD.y * m_CenterMargin}, S, E));
+        pts.push_back(straighten({toF.x * m_CenterMargin, toF.y * m_CenterMargin}, S, E));
+        continue;
+      }
+      const TVector2 p = straighten(draw(ctrl[c]), S, E);
+      if (distance(p, lastKept) > 0.001f) {
+        pts.push_back(p);
+        lastKept = p;
+      }
+    }
+    pts.push_back(E);
+    pts.push_back(E);
+  }
+
+  TDrawSink& gl = *m_Sink;
+  gl.loadName(edge->from);
+  gl.pushName(edge->to);
+  const auto& record = dataAs<TEdgeCollapsedData>(heb()->m_EdgeCollapsed)->getRecord(edge->from, edge->to);
+  const bool forward = !record.forward.empty();
+  const bool backward = !record.backward.empty();
+  getEdgeColors(*edge);
+  renderCurve();
+  const size_t n = pts.size();
+  if (n >= 4) {
+    if (backward) renderArrowHead(A, m_BackwardColor, pts[2], pts[3]);
+    if (forward) renderArrowHead(B, m_ForwardColor, pts[n - 3], pts[n - 4]);
+  }
+  gl.popName();
+}
+
+bool THebProcessorImplementationCpp::getEdgeColors(const THebEdge& edge) {
+  THebProcessorCpp* p = heb();
+  auto colors = dataAs<TEdgeColorData>(p->m_EdgeColors);
+  if (!colors) return false;
+  auto edges = dataAs<TEdgeCollapsedData>(p->m_EdgeCollapsed);
+  const auto* record = edges ? edges->findRecord(edge.from, edge.to) : nullptr;
+  if (!record) throw std::runtime_error("getEdgeColors():: find error");
+  // A colour table of an older fold may be shorter; its colours then stay.
+  const size_t index = static_cast<size_t>(record - edges->m_Records.data());
+  if (index >= colors->m_Records.size()) return false;
+  m_ForwardColor = colors->m_Records[index].forward;
+  m_BackwardColor = colors->m_Records[index].backward;
+  return true;
+}
+
+void THebProcessorImplementationCpp::renderCurve() {
+  TDrawSink& gl = *m_Sink;
+  const std::vector<TVector2>& pts = m_SplinePoints;
+  const size_t n = pts.size();
+  const size_t k = m_SplineBasis.size();
+  gl.begin(TDrawSink::LineStrip);
+  if (n >= 4) {
+    // The colour turns from the forward to the backward colour between the
+    // second and the last but two segment.
+    const float dt = 1.0f / (static_cast<float>(static_cast<long>(n) - 6) * static_cast<float>(k - 1));
+    float s = 1, t = 0;
+    const TVector4& f = m_ForwardColor;
+    const TVector4& b = m_BackwardColor;
+    for (size_t i = 0; i + 3 < n; ++i) {
+      for (size_t j = 0; j + 1 < k; ++j) {
+        if (i >= 2 && i + 4 < n) {
+          t += dt;
+          s -= dt;
+        }
+        gl.color(f.x * s + b.x * t, f.y * s + b.y * t, f.z * s + b.z * t, m_EdgeOpacity);
+        const auto& w = m_SplineBasis[j];
+        gl.vertex(w[0] * pts[i].x + w[1] * pts[i + 1].x + w[2] * pts[i + 2].x + w[3] * pts[i + 3].x,
+                  w[0] * pts[i].y + w[1] * pts[i + 1].y + w[2] * pts[i + 2].y + w[3] * pts[i + 3].y);
+      }
+    }
+  }
+  gl.end();
+}
+
+void THebProcessorImplementationCpp::renderArrowHead(const TVisualNode& node, const TVector4& color, TVector2 apex,
+                                                     TVector2 inner) {
+  const float w = node.current.box.x1 - node.current.box.x0;
+  if (!(w > 0)) return;
+  const float z = std::min(0.1f, std::max(0.02f, w));
+  const TVector2 d = unit(apex - inner);
+  if (d.x == 0 && d.y == 0) return;
+  const TVector2 back(apex.x - z * d.x, apex.y - z * d.y);
+  const TVector2 side(-d.y * 0.3f * z, d.x * 0.3f * z);
+  TDrawSink& gl = *m_Sink;
+  gl.color(color.x, color.y, color.z, color.w);
+  gl.begin(TDrawSink::LineStrip);
+  gl.vertex(back.x + side.x, back.y + side.y);
+  gl.vertex(apex.x, apex.y);
+  gl.vertex(back.x - side.x, back.y - side.y);
+  gl.end();
 }
 
 void registerHebCore() { TProcessorRegistry::instance().add<THebProcessorCpp>(); }

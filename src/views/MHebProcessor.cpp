@@ -62,7 +62,24 @@ void THebProcessorImplementation::TCanvas::OnDraw() {
     impl->renderNodes();
     commonrenderer->endDisplayList();
   }
-  // The bundled edges come here, once the rings stand still.
+  // The edges, once the rings stand still: all of them, or only those of
+  // what is selected or hovered.
+  const auto layer = impl->edgeLayer();
+  if (layer != THebProcessorImplementationCpp::EdgeLayer::None) {
+    const bool fg = layer == THebProcessorImplementationCpp::EdgeLayer::Foreground;
+    const std::string edges = impl->listPrefix() + (fg ? "_edges_fg_" : "_edges_bg_") + (picking ? "True" : "False");
+    if (!commonrenderer->renderDisplayList(edges)) {
+      try {
+        fg ? impl->renderForegroundEdges() : impl->renderBackgroundEdges();
+      } catch (...) {
+        // A half-compiled list is not kept: the next paint tries again.
+        commonrenderer->endDisplayList();
+        commonrenderer->clearDisplayLists(edges);
+        throw;
+      }
+      commonrenderer->endDisplayList();
+    }
+  }
   if (!picking) impl->renderSelection();
   glPopMatrix();
   if (!picking) {

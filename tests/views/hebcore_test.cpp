@@ -2,7 +2,9 @@
 // and its transitions, and what the drawing sends for cells and labels.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
+#include <set>
 
 #include "engine/MFlowManager.h"
 #include "render/MCushions.h"
@@ -22,15 +24,20 @@ struct TRecordingSink : TDrawSink {
     std::vector<TVector2> vertices;
     std::vector<TVector2> texcoords;
     std::vector<unsigned> names;
+    std::vector<TVector4> colors;
   };
+  TVector4 current;
   std::vector<Primitive> prims;
   std::vector<unsigned> names;
   void begin(TDrawSink::Primitive p) override { prims.push_back({p, {}, {}, names}); }
   void end() override {}
-  void vertex(float x, float y) override { prims.back().vertices.emplace_back(x, y); }
+  void vertex(float x, float y) override {
+    prims.back().vertices.emplace_back(x, y);
+    prims.back().colors.push_back(current);
+  }
   void texCoord(float s, float t) override { prims.back().texcoords.emplace_back(s, t); }
-  void color(float, float, float, float) override {}
-  void color3(float, float, float) override {}
+  void color(float r, float g, float b, float a) override { current = {r, g, b, a}; }
+  void color3(float r, float g, float b) override { current = {r, g, b, 1}; }
   void pushName(unsigned n) override { names.push_back(n); }
   void loadName(unsigned n) override { names.back() = n; }
   void popName() override { names.pop_back(); }
@@ -364,4 +371,227 @@ TEST(HebDrawing, MoreThanTwentyThousandRowsWarnAndSelectionsOutlineTheirNodes) {
   small.sink.prims.clear();
   small.impl.renderSelection();
   EXPECT_EQ(small.sink.count(TDrawSink::LineLoop), 2u) << "a with its own line and the line for its hidden leaf";
+}
+
+// ---------------------------------------------------------------------------
+// Bundled edges
+
+namespace {
+
+// Root 0; c (1) on level 1 holds p (2) over a (3), q (4) over b (5), and
+// the leaves x (6), y (7): the deepest level is 3.
+std::shared_ptr<THierarchyData> threeLevels() {
+  return rows({{0, 1, 16}, {1, 2, 15}, {2, 3, 6}, {3, 4, 5}, {4, 7, 10}, {5, 8, 9}, {6, 11, 12}, {7, 13, 14}});
+}
+
+struct THebWithEdges : THeb {
+  std::shared_ptr<TEdgeCollapsedData> edges = std::make_shared<TEdgeCollapsedData>();
+  explicit THebWithEdges(const std::shared_ptr<THierarchyData>& h, float linearization = 0.05f) : THeb(h) {
+    proc->m_SplineLinearization->setData(std::make_shared<TFloatData>(linearization));
+  }
+  // Runs the pass with the edges given as (eid, source lft, target lft).
+  void setEdges(std::initializer_list<std::array<uint32_t, 3>> list) {
+    edges = std::make_shared<TEdgeCollapsedData>();
+    for (const auto& e : list) edges->addEdge(e[0], e[1], e[2]);
+    proc->m_EdgeCollapsed->setData(edges);
+  }
+  bool runWithEdges() {
+    for (const auto& pin : proc->m_InputPins)
+      if (pin->m_DataReplaced) pin->m_DataHasChanged = true;
+    impl.prepareRendering(800, 600);
+    impl.processNodes();
+    const bool rebuilt = impl.processEdges();
+    for (const auto& pin : proc->m_InputPins) pin->m_DataReplaced = pin->m_DataHasChanged = false;
+    proc->m_PinsToReset.clear();
+    return rebuilt;
+  }
+  TVector2 draw(uint32_t lft, float y) {
+    return impl.m_Converter->toScreen(impl.m_NodeMap.at(lft).current.anchor.x, y);
+  }
+  std::vector<TVector2> splineOf(uint32_t a, uint32_t b) {
+    sink.prims.clear();
+    impl.beginEdges();
+    impl.renderEdge(impl.findEdge(a, b));
+    impl.endEdges();
+    return impl.m_SplinePoints;
+  }
+  std::vector<uint32_t> pathOf(uint32_t a, uint32_t b) {
+    std::vector<uint32_t> nids;
+    for (const TVisualNode* n : impl.findEdge(a, b)->path) nids.push_back(n->nid);
+    return nids;
+  }
+};
+
+float radius(TVector2 p) { return std::hypot(p.x, p.y); }
+
+void expectPoint(TVector2 got, TVector2 want) {
+  EXPECT_NEAR(got.x, want.x, 1e-5);
+  EXPECT_NEAR(got.y, want.y, 1e-5);
+}
+
+}  // namespace
+
+TEST(HebEdges, PathsClimbToTheLowestCommonAncestorAndTheSplineFollowsTheLevels) {
+  THebWithEdges heb(threeLevels(), 0.0f);
+  EXPECT_FALSE(heb.runWithEdges());  // no edges yet
+  heb.edges->addEdge(1, 4, 8);       // a -> b
+  heb.edges->addEdge(2, 11, 13);     // x -> y, siblings
+  heb.edges->addEdge(3, 4, 11);      // a -> x
+  heb.proc->m_EdgeCollapsed->setData(heb.edges);
+  EXPECT_TRUE(heb.runWithEdges());
+  EXPECT_EQ(heb.pathOf(4, 8), (std::vector<uint32_t>{3, 2, 1, 4, 5}));
+  EXPECT_EQ(heb.pathOf(11, 13), (std::vector<uint32_t>{6, 1, 7}));
+  EXPECT_EQ(heb.pathOf(4, 11), (std::vector<uint32_t>{3, 2, 1, 6}));
+  EXPECT_EQ(heb.impl.findEdge(4, 8)->commonAncestor->nid, 1u);
+
+  // Levels 0..3 lie at 1, 0.8, 0.65 and 0.5: radii 0, 0.2, 0.35, 0.5.
+  const auto pts = heb.splineOf(4, 8);
+  ASSERT_EQ(pts.size(), 9u);
+  const TVector2 A = heb.draw(4, 0.5f), B = heb.draw(8, 0.5f);
+  for (int i : {0, 1, 2}) expectPoint(pts[static_cast<size_t>(i)], A);
+  expectPoint(pts[3], heb.draw(3, 0.65f));
+  expectPoint(pts[4], heb.draw(2, 0.8f));
+  expectPoint(pts[5], heb.draw(7, 0.65f));
+  for (int i : {6, 7, 8}) expectPoint(pts[static_cast<size_t>(i)], B);
+  EXPECT_NEAR(radius(pts[4]), 0.2f, 1e-5);
+
+  // The curve: 7 vertices per segment, from anchor to anchor, inside the
+  // inner circle.
+  const auto& strip = heb.sink.prims.at(0);
+  EXPECT_EQ(strip.kind, TDrawSink::LineStrip);
+  EXPECT_EQ(strip.vertices.size(), (9u - 3u) * 7u);
+  expectPoint(strip.vertices.front(), A);
+  for (const TVector2& v : strip.vertices) EXPECT_LE(radius(v), 0.5f + 1e-5);
+  EXPECT_EQ(strip.names, (std::vector<unsigned>{kPickEdge, 4, 8}));
+
+  // A linearization keeps coinciding points together.
+  heb.impl.m_SplineLinearization = 0.3f;
+  EXPECT_EQ(heb.splineOf(4, 8).size(), 9u);
+  // Siblings: the curve turns at their parent, short of the centre.
+  heb.splineOf(11, 13);
+  for (const TVector2& v : heb.sink.prims.at(0).vertices) EXPECT_GT(radius(v), 0.15f);
+}
+
+TEST(HebEdges, ThroughTheRootTheCurveRoundsTheCentreAndAtOneItIsStraight) {
+  // Root 0 with two branches, each a node over one leaf: the path of the
+  // leaves passes level 0.
+  THebWithEdges heb(rows({{0, 1, 10}, {1, 2, 5}, {3, 3, 4}, {2, 6, 9}, {4, 7, 8}}), 0.0f);
+  heb.setEdges({{1, 3, 7}});
+  heb.runWithEdges();
+  EXPECT_EQ(heb.pathOf(3, 7), (std::vector<uint32_t>{3, 1, 0, 2, 4}));
+  const auto pts = heb.splineOf(3, 7);
+  size_t nearCentre = 0;
+  for (const TVector2& p : pts)
+    if (std::abs(radius(p) - 0.05f) < 1e-5) ++nearCentre;
+  EXPECT_EQ(nearCentre, 2u);
+  for (const TVector2& p : pts) EXPECT_GT(radius(p), 0.04f);
+
+  heb.impl.m_SplineLinearization = 1.0f;
+  heb.splineOf(3, 7);
+  const TVector2 A = heb.draw(3, 0.5f), B = heb.draw(7, 0.5f);
+  for (const TVector2& v : heb.sink.prims.at(0).vertices) {
+    const float cross = (B.x - A.x) * (v.y - A.y) - (B.y - A.y) * (v.x - A.x);
+    EXPECT_NEAR(cross, 0.0f, 1e-5);
+  }
+}
+
+TEST(HebEdges, ColoursRunFromForwardToBackwardAndArrowheadsMarkWhereEdgesArrive) {
+  THebWithEdges heb(threeLevels(), 0.0f);
+  heb.edges->addEdge(1, 4, 8);    // a -> b: forward only
+  heb.edges->addEdge(2, 11, 13);  // x -> y
+  heb.edges->addEdge(3, 13, 11);  // and back
+  auto colors = std::make_shared<TEdgeColorData>();
+  colors->addRecord(4, 8, {1, 0, 0, 1}, {0, 0, 1, 1});
+  colors->addRecord(11, 13, {1, 0, 0, 0.5f}, {0, 1, 0, 1});
+  heb.proc->m_EdgeColors->setData(colors);
+  heb.proc->m_EdgeCollapsed->setData(heb.edges);
+  heb.runWithEdges();
+
+  const auto pts = heb.splineOf(4, 8);
+  ASSERT_EQ(heb.sink.prims.size(), 2u);  // curve and one head
+  const auto& curve = heb.sink.prims[0];
+  EXPECT_NEAR(curve.colors.front().x, 1, 1e-5);
+  EXPECT_NEAR(curve.colors.front().w, 0.8f, 1e-5);  // edge opacity
+  EXPECT_NEAR(curve.colors.back().z, 1, 1e-3);
+  EXPECT_NEAR(curve.colors.back().x, 0, 1e-3);
+  // The head sits at b, the end with the larger lft, in the forward colour
+  // and open toward the curve.
+  const auto& head = heb.sink.prims[1];
+  ASSERT_EQ(head.vertices.size(), 3u);
+  expectPoint(head.vertices[1], heb.draw(8, 0.5f));
+  EXPECT_EQ(head.colors[1], (TVector4{1, 0, 0, 1}));
+  const TVector2 inward = pts[pts.size() - 4] - pts[pts.size() - 3];
+  for (size_t i : {0u, 2u}) {
+    const TVector2 arm = head.vertices[i] - head.vertices[1];
+    EXPECT_GT(arm.x * inward.x + arm.y * inward.y, 0);
+  }
+
+  // Both directions: two heads, each in its direction's own colour.
+  heb.splineOf(11, 13);
+  ASSERT_EQ(heb.sink.prims.size(), 3u);
+  expectPoint(heb.sink.prims[1].vertices[1], heb.draw(11, 0.5f));
+  EXPECT_EQ(heb.sink.prims[1].colors[1], (TVector4{0, 1, 0, 1}));
+  EXPECT_EQ(heb.sink.prims[2].colors[1], (TVector4{1, 0, 0, 0.5f}));
+
+  // A pair that has no record in the edges the colours were made from.
+  THebEdge stray{4, 11, nullptr, {}};
+  EXPECT_THROW(heb.impl.getEdgeColors(stray), std::runtime_error);
+}
+
+TEST(HebEdges, SelfLoopsReachInwardAndBackgroundAndForegroundChooseTheirRecords) {
+  THebWithEdges heb(threeLevels(), 0.0f);
+  heb.setEdges({{1, 4, 4}, {2, 4, 8}, {3, 11, 13}});
+  heb.runWithEdges();
+  const auto loop = heb.splineOf(4, 4);
+  ASSERT_EQ(loop.size(), 8u);
+  const TVisualNode& a = heb.impl.m_NodeMap.at(4);
+  const float s = 0.2f * std::min(0.05f, std::max(a.current.box.x1 - a.current.box.x0, 0.01f));
+  const TVector2 left = heb.impl.m_Converter->toScreen(a.current.anchor.x + s, a.current.anchor.y + 1.5f * s);
+  expectPoint(loop[3], left);
+  EXPECT_LT(radius(loop[3]), 0.5f);
+
+  // Nothing selected or hovered: every record; a node selected: only the
+  // records of the selected and incident edges.
+  auto edgeData = std::make_shared<TEdgeData>();
+  edgeData->addRow(10, 3, 5);  // nids a -> b
+  edgeData->addRow(11, 6, 7);
+  heb.proc->m_EdgeData->setData(edgeData);
+  heb.impl.m_Animate = false;
+  EXPECT_EQ(heb.impl.edgeLayer(), THebProcessorImplementationCpp::EdgeLayer::Background);
+  heb.sink.prims.clear();
+  heb.impl.renderBackgroundEdges();
+  EXPECT_EQ(heb.sink.count(TDrawSink::LineStrip), 3u + 3u);  // three curves, three heads
+  auto incident = std::make_shared<TIntegerSetData>();
+  incident->add(11);
+  incident->add(99);  // unknown: skipped
+  heb.proc->m_IncidentEdgeSelection->setData(incident);
+  EXPECT_EQ(heb.impl.edgeLayer(), THebProcessorImplementationCpp::EdgeLayer::Foreground);
+  heb.sink.prims.clear();
+  heb.impl.renderForegroundEdges();
+  ASSERT_EQ(heb.sink.prims.size(), 2u);
+  EXPECT_EQ(heb.sink.prims[0].names, (std::vector<unsigned>{kPickEdge, 11, 13}));
+  heb.impl.m_Animate = true;
+  EXPECT_EQ(heb.impl.edgeLayer(), THebProcessorImplementationCpp::EdgeLayer::None);
+}
+
+TEST(HebEdges, TheBackgroundStopsAtFiveThousandRecordsWithAWarning) {
+  // 101 leaves under the root give 5050 pairs.
+  auto h = std::make_shared<THierarchyData>("hierarchy 1");
+  h->addRow(0, 1, 204);
+  for (uint32_t i = 0; i < 101; ++i) h->addRow(i + 1, 2 + 2 * i, 3 + 2 * i);
+  THebWithEdges heb(h);
+  auto edges = std::make_shared<TEdgeCollapsedData>();
+  uint32_t eid = 0;
+  for (uint32_t i = 0; i < 101; ++i)
+    for (uint32_t j = i + 1; j < 101; ++j) edges->addEdge(eid++, 2 + 2 * i, 2 + 2 * j);
+  heb.proc->m_EdgeCollapsed->setData(edges);
+  heb.runWithEdges();
+  heb.sink.prims.clear();
+  heb.impl.renderBackgroundEdges();
+  std::set<std::pair<unsigned, unsigned>> drawn;
+  for (const auto& p : heb.sink.prims) drawn.emplace(p.names.at(1), p.names.at(2));
+  EXPECT_EQ(drawn.size(), kHebEdgeLimit);
+  const auto& last = edges->m_Records.back();
+  EXPECT_FALSE(drawn.contains({last.smallerlft, last.largerlft}));
+  EXPECT_NE(heb.proc->m_Warning.find("Trying to render too many edges (>5000)"), std::string::npos);
 }
