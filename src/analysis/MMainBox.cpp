@@ -50,6 +50,15 @@ void buildMainBox(TFlowManager& lib) {
   auto edgePrimary = addNamed(lib, box, "TIntegerSetDataSource", "edge primary selection", 900, 0);
   wire(box, nodePrimary, "out", addNamed(lib, box, "THookProcessor", "node primary selection hook", 800, 40), "in");
   wire(box, edgePrimary, "out", addNamed(lib, box, "THookProcessor", "edge primary selection hook", 900, 40), "in");
+  // The selections carry their names, which menus show.
+  for (const auto& [source, name] : {std::pair{nodePrimary, "node primary selection"},
+                                     std::pair{edgePrimary, "edge primary selection"}}) {
+    auto setter = addNamed(lib, box, "TKeyNameSetter", std::string(name) + " name", source == nodePrimary ? 800 : 900, 60);
+    wire(box, source, "out", setter, "data");
+    wire(box, addSource(lib, box, "TStringDataSource", std::string(name) + " name text", text(name),
+                        source == nodePrimary ? 850 : 950, 40),
+         "out", setter, "keyname");
+  }
   exposeAs(lib, box, nodePrimary, "out", "node primary selection", 800, 80);
   exposeAs(lib, box, edgePrimary, "out", "edge primary selection", 900, 80);
 
@@ -200,11 +209,19 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, rescaler, "out", edgeColors, "edge colormap");
   wire(box, aggregation, "out", edgeColors, "aggregation");
   exposeAs(lib, box, edgeColors, "output", "edge colors", 0, 600);
+  // What views that fold edges of their own colour them with.
+  exposeAs(lib, box, colorAttr, "out", "edge color attr", 200, 600);
+  exposeAs(lib, box, colorOrd, "out", "edge color attr ordnorm", 300, 600);
+  exposeAs(lib, box, rescaler, "out", "edge colormap", 400, 600);
 
-  // The neighbours of the primary selection.
+  // The neighbours of the primary selection, or of the hovered nodes while
+  // nothing is selected.
+  auto focus = addNamed(lib, box, "TSetOr", "selection or hover", 800, 600);
+  wire(box, nodePrimary, "out", focus, "in1");
+  wire(box, brushedNodes, "out", focus, "in2");
   auto direction = addSource(lib, box, "TStringDataSource", "secondary selection direction", text("both"), 900, 600);
   auto secondary = addNamed(lib, box, "TSecondarySelectionComputer", "secondary selection", 800, 620);
-  wire(box, nodePrimary, "out", secondary, "node primary selection");
+  wire(box, focus, "out", secondary, "node primary selection");
   wire(box, edgeFilter, "output", secondary, "edge selection");
   wire(box, loader, "edges", secondary, "edge data");
   wire(box, direction, "out", secondary, "direction");

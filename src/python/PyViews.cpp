@@ -2,6 +2,7 @@
 // what they compute without a window.
 #include "PyEngine.h"
 #include "analysis/MSelection.h"
+#include "shell/MActionCores.h"
 #include "shell/MShellCores.h"
 #include "views/MHebCore.h"
 #include "views/MViewCores.h"
@@ -13,6 +14,30 @@ void bindViews(py::module_& m) {
   bindDerived<TMdiChildCreatorCpp, TAbstractProcessor>(m, "TMdiChildCreatorCpp");
   bindDerived<TSplitWindowProcessorCpp, TAbstractProcessor>(m, "TSplitWindowProcessorCpp");
   bindDerived<TGlCanvasActionsCpp, TAbstractProcessor>(m, "TGlCanvasActionsCpp");
+  bindDerived<TActionMergerCpp, TAbstractProcessor>(m, "TActionMergerCpp");
+  bindDerived<TActionMerger, TActionMergerCpp>(m, "TActionMerger");
+  bindDerived<TActionProcessorCpp, TAbstractProcessor>(m, "TActionProcessorCpp")
+      .def("publish", &TActionProcessorCpp::publish)
+      .def("makeActions", &TActionProcessorCpp::makeActions);
+  bindDerived<TCommonNodeEdgeActionsCpp, TActionProcessorCpp>(m, "TCommonNodeEdgeActionsCpp");
+  bindDerived<TNodeEdgeActionsForViewCpp, TActionProcessorCpp>(m, "TNodeEdgeActionsForViewCpp")
+      .def("OnUndoCollapse", &TNodeEdgeActionsForViewCpp::OnUndoCollapse);
+  bindDerived<THierarchyActionsCpp, TActionProcessorCpp>(m, "THierarchyActionsCpp")
+      .def("OnCollapse", &THierarchyActionsCpp::OnCollapse)
+      .def("OnCollapseToggle", &THierarchyActionsCpp::OnCollapseToggle)
+      .def("OnCollapseRecursive", &THierarchyActionsCpp::OnCollapseRecursive)
+      .def("OnCollapseAllAtThisLevel", &THierarchyActionsCpp::OnCollapseAllAtThisLevel)
+      .def("OnEnsureInternalSelectionVisible", &THierarchyActionsCpp::OnEnsureInternalSelectionVisible,
+           py::arg("nidlist") = py::none())
+      .def("OnHideRecursive", &THierarchyActionsCpp::OnHideRecursive, py::arg("hide"), py::arg("nidlist") = py::none());
+  bindDerived<TInternalSelectionActionsCpp, TActionProcessorCpp>(m, "TInternalSelectionActionsCpp")
+      .def("OnListViewRowAddToSelection", &TInternalSelectionActionsCpp::OnListViewRowAddToSelection,
+           py::arg("clear") = false)
+      .def("OnListViewRowRemoveFromSelection", &TInternalSelectionActionsCpp::OnListViewRowRemoveFromSelection);
+  bindDerived<TListHeaderActionsCpp, TActionProcessorCpp>(m, "TListHeaderActionsCpp")
+      .def("OnRemoveColumn", &TListHeaderActionsCpp::OnRemoveColumn)
+      .def("OnToggleSort", &TListHeaderActionsCpp::OnToggleSort)
+      .def("OnConfigureColumns", &TListHeaderActionsCpp::OnConfigureColumns);
   bindDerived<TVisualizerProcessorBase, TAbstractProcessor>(m, "TVisualizerProcessorBase");
   bindDerived<THebProcessorCpp, TVisualizerProcessorBase>(m, "THebProcessorCpp");
   bindDerived<TListGuiProcessorCpp, TAbstractProcessor>(m, "TListGuiProcessorCpp")

@@ -23,4 +23,12 @@ class TVisibilityKeeper {
   virtual void OnEnsureInternalSelectionVisible(const std::optional<std::vector<uint32_t>>& nids) = 0;
 };
 
+// A processor with a modal dialog of its settings.
+class TSettingsFrameOwner {
+ public:
+  virtual ~TSettingsFrameOwner() = default;
+  // Parent null: the main window.
+  virtual void constructSettingsFrame(void* parent) = 0;
+};
+
 }  // namespace quorvel

@@ -79,6 +79,11 @@ void bindGui(void* module) {
             a.OnScreenshot(filename, large);
           },
           py::arg("filename") = py::none(), py::arg("large") = false);
+  bindDerived<TCommonNodeEdgeActions, TCommonNodeEdgeActionsCpp>(m, "TCommonNodeEdgeActions");
+  bindDerived<TNodeEdgeActionsForView, TNodeEdgeActionsForViewCpp>(m, "TNodeEdgeActionsForView");
+  bindDerived<THierarchyActions, THierarchyActionsCpp>(m, "THierarchyActions");
+  bindDerived<TInternalSelectionActions, TInternalSelectionActionsCpp>(m, "TInternalSelectionActions");
+  bindDerived<TListHeaderActions, TListHeaderActionsCpp>(m, "TListHeaderActions");
   bindDerived<THebProcessor, THebProcessorCpp>(m, "THebProcessor")
       .def("animate", &THebProcessor::animate)
       .def_property_readonly("animating", [](const THebProcessor& p) { return p.m_Implementation && p.m_Implementation->m_Animate; })

@@ -143,8 +143,22 @@ void TGlCanvasActions::OnScreenshot(const std::optional<std::string>& filename, 
     canvas->makeScreenshot(filename);
 }
 
+// ---------------------------------------------------------------------------
+
+bool TListHeaderActions::shiftDown() const { return wxGetKeyState(WXK_SHIFT); }
+
+void TListHeaderActions::OnConfigureColumns() {
+  TProcessorPtr picker = getConnectedProcessor("attributes");
+  if (auto* owner = dynamic_cast<TSettingsFrameOwner*>(picker.get())) owner->constructSettingsFrame(nullptr);
+}
+
 void registerGuiProcessors() {
   auto& reg = TProcessorRegistry::instance();
+  reg.add<TCommonNodeEdgeActions>();
+  reg.add<TNodeEdgeActionsForView>();
+  reg.add<THierarchyActions>();
+  reg.add<TInternalSelectionActions>();
+  reg.add<TListHeaderActions>();
   reg.add<TMdiChildCreator>();
   reg.add<TSplitWindowProcessor>();
   reg.add<TGlCanvasActions>();

@@ -4,6 +4,7 @@
 
 #include <wx/splitter.h>
 
+#include "shell/MActionCores.h"
 #include "shell/MActionInterfaces.h"
 #include "shell/MGui.h"
 #include "shell/MShellCores.h"
@@ -54,6 +55,45 @@ class TGlCanvasActions : public TGlCanvasActionsCpp, public TScreenshotTaker {
   void postCreate() override;
   void process_python() override;
   void OnScreenshot(const std::optional<std::string>& filename, bool large) override;
+};
+
+// The action processors publish their lists on every pass.
+class TCommonNodeEdgeActions : public TCommonNodeEdgeActionsCpp {
+ public:
+  QV_CLASS_NAME(TCommonNodeEdgeActions)
+  unsigned hookMask() override { return kHookProcess; }
+  void process_python() override { publish(); }
+};
+
+class TNodeEdgeActionsForView : public TNodeEdgeActionsForViewCpp {
+ public:
+  QV_CLASS_NAME(TNodeEdgeActionsForView)
+  unsigned hookMask() override { return kHookProcess; }
+  void process_python() override { publish(); }
+};
+
+class THierarchyActions : public THierarchyActionsCpp {
+ public:
+  QV_CLASS_NAME(THierarchyActions)
+  unsigned hookMask() override { return kHookProcess; }
+  void process_python() override { publish(); }
+};
+
+class TInternalSelectionActions : public TInternalSelectionActionsCpp {
+ public:
+  QV_CLASS_NAME(TInternalSelectionActions)
+  unsigned hookMask() override { return kHookProcess; }
+  void process_python() override { publish(); }
+};
+
+class TListHeaderActions : public TListHeaderActionsCpp {
+ public:
+  QV_CLASS_NAME(TListHeaderActions)
+  unsigned hookMask() override { return kHookProcess; }
+  void process_python() override { publish(); }
+  bool shiftDown() const override;
+  // The column dialog of the picker behind `attributes`.
+  void OnConfigureColumns() override;
 };
 
 void registerGuiProcessors();

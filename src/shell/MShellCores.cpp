@@ -2,6 +2,7 @@
 
 #include "data/MValues.h"
 #include "engine/MRegistry.h"
+#include "shell/MActionCores.h"
 
 namespace quorvel {
 
@@ -26,6 +27,7 @@ void TGlCanvasActionsCpp::postCreate() {
 }
 
 void registerShellCores() {
+  registerActionCores();
   auto& reg = TProcessorRegistry::instance();
   reg.add<TMdiChildCreatorCpp>();
   reg.add<TSplitWindowProcessorCpp>();

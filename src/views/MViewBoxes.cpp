@@ -9,6 +9,7 @@
 #include "shell/MShellCores.h"
 #include "views/MHebCore.h"
 #include "views/MViewCores.h"
+#include "data/MValues.h"
 
 #include <map>
 
@@ -59,27 +60,53 @@ void buildListView(TFlowManager& lib) {
   wire(box, internal, "out", list, "internal selection");
   wire(box, iconPicker, "out", list, "icon attr");
   wire(box, keys, "out", list, "keys");
+
+  // Rows: deselecting, and moving the marked rows into the shared
+  // selection; headers: sorting and columns.
+  auto nodeSelection = addInputPort(lib, box, "node primary selection", 500, 0);
+  auto edgeSelection = addInputPort(lib, box, "edge primary selection", 600, 0);
+  auto common = addNamed(lib, box, "TCommonNodeEdgeActions", "common n/e actions", 500, 80);
+  wire(box, nodeSelection, "out", common, "node user selection");
+  wire(box, edgeSelection, "out", common, "edge user selection");
+  auto internalActions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
+  wire(box, internal, "out", internalActions, "internal selection");
+  wire(box, selectionB, "out", internalActions, "selection b");
+  auto merger = addNamed(lib, box, "TActionMerger", "row actions", 500, 100);
+  wire(box, internalActions, "actions", merger, "in1");
+  wire(box, common, "actions", merger, "in2");
+  wire(box, merger, "out", list, "actions");
+  auto header = addNamed(lib, box, "TListHeaderActions", "list header actions", 700, 80);
+  wire(box, list, "on column right click", header, "column index");
+  wire(box, columns, "out", header, "attributes");
+  wire(box, sort, "out", header, "sort");
+  wire(box, keys, "out", header, "keys");
+  wire(box, header, "actions", list, "header actions");
 }
 
 // BHebView: the radial view. Its ports take BMain's outputs by name; the
 // text and colour attributes and the colour map are picked by keys that
-// sources in the box hold.
+// sources in the box hold. The view filters and hides on its own: its
+// inclusion filters and hidden nodes make its hierarchy, which it folds with
+// the shared collapsed state, and its own folded edges and their colours.
 void buildHebView(TFlowManager& lib) {
   auto box = makeBox("BHebView");
   lib.addBox(box);
   const char* ports[] = {"gui title",
                          "full hierarchy",
-                         "collapsed hierarchy",
-                         "agglft",
-                         "collapsed attr",
                          "level attr",
+                         "collapsed attr",
+                         "collapse stack",
                          "colormaps",
+                         "all nodes",
+                         "all edges",
                          "node attributes",
                          "node attributes ordnorm",
                          "node icon attributes",
+                         "edge attributes",
                          "edges",
-                         "edge collapsed",
-                         "edge colors",
+                         "edge color attr",
+                         "edge color attr ordnorm",
+                         "edge colormap",
                          "brushed nodes",
                          "brushed edges",
                          "node primary selection",
@@ -95,15 +122,66 @@ void buildHebView(TFlowManager& lib) {
 
   auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
   wire(box, port["gui title"], "out", window, "gui title");
-  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 100, 40);
+
+  // The view's own hierarchy: what passes the node filter and is not hidden.
+  auto filter = [&](const std::string& kind, const char* name, const char* all, const char* attributes, float fx) {
+    auto value = addSource(lib, box, "TPythonDataSource", kind + " inclusion filter value", nullptr, fx, 40);
+    auto settings = addSource(lib, box, "TPythonDataSource", kind + " inclusion filter settings",
+                              scriptValue("{'filterdefault': 1}"), fx + 50, 40);
+    auto selector = addNamed(lib, box, "TSelector1", name, fx, 60);
+    wire(box, port[all], "out", selector, "selection");
+    wire(box, port[attributes], "out", selector, "attributes");
+    wire(box, value, "out", selector, "filter");
+    wire(box, settings, "out", selector, "settings");
+    // What a listening process hears of the filter.
+    wire(box, value, "out", addNamed(lib, box, "THookProcessor", kind + " inclusion filter hook", fx + 50, 80), "in");
+    return selector;
+  };
+  auto nodeFilter = filter("node", "Node inclusion filter", "all nodes", "node attributes", 200);
+  auto edgeFilter = filter("edge", "Edge inclusion filter", "all edges", "edge attributes", 400);
+  addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 600, 80);
+  auto hidden = addSource(lib, box, "TIntegerSetDataSource", "hidden nodes", std::make_shared<TIntegerSetData>(), 300,
+                          80);
+  auto shown = addNamed(lib, box, "TSetSubtract", "shown nodes", 200, 100);
+  wire(box, nodeFilter, "output", shown, "in1");
+  wire(box, hidden, "out", shown, "in2");
+  auto pruned = addNamed(lib, box, "TTreePruner", "filtered hierarchy", 200, 120);
+  wire(box, port["full hierarchy"], "out", pruned, "hierarchy");
+  wire(box, shown, "out", pruned, "selection");
+  auto collapser = addNamed(lib, box, "TCollapseProcessor", "view collapser", 200, 140);
+  wire(box, port["full hierarchy"], "out", collapser, "full hierarchy");
+  wire(box, pruned, "hierarchy", collapser, "hierarchy");
+  wire(box, port["collapsed attr"], "out", collapser, "boolattribute");
+
+  // Its edges, folded onto what it shows, and their colours.
+  auto edgeCollapser = addNamed(lib, box, "TEdgeCollapsedProcessor", "view edge collapser", 400, 140);
+  wire(box, port["full hierarchy"], "out", edgeCollapser, "hierarchy");
+  wire(box, collapser, "agglft out", edgeCollapser, "agglft");
+  wire(box, port["edges"], "out", edgeCollapser, "edges");
+  wire(box, edgeFilter, "output", edgeCollapser, "edge selection");
+  auto aggregation = addSource(lib, box, "TStringDataSource", "edge color aggregation",
+                               std::make_shared<TStringData>("max"), 500, 140);
+  auto edgeColors = addNamed(lib, box, "TEdgeColorProcessor", "view edge colors", 400, 160);
+  wire(box, edgeCollapser, "out", edgeColors, "edge collapsed");
+  wire(box, port["edge color attr"], "out", edgeColors, "edge colorattr");
+  wire(box, port["edge color attr ordnorm"], "out", edgeColors, "edge colorattr ord");
+  wire(box, port["edge colormap"], "out", edgeColors, "edge colormap");
+  wire(box, aggregation, "out", edgeColors, "aggregation");
+  // A hovered edge stands out like the edges of the selection.
+  auto hovered = addNamed(lib, box, "TLftPairsToEids", "hovered edges", 600, 140);
+  wire(box, port["brushed edges"], "out", hovered, "lft pairs");
+  wire(box, edgeCollapser, "out", hovered, "edge collapsed");
+  auto shownEdges = addNamed(lib, box, "TSetOr", "highlighted edges", 600, 160);
+  wire(box, hovered, "out", shownEdges, "in1");
+  wire(box, port["incident edge selection"], "out", shownEdges, "in2");
 
   // An attribute by key: the source holds the key, the settings the key
   // taken while the source is empty.
   auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
-                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 80); };
-  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 40);
-  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 40);
-  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 40);
+                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 200); };
+  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
+  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 180);
+  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 180);
   auto text = picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200);
   auto color = picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300);
   auto colorOrd =
@@ -111,29 +189,51 @@ void buildHebView(TFlowManager& lib) {
   auto colormap = picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500);
   auto icon = picker("node icon picker", port["node icon attributes"], nullptr, kIconPickerSettings, 600);
 
-  // What a listening process hears of this view; fed when the view gets
-  // its filters.
-  addNamed(lib, box, "THookProcessor", "node inclusion filter hook", 700, 40);
-  addNamed(lib, box, "THookProcessor", "edge inclusion filter hook", 800, 40);
-  addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 900, 40);
-
-  auto heb = addNamed(lib, box, "THebProcessor", "heb vis", 0, 120);
+  auto heb = addNamed(lib, box, "THebProcessor", "heb vis", 0, 260);
   wire(box, window, "out", heb, "gui parent");
   wire(box, text, "out", heb, "node text attr");
   wire(box, color, "out", heb, "node color attr");
   wire(box, colorOrd, "out", heb, "node color attr ordnorm");
   wire(box, icon, "out", heb, "node icon attr");
   wire(box, port["full hierarchy"], "out", heb, "hierarchy");
-  wire(box, port["collapsed hierarchy"], "out", heb, "hierarchy collapsed");
+  wire(box, collapser, "collapsed hierarchy out", heb, "hierarchy collapsed");
   wire(box, port["level attr"], "out", heb, "level");
-  wire(box, port["agglft"], "out", heb, "agglft");
+  wire(box, collapser, "agglft out", heb, "agglft");
   wire(box, port["collapsed attr"], "out", heb, "collapsed");
   wire(box, colormap, "out", heb, "node colormap");
   for (const char* name : {"brushed nodes", "brushed edges", "node primary selection", "node secondary selection",
-                           "edge primary selection", "incident edge selection", "edge collapsed", "edge colors"})
+                           "edge primary selection"})
     wire(box, port[name], "out", heb, name);
+  wire(box, shownEdges, "out", heb, "incident edge selection");
+  wire(box, edgeCollapser, "out", heb, "edge collapsed");
+  wire(box, edgeColors, "output", heb, "edge colors");
   wire(box, port["edges"], "out", heb, "edge data");
-  wire(box, canvasActions, "actions", heb, "actions");
+
+  // The commands of its menus and keys. Folding works on the selection, or
+  // on the node under the mouse while nothing is selected.
+  auto active = addNamed(lib, box, "TSetOr", "active nodes", 100, 220);
+  wire(box, port["node primary selection"], "out", active, "in1");
+  wire(box, port["brushed nodes"], "out", active, "in2");
+  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 0, 220);
+  auto hierarchyActions = addNamed(lib, box, "THierarchyActions", "hierarchy actions", 100, 240);
+  wire(box, active, "out", hierarchyActions, "active nodes");
+  wire(box, port["node primary selection"], "out", hierarchyActions, "node user selection");
+  wire(box, port["full hierarchy"], "out", hierarchyActions, "full hierarchy");
+  wire(box, pruned, "hierarchy", hierarchyActions, "filtered hierarchy");
+  wire(box, collapser, "collapsed hierarchy out", hierarchyActions, "collapsed hierarchy");
+  wire(box, port["collapsed attr"], "out", hierarchyActions, "collapsed attr");
+  wire(box, port["level attr"], "out", hierarchyActions, "level attr");
+  auto viewActions = addNamed(lib, box, "TNodeEdgeActionsForView", "n/e actions for view", 200, 240);
+  wire(box, port["node primary selection"], "out", viewActions, "node user selection");
+  wire(box, port["edge primary selection"], "out", viewActions, "edge user selection");
+  wire(box, port["edges"], "out", viewActions, "edge data");
+  wire(box, port["collapse stack"], "out", viewActions, "collapse stack");
+  auto merger = addNamed(lib, box, "TActionMerger", "view actions", 100, 260);
+  wire(box, canvasActions, "actions", merger, "in1");
+  wire(box, hierarchyActions, "actions", merger, "in2");
+  wire(box, viewActions, "actions", merger, "in3");
+  wire(box, merger, "out", heb, "actions");
+  wire(box, merger, "out", window, "actions");
 }
 
 }  // namespace
