@@ -50,9 +50,13 @@ void TIntegerSetDataSource::postCreate() {
   m_OutputPin->setData(std::make_shared<TIntegerSetData>("<noname>"));
 }
 
-TProcessorPtr findFeedingProcessor(const TPinPtr& pin) {
-  if (!pin) return nullptr;
-  TProcessorPtr found;
+namespace {
+
+// Calls f with each processor whose output pin feeds the net of `pin`,
+// across ports, until f answers false.
+template <class F>
+void forEachFeeder(const TPinPtr& pin, F f) {
+  if (!pin) return;
   std::vector<TAbstractPin*> queue{pin.get()};
   std::unordered_set<TAbstractPin*> seen{pin.get()};
   for (size_t head = 0; head < queue.size(); ++head) {
@@ -68,10 +72,30 @@ TProcessorPtr findFeedingProcessor(const TPinPtr& pin) {
           if (seen.insert(in.get()).second) queue.push_back(in.get());
         continue;
       }
-      if (found && found.get() != proc) return nullptr;
-      found = other->m_Processor;
+      if (!f(other->m_Processor)) return;
     }
   }
+}
+
+}  // namespace
+
+TProcessorPtr findFeedingProcessor(const TPinPtr& pin) {
+  TProcessorPtr found;
+  bool several = false;
+  forEachFeeder(pin, [&](const TProcessorPtr& p) {
+    if (found && found != p) several = true;
+    found = p;
+    return !several;
+  });
+  return several ? nullptr : found;
+}
+
+TProcessorPtr findFeedingSource(const TPinPtr& pin) {
+  TProcessorPtr found;
+  forEachFeeder(pin, [&](const TProcessorPtr& p) {
+    if (p->isDataSource()) found = p;
+    return !found;
+  });
   return found;
 }
 

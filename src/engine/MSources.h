@@ -83,6 +83,9 @@ class TIntegerSetDataSource : public TTypedDataSource<TIntegerSetData> {
 // processors, to the one output pin of another processor that feeds the
 // net. Null when there is none or when several processors feed it.
 TProcessorPtr findFeedingProcessor(const TPinPtr& pin);
+// The same walk, giving the first data source among the feeders: the holder
+// of a value that other processors on its net only pass on.
+TProcessorPtr findFeedingSource(const TPinPtr& pin);
 
 // Enters the sources and the identity processor in the processor registry.
 void registerSourceClasses();

@@ -205,7 +205,13 @@ void THierarchyActionsCpp::changeCollapsed(F change) {
   if (!current) return;
   std::shared_ptr<TBoolAttributeData> copy = current->clone();
   change(*copy);
-  m_CollapsedAttr->setData(copy);
+  // The state is shared by every view through the ports of boxes: the new
+  // value goes where it is held, and from there down to all of them.
+  TProcessorPtr holder = findFeedingSource(m_CollapsedAttr);
+  if (holder && !holder->m_OutputPins.empty())
+    holder->m_OutputPins[0]->setData(copy);
+  else
+    m_CollapsedAttr->setData(copy);
 }
 
 void THierarchyActionsCpp::OnCollapse(bool value) {

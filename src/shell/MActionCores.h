@@ -71,8 +71,8 @@ class THierarchyActionsCpp : public TActionProcessorCpp, public TVisibilityKeepe
   void OnHideRecursive(bool hide, const std::optional<std::vector<uint32_t>>& nids = std::nullopt);
 
  private:
-  // Runs change on a copy of the collapsed state and sets the copy on the
-  // pin, so that the whole command is one new value.
+  // Runs change on a copy of the collapsed state and sets the copy where
+  // the state is held, so that the whole command is one new value.
   template <class F>
   void changeCollapsed(F change);
 };
