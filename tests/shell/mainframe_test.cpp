@@ -11,6 +11,7 @@
 #include "dataset/MDatabase.h"
 #include "engine/MLibrary.h"
 #include "support/GuiTestHelpers.h"
+#include "support/TestData.h"
 #include "views/MListControlViewProcessor.h"
 
 namespace py = pybind11;
@@ -164,6 +165,30 @@ TEST(MainFrame, TheNodeListShowsOneRowPerNodeAndSelectsAcrossViews) {
   EXPECT_EQ(panel->selectionb, (std::unordered_set<uint32_t>{4, 5}));
   app.run("clearSelection()");
   EXPECT_TRUE(panel->selectionb.empty());
+
+  // A click on a header sorts by its column, a second one turns the order.
+  auto clickHeader = [&](int column) {
+    wxListEvent evt(wxEVT_LIST_COL_CLICK, panel->listctrl->GetId());
+    evt.m_col = column;
+    evt.SetEventObject(panel->listctrl);
+    panel->listctrl->GetEventHandler()->ProcessEvent(evt);
+    app.settle();
+    std::vector<std::string> names;
+    for (long row = 0; row < panel->listctrl->GetItemCount(); ++row)
+      names.push_back(stdText(panel->listctrl->GetItemText(row, 0)));
+    return names;
+  };
+  auto names = clickHeader(0);
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end())) << names.front();
+  names = clickHeader(0);
+  EXPECT_TRUE(std::is_sorted(names.rbegin(), names.rend())) << names.front();
+
+  // Marked rows go into the shared selection by the row menu.
+  list->m_InternalSelection->setData(ids({4, 5}));
+  app.settle();
+  executeAction(list->m_Actions, "Add to node primary selection");
+  app.settle();
+  EXPECT_EQ(panel->selectionb, (std::unordered_set<uint32_t>{4, 5}));
 
   // A second list view takes a free title; closing one frees it again.
   app.run("openView('list on nodes')");
