@@ -179,6 +179,10 @@ struct HebSession {
   std::string list(bool picking) const {
     return impl->listPrefix() + "_nodes_" + (picking ? "True" : "False");
   }
+  // The edges shown while nothing is selected: at most 5,000 records.
+  std::string edgeList(bool picking) const {
+    return impl->listPrefix() + "_edges_bg_" + (picking ? "True" : "False");
+  }
   // The model-view matrix of the view: the rim as the largest circle.
   void viewMatrix() const {
     const wxSize c = impl->canvas->GetClientSize();
@@ -190,14 +194,16 @@ struct HebSession {
   }
 };
 
-// A repaint of the unchanged view, against calling its node list alone in
-// a bare frame.
+// A repaint of the unchanged view, against calling its node and edge lists
+// alone in a bare frame.
 void BM_HebRepaint(benchmark::State& state) {
   HebSession s;
   if (!s.impl || !s.impl->renderer->displayList(s.list(false))) return state.SkipWithError("no radial view");
   auto* canvas = s.impl->canvas.get();
   const bool bare = state.range(0) != 0;
   const GLuint list = s.impl->renderer->displayList(s.list(false));
+  const GLuint edges = s.impl->renderer->displayList(s.edgeList(false));
+  if (!edges) return state.SkipWithError("no edge list");
   for (auto _ : state) {
     if (!bare) {
       canvas->paintNow(false);
@@ -208,10 +214,12 @@ void BM_HebRepaint(benchmark::State& state) {
       canvas->OnSetMatrices();
       s.viewMatrix();
       glCallList(list);
+      glCallList(edges);
       glFinish();
     }
   }
   state.counters["nodes"] = static_cast<double>(s.impl->m_Rows.size());
+  state.counters["edges"] = static_cast<double>(std::min<size_t>(s.impl->m_EdgeMap.size(), kHebEdgeLimit));
 }
 
 // A pick as a mouse motion makes it, against a bare selection pass over
@@ -225,7 +233,8 @@ void BM_HebPick(benchmark::State& state) {
   canvas->mousepos = at;
   canvas->Pick();
   const GLuint list = s.impl->renderer->displayList(s.list(true));
-  if (!list) return state.SkipWithError("no pick list");
+  const GLuint edges = s.impl->renderer->displayList(s.edgeList(true));
+  if (!list || !edges) return state.SkipWithError("no pick list");
   const bool bare = state.range(0) != 0;
   size_t hits = 0;
   for (auto _ : state) {
@@ -237,6 +246,7 @@ void BM_HebPick(benchmark::State& state) {
       glOrtho(0, c.GetWidth(), 0, c.GetHeight(), -3, 3);
       s.viewMatrix();
       glCallList(list);
+      glCallList(edges);
       hits = s.impl->renderer->exitSelectMode().size();
     }
   }

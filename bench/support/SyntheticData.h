@@ -46,8 +46,8 @@ struct TLoadedDataset {
   std::shared_ptr<TAttributeDataArray> edgeAttributes;
 };
 
-inline TLoadedDataset loadSyntheticDataset(uint32_t nodes, uint32_t edges) {
-  TDatabase db(syntheticDataset(nodes, edges));
+inline TLoadedDataset loadDataset(const std::string& file) {
+  TDatabase db(file);
   auto loader = std::make_shared<TDatasetLoader>();
   loader->postCreate();
   loader->readDatabase(db);
@@ -58,6 +58,10 @@ inline TLoadedDataset loadSyntheticDataset(uint32_t nodes, uint32_t edges) {
   l.edgeAttributes = dataAs<TAttributeDataArray>(loader->m_EdgeAttributes);
   loader->destroy();
   return l;
+}
+
+inline TLoadedDataset loadSyntheticDataset(uint32_t nodes, uint32_t edges) {
+  return loadDataset(syntheticDataset(nodes, edges));
 }
 
 }  // namespace quorvel::bench
