@@ -111,6 +111,60 @@ void TArrayPicker::process_python() {
 // ---------------------------------------------------------------------------
 // TSubArrayPicker
 
+TSubArrayPicker::TFrameMaker& TSubArrayPicker::frameMaker() {
+  static TFrameMaker maker;
+  return maker;
+}
+
+void TSubArrayPicker::constructSettingsFrame(void* parent) {
+  if (!frameMaker()) throw TFlowError("constructSettingsFrame(): there are no windows");
+  frameMaker()(*this, parent);
+}
+
+void TSubArrayPicker::applyKeys(const std::vector<std::string>& keys) {
+  auto list = std::make_shared<TStringListData>();
+  list->m_List = keys;
+  m_Keys->setData(list);
+  auto out = std::make_shared<TDataArray>();
+  if (auto array = dataAs<TDataArray>(m_Array))
+    for (const auto& k : keys) {
+      bool found = false;
+      TDataPtr item = array->getItemByKey(k, found);
+      if (found) out->add(item);
+    }
+  m_Out->setData(out);
+}
+
+TKeyListEditor::TKeyListEditor(std::vector<std::string> keys, const TDataArray* array) : selected(std::move(keys)) {
+  if (array)
+    for (const auto& k : keysOf(*array))
+      if (k.empty() || k[0] != '_') available.push_back(k);
+  std::sort(available.begin(), available.end());
+}
+
+void TKeyListEditor::add(const std::vector<size_t>& availableRows) {
+  for (size_t row : availableRows)
+    if (row < available.size()) selected.push_back(available[row]);
+}
+
+void TKeyListEditor::remove(std::vector<size_t> selectedRows) {
+  std::sort(selectedRows.rbegin(), selectedRows.rend());
+  for (size_t row : selectedRows)
+    if (row < selected.size()) selected.erase(selected.begin() + static_cast<std::ptrdiff_t>(row));
+}
+
+size_t TKeyListEditor::up(size_t row) {
+  if (row == 0 || row >= selected.size()) return row;
+  std::swap(selected[row], selected[row - 1]);
+  return row - 1;
+}
+
+size_t TKeyListEditor::down(size_t row) {
+  if (row + 1 >= selected.size()) return row;
+  std::swap(selected[row], selected[row + 1]);
+  return row + 1;
+}
+
 void TSubArrayPickerCpp::postCreate() {
   m_Array = addInputPin<TDataArray>("array");
   m_Keys = addInputPin<TStringListData>("keys");

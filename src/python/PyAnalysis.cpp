@@ -72,7 +72,9 @@ void bindAnalysis(py::module_& m) {
       .def("process_python", &TArrayPicker::process_python);
   processor<TSubArrayPickerCpp>(m, "TSubArrayPickerCpp");
   processor<TSubArrayPicker, TSubArrayPickerCpp>(m, "TSubArrayPicker")
-      .def("process_python", &TSubArrayPicker::process_python);
+      .def("process_python", &TSubArrayPicker::process_python)
+      .def("constructSettingsFrame", [](TSubArrayPicker& p, const py::object&) { p.constructSettingsFrame(nullptr); },
+           py::arg("parent") = py::none());
   processor<TFloatRangeControlCpp>(m, "TFloatRangeControlCpp");
   processor<TFloatRangeControl, TFloatRangeControlCpp>(m, "TFloatRangeControl")
       .def("process_python", &TFloatRangeControl::process_python);

@@ -5,6 +5,7 @@
 #include "data/MValues.h"
 #include "render/MGlCanvas.h"
 #include "shell/MActionList.h"
+#include "shell/MMainFrame.h"
 #include "engine/MRegistry.h"
 
 namespace py = pybind11;
@@ -152,7 +153,104 @@ void TListHeaderActions::OnConfigureColumns() {
   if (auto* owner = dynamic_cast<TSettingsFrameOwner*>(picker.get())) owner->constructSettingsFrame(nullptr);
 }
 
+// ---------------------------------------------------------------------------
+
+namespace {
+
+std::vector<size_t> markedRows(wxListBox* list) {
+  wxArrayInt rows;
+  list->GetSelections(rows);
+  std::vector<size_t> out;
+  for (int r : rows) out.push_back(static_cast<size_t>(r));
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+std::string dialogTitle(TSubArrayPicker& picker) {
+  if (auto settings = dataAs<TPythonData>(picker.m_Settings); settings && settings->getValue()) {
+    py::handle d(settings->getValue().get());
+    if (py::isinstance<py::dict>(d) && d.contains("name")) return py::str(d["name"]).cast<std::string>();
+  }
+  return picker.getTypeName();
+}
+
+}  // namespace
+
+TSubArrayPickerDialog::TSubArrayPickerDialog(wxWindow* parent, TSubArrayPicker& picker)
+    : wxDialog(parent, wxID_ANY, wxText(dialogTitle(picker)), wxDefaultPosition, wxDefaultSize,
+               wxDEFAULT_DIALOG_STYLE | wxRESIZE_BORDER),
+      editor(dataAs<TStringListData>(picker.m_Keys) ? dataAs<TStringListData>(picker.m_Keys)->m_List
+                                                    : std::vector<std::string>{},
+             dataAs<TDataArray>(picker.m_Array).get()),
+      m_Picker(picker.selfPtr()) {
+  auto* panel = new wxPanel(this, wxID_ANY, wxDefaultPosition, wxSize(400, 200));
+  auto* grid = new wxFlexGridSizer(2, 3, 4, 4);
+  grid->AddGrowableCol(0, 1);
+  grid->AddGrowableCol(2, 1);
+  grid->AddGrowableRow(1, 1);
+  grid->Add(new wxStaticText(panel, wxID_ANY, "Selected:"));
+  grid->AddSpacer(0);
+  grid->Add(new wxStaticText(panel, wxID_ANY, "Available:"));
+  selectedList = new wxListBox(panel, wxID_ANY, wxDefaultPosition, wxDefaultSize, 0, nullptr, wxLB_EXTENDED);
+  availableList = new wxListBox(panel, wxID_ANY, wxDefaultPosition, wxDefaultSize, 0, nullptr, wxLB_EXTENDED);
+  auto* buttons = new wxBoxSizer(wxVERTICAL);
+  for (const char* label : {"<-", "->", "up", "down", "clear"}) {
+    auto* b = new wxButton(panel, wxID_ANY, label, wxDefaultPosition, wxSize(50, 20));
+    b->Bind(wxEVT_BUTTON, [this, label](wxCommandEvent&) { press(label); });
+    buttons->Add(b, 0, wxALL, 2);
+  }
+  grid->Add(selectedList, 1, wxEXPAND);
+  grid->Add(buttons);
+  grid->Add(availableList, 1, wxEXPAND);
+  panel->SetSizer(grid);
+  auto* sizer = new wxBoxSizer(wxVERTICAL);
+  sizer->Add(panel, 1, wxEXPAND | wxALL, 5);
+  auto* okCancel = new wxBoxSizer(wxHORIZONTAL);
+  auto* ok = new wxButton(this, wxID_OK, "Ok");
+  ok->Bind(wxEVT_BUTTON, [this](wxCommandEvent&) {
+    apply();
+    EndModal(wxID_OK);
+  });
+  okCancel->Add(ok, 0, wxALL, 2);
+  okCancel->Add(new wxButton(this, wxID_CANCEL, "Cancel"), 0, wxALL, 2);
+  sizer->Add(okCancel, 0, wxALIGN_RIGHT | wxALL, 5);
+  SetSizerAndFit(sizer);
+  for (const auto& k : editor.available) availableList->Append(wxText(k));
+  refill();
+}
+
+void TSubArrayPickerDialog::refill(std::optional<size_t> mark) {
+  selectedList->Clear();
+  for (const auto& k : editor.selected) selectedList->Append(wxText(k));
+  if (mark && *mark < editor.selected.size()) selectedList->SetSelection(static_cast<int>(*mark));
+}
+
+void TSubArrayPickerDialog::press(const std::string& button) {
+  const std::vector<size_t> marked = markedRows(selectedList);
+  if (button == "<-") {
+    editor.add(markedRows(availableList));
+    refill();
+  } else if (button == "->") {
+    editor.remove(marked);
+    refill();
+  } else if ((button == "up" || button == "down") && !marked.empty()) {
+    refill(button == "up" ? editor.up(marked.front()) : editor.down(marked.front()));
+  } else if (button == "clear") {
+    editor.clear();
+    refill();
+  }
+}
+
+void TSubArrayPickerDialog::apply() {
+  if (auto picker = std::dynamic_pointer_cast<TSubArrayPicker>(m_Picker.lock())) picker->applyKeys(editor.selected);
+}
+
 void registerGuiProcessors() {
+  TSubArrayPicker::frameMaker() = [](TSubArrayPicker& picker, void* parent) {
+    wxWindow* owner = parent ? static_cast<wxWindow*>(parent) : mainFrame();
+    TSubArrayPickerDialog dialog(owner, picker);
+    dialog.ShowModal();
+  };
   auto& reg = TProcessorRegistry::instance();
   reg.add<TCommonNodeEdgeActions>();
   reg.add<TNodeEdgeActionsForView>();

@@ -2,7 +2,11 @@
 // split in two.
 #pragma once
 
+#include <wx/dialog.h>
+#include <wx/listbox.h>
 #include <wx/splitter.h>
+
+#include "analysis/MControlCores.h"
 
 #include "shell/MActionCores.h"
 #include "shell/MActionInterfaces.h"
@@ -94,6 +98,25 @@ class TListHeaderActions : public TListHeaderActionsCpp {
   bool shiftDown() const override;
   // The column dialog of the picker behind `attributes`.
   void OnConfigureColumns() override;
+};
+
+// The column dialog of a sub-array picker: the chosen keys at the left, all
+// keys at the right, and the buttons between them.
+class TSubArrayPickerDialog : public wxDialog {
+ public:
+  TSubArrayPickerDialog(wxWindow* parent, TSubArrayPicker& picker);
+  TKeyListEditor editor;
+  wxListBox* selectedList;
+  wxListBox* availableList;
+  // What a button of the middle column does: "<-", "->", "up", "down",
+  // "clear".
+  void press(const std::string& button);
+  // What "Ok" does.
+  void apply();
+
+ private:
+  std::weak_ptr<TAbstractProcessor> m_Picker;
+  void refill(std::optional<size_t> mark = std::nullopt);
 };
 
 void registerGuiProcessors();

@@ -305,6 +305,24 @@ TEST(Selection, PickersFollowTheirKeys) {
   net.settle();
   EXPECT_EQ(sub->m_Out->getData(), picked) << "the same keys wake nobody";
 
+  // The column dialog's lists: the keys as they stand, and every key but
+  // the internal ones, sorted; "Ok" sets both the keys and the items.
+  TKeyListEditor editor(dataAs<TStringListData>(sub->m_Keys)->m_List, columns.get());
+  EXPECT_EQ(editor.available, (std::vector<std::string>{"a", "b", "c"}));
+  editor.add({1, 7});
+  EXPECT_EQ(editor.selected, (std::vector<std::string>{"c", "nowhere", "a", "b"}));
+  EXPECT_EQ(editor.up(3), 2u);
+  EXPECT_EQ(editor.up(0), 0u) << "no effect at the top";
+  EXPECT_EQ(editor.down(3), 3u) << "no effect at the end";
+  editor.remove({0, 1});
+  EXPECT_EQ(editor.selected, (std::vector<std::string>{"b", "a"}));
+  sub->applyKeys(editor.selected);
+  EXPECT_EQ(dataAs<TStringListData>(sub->m_Keys)->m_List, editor.selected);
+  ASSERT_EQ(dataAs<TDataArray>(sub->m_Out)->getItemCount(), 2u);
+  EXPECT_EQ(dataAs<TDataArray>(sub->m_Out)->m_Items[0]->getKeyName(), "b");
+  editor.clear();
+  EXPECT_TRUE(editor.selected.empty());
+
   auto range = net.add<TFloatRangeControl>(net.fm);
   range->m_Min->setData(std::make_shared<TFloatData>(1.0f));
   range->m_Max->setData(std::make_shared<TFloatData>(5.0f));

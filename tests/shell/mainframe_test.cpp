@@ -12,6 +12,7 @@
 #include "engine/MLibrary.h"
 #include "support/GuiTestHelpers.h"
 #include "support/TestData.h"
+#include "shell/MProcessors_Gui.h"
 #include "views/MListControlViewProcessor.h"
 
 namespace py = pybind11;
@@ -182,6 +183,25 @@ TEST(MainFrame, TheNodeListShowsOneRowPerNodeAndSelectsAcrossViews) {
   EXPECT_TRUE(std::is_sorted(names.begin(), names.end())) << names.front();
   names = clickHeader(0);
   EXPECT_TRUE(std::is_sorted(names.rbegin(), names.rend())) << names.front();
+
+  // "Configure Columns" opens the picker's dialog; here it is answered
+  // without showing it: the first available key moved to the top.
+  TSubArrayPicker::TFrameMaker modal = TSubArrayPicker::frameMaker();
+  std::vector<std::string> offered;
+  TSubArrayPicker::frameMaker() = [&](TSubArrayPicker& picker, void*) {
+    TSubArrayPickerDialog dialog(app.frame, picker);
+    offered = dialog.editor.available;
+    dialog.availableList->SetSelection(0);
+    dialog.press("<-");
+    dialog.selectedList->SetSelection(static_cast<int>(dialog.editor.selected.size() - 1));
+    for (size_t i = 1; i < dialog.editor.selected.size(); ++i) dialog.press("up");
+    dialog.apply();
+  };
+  executeAction(list->m_HeaderActions, "Configure Columns");
+  TSubArrayPicker::frameMaker() = modal;
+  app.settle();
+  ASSERT_FALSE(offered.empty());
+  EXPECT_EQ(panel->listctrl->columns.front(), offered.front());
 
   // Marked rows go into the shared selection by the row menu.
   list->m_InternalSelection->setData(ids({4, 5}));
