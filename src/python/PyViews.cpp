@@ -5,6 +5,7 @@
 #include "shell/MActionCores.h"
 #include "shell/MShellCores.h"
 #include "views/MHebCore.h"
+#include "views/MTreemapCore.h"
 #include "views/MViewCores.h"
 
 namespace quorvel::py_bindings {
@@ -40,6 +41,7 @@ void bindViews(py::module_& m) {
       .def("OnConfigureColumns", &TListHeaderActionsCpp::OnConfigureColumns);
   bindDerived<TVisualizerProcessorBase, TAbstractProcessor>(m, "TVisualizerProcessorBase");
   bindDerived<THebProcessorCpp, TVisualizerProcessorBase>(m, "THebProcessorCpp");
+  bindDerived<TTreemapProcessorCpp, TVisualizerProcessorBase>(m, "TTreemapProcessorCpp");
   bindDerived<TListGuiProcessorCpp, TAbstractProcessor>(m, "TListGuiProcessorCpp")
       .def_property_readonly("m_Row2Id", [](const TListGuiProcessorCpp& p) { return p.m_Row2Id; })
       .def("buildRow2Id", &TListGuiProcessorCpp::buildRow2Id);

@@ -14,6 +14,7 @@
 #include "shell/MProcessors_Gui.h"
 #include "views/MHebProcessor.h"
 #include "views/MListControlViewProcessor.h"
+#include "views/MTreemapProcessor.h"
 
 namespace py = pybind11;
 
@@ -88,6 +89,8 @@ void bindGui(void* module) {
       .def("animate", &THebProcessor::animate)
       .def_property_readonly("animating", [](const THebProcessor& p) { return p.m_Implementation && p.m_Implementation->m_Animate; })
       .def_property_readonly("nodecount", [](const THebProcessor& p) { return p.m_Implementation ? p.m_Implementation->m_Rows.size() : 0; });
+  bindDerived<TTreemapProcessor, TTreemapProcessorCpp>(m, "TTreemapProcessor")
+      .def_property_readonly("tilecount", [](const TTreemapProcessor& p) { return p.m_Implementation ? p.m_Implementation->m_Nodes.size() : 0; });
   bindDerived<TListGuiProcessor, TListGuiProcessorCpp>(m, "TListGuiProcessor")
       .def_property_readonly("panelcount", [](const TListGuiProcessor& p) { return p.panels.size(); });
 }
@@ -102,6 +105,7 @@ void registerGuiClasses() {
   registerGuiProcessors();
   registerListView();
   registerHebView();
+  registerTreemapView();
   addScriptBindings(&bindGui);
 }
 

@@ -8,6 +8,7 @@
 #include "engine/MSources.h"
 #include "shell/MShellCores.h"
 #include "views/MHebCore.h"
+#include "views/MTreemapCore.h"
 #include "views/MViewCores.h"
 #include "data/MValues.h"
 
@@ -83,6 +84,70 @@ void buildListView(TFlowManager& lib) {
   wire(box, header, "actions", list, "header actions");
 }
 
+// The ports of a view box, by BMain's names, in one row.
+std::map<std::string, TProcessorPtr> addPorts(TFlowManager& lib, const TBoxPtr& box,
+                                               std::initializer_list<const char*> names) {
+  std::map<std::string, TProcessorPtr> port;
+  float x = 0;
+  for (const char* name : names) {
+    port[name] = addInputPort(lib, box, name, x, 0);
+    x += 100;
+  }
+  return port;
+}
+
+struct TViewHierarchy {
+  TProcessorPtr pruned, collapser;
+};
+
+// A view's own hierarchy: the nodes of `shown` less its hidden nodes, with
+// their ancestors, folded by the shared collapsed state.
+TViewHierarchy addViewHierarchy(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                                const TProcessorPtr& shownFrom, const char* shownPin) {
+  auto hidden = addSource(lib, box, "TIntegerSetDataSource", "hidden nodes", std::make_shared<TIntegerSetData>(), 300,
+                          80);
+  auto shown = addNamed(lib, box, "TSetSubtract", "shown nodes", 200, 100);
+  wire(box, shownFrom, shownPin, shown, "in1");
+  wire(box, hidden, "out", shown, "in2");
+  auto pruned = addNamed(lib, box, "TTreePruner", "filtered hierarchy", 200, 120);
+  wire(box, port["full hierarchy"], "out", pruned, "hierarchy");
+  wire(box, shown, "out", pruned, "selection");
+  auto collapser = addNamed(lib, box, "TCollapseProcessor", "view collapser", 200, 140);
+  wire(box, port["full hierarchy"], "out", collapser, "full hierarchy");
+  wire(box, pruned, "hierarchy", collapser, "hierarchy");
+  wire(box, port["collapsed attr"], "out", collapser, "boolattribute");
+  return {pruned, collapser};
+}
+
+// The folding and undo commands of a node view, with the screenshots,
+// joined for its menus and keys. Folding works on the selection, or on the
+// node under the mouse while nothing is selected.
+TProcessorPtr addNodeViewActions(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                                 const TViewHierarchy& h) {
+  auto active = addNamed(lib, box, "TSetOr", "active nodes", 100, 220);
+  wire(box, port["node primary selection"], "out", active, "in1");
+  wire(box, port["brushed nodes"], "out", active, "in2");
+  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 0, 220);
+  auto hierarchyActions = addNamed(lib, box, "THierarchyActions", "hierarchy actions", 100, 240);
+  wire(box, active, "out", hierarchyActions, "active nodes");
+  wire(box, port["node primary selection"], "out", hierarchyActions, "node user selection");
+  wire(box, port["full hierarchy"], "out", hierarchyActions, "full hierarchy");
+  wire(box, h.pruned, "hierarchy", hierarchyActions, "filtered hierarchy");
+  wire(box, h.collapser, "collapsed hierarchy out", hierarchyActions, "collapsed hierarchy");
+  wire(box, port["collapsed attr"], "out", hierarchyActions, "collapsed attr");
+  wire(box, port["level attr"], "out", hierarchyActions, "level attr");
+  auto viewActions = addNamed(lib, box, "TNodeEdgeActionsForView", "n/e actions for view", 200, 240);
+  wire(box, port["node primary selection"], "out", viewActions, "node user selection");
+  wire(box, port["edge primary selection"], "out", viewActions, "edge user selection");
+  wire(box, port["edges"], "out", viewActions, "edge data");
+  wire(box, port["collapse stack"], "out", viewActions, "collapse stack");
+  auto merger = addNamed(lib, box, "TActionMerger", "view actions", 100, 260);
+  wire(box, canvasActions, "actions", merger, "in1");
+  wire(box, hierarchyActions, "actions", merger, "in2");
+  wire(box, viewActions, "actions", merger, "in3");
+  return merger;
+}
+
 // BHebView: the radial view. Its ports take BMain's outputs by name; the
 // text and colour attributes and the colour map are picked by keys that
 // sources in the box hold. The view filters and hides on its own: its
@@ -91,34 +156,12 @@ void buildListView(TFlowManager& lib) {
 void buildHebView(TFlowManager& lib) {
   auto box = makeBox("BHebView");
   lib.addBox(box);
-  const char* ports[] = {"gui title",
-                         "full hierarchy",
-                         "level attr",
-                         "collapsed attr",
-                         "collapse stack",
-                         "colormaps",
-                         "all nodes",
-                         "all edges",
-                         "node attributes",
-                         "node attributes ordnorm",
-                         "node icon attributes",
-                         "edge attributes",
-                         "edges",
-                         "edge color attr",
-                         "edge color attr ordnorm",
-                         "edge colormap",
-                         "brushed nodes",
-                         "brushed edges",
-                         "node primary selection",
-                         "node secondary selection",
-                         "edge primary selection",
-                         "incident edge selection"};
-  std::map<std::string, TProcessorPtr> port;
-  float x = 0;
-  for (const char* name : ports) {
-    port[name] = addInputPort(lib, box, name, x, 0);
-    x += 100;
-  }
+  auto port = addPorts(lib, box,
+                       {"gui title", "full hierarchy", "level attr", "collapsed attr", "collapse stack", "colormaps",
+                        "all nodes", "all edges", "node attributes", "node attributes ordnorm", "node icon attributes",
+                        "edge attributes", "edges", "edge color attr", "edge color attr ordnorm", "edge colormap",
+                        "brushed nodes", "brushed edges", "node primary selection", "node secondary selection",
+                        "edge primary selection", "incident edge selection"});
 
   auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
   wire(box, port["gui title"], "out", window, "gui title");
@@ -140,18 +183,8 @@ void buildHebView(TFlowManager& lib) {
   auto nodeFilter = filter("node", "Node inclusion filter", "all nodes", "node attributes", 200);
   auto edgeFilter = filter("edge", "Edge inclusion filter", "all edges", "edge attributes", 400);
   addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 600, 80);
-  auto hidden = addSource(lib, box, "TIntegerSetDataSource", "hidden nodes", std::make_shared<TIntegerSetData>(), 300,
-                          80);
-  auto shown = addNamed(lib, box, "TSetSubtract", "shown nodes", 200, 100);
-  wire(box, nodeFilter, "output", shown, "in1");
-  wire(box, hidden, "out", shown, "in2");
-  auto pruned = addNamed(lib, box, "TTreePruner", "filtered hierarchy", 200, 120);
-  wire(box, port["full hierarchy"], "out", pruned, "hierarchy");
-  wire(box, shown, "out", pruned, "selection");
-  auto collapser = addNamed(lib, box, "TCollapseProcessor", "view collapser", 200, 140);
-  wire(box, port["full hierarchy"], "out", collapser, "full hierarchy");
-  wire(box, pruned, "hierarchy", collapser, "hierarchy");
-  wire(box, port["collapsed attr"], "out", collapser, "boolattribute");
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, nodeFilter, "output");
+  const TProcessorPtr& collapser = tree.collapser;
 
   // Its edges, folded onto what it shows, and their colours.
   auto edgeCollapser = addNamed(lib, box, "TEdgeCollapsedProcessor", "view edge collapser", 400, 140);
@@ -209,30 +242,82 @@ void buildHebView(TFlowManager& lib) {
   wire(box, edgeColors, "output", heb, "edge colors");
   wire(box, port["edges"], "out", heb, "edge data");
 
-  // The commands of its menus and keys. Folding works on the selection, or
-  // on the node under the mouse while nothing is selected.
-  auto active = addNamed(lib, box, "TSetOr", "active nodes", 100, 220);
-  wire(box, port["node primary selection"], "out", active, "in1");
-  wire(box, port["brushed nodes"], "out", active, "in2");
-  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 0, 220);
-  auto hierarchyActions = addNamed(lib, box, "THierarchyActions", "hierarchy actions", 100, 240);
-  wire(box, active, "out", hierarchyActions, "active nodes");
-  wire(box, port["node primary selection"], "out", hierarchyActions, "node user selection");
-  wire(box, port["full hierarchy"], "out", hierarchyActions, "full hierarchy");
-  wire(box, pruned, "hierarchy", hierarchyActions, "filtered hierarchy");
-  wire(box, collapser, "collapsed hierarchy out", hierarchyActions, "collapsed hierarchy");
-  wire(box, port["collapsed attr"], "out", hierarchyActions, "collapsed attr");
-  wire(box, port["level attr"], "out", hierarchyActions, "level attr");
-  auto viewActions = addNamed(lib, box, "TNodeEdgeActionsForView", "n/e actions for view", 200, 240);
-  wire(box, port["node primary selection"], "out", viewActions, "node user selection");
-  wire(box, port["edge primary selection"], "out", viewActions, "edge user selection");
-  wire(box, port["edges"], "out", viewActions, "edge data");
-  wire(box, port["collapse stack"], "out", viewActions, "collapse stack");
-  auto merger = addNamed(lib, box, "TActionMerger", "view actions", 100, 260);
-  wire(box, canvasActions, "actions", merger, "in1");
-  wire(box, hierarchyActions, "actions", merger, "in2");
-  wire(box, viewActions, "actions", merger, "in3");
+  // The commands of its menus and keys.
+  auto merger = addNodeViewActions(lib, box, port, tree);
   wire(box, merger, "out", heb, "actions");
+  wire(box, merger, "out", window, "actions");
+}
+
+// BTreemapView: the hierarchy as nested tiles. Folders are the groups with
+// the large labels, files the groups with the thin borders; what lies
+// within a file is flattened into tiles. Every leaf has the same area until
+// an area attribute is picked.
+void buildTreemapView(TFlowManager& lib) {
+  auto box = makeBox("BTreemapView");
+  lib.addBox(box);
+  auto port = addPorts(lib, box,
+                       {"gui title", "full hierarchy", "level attr", "collapsed attr", "collapse stack", "colormaps",
+                        "all nodes", "node attributes", "node attributes ordnorm", "edges", "brushed nodes",
+                        "node primary selection", "node secondary selection", "edge primary selection"});
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, port["all nodes"], "out");
+
+  auto groups = [&](const char* name, const char* type, float gx) {
+    auto value = addSource(lib, box, "TPythonDataSource", std::string(name) + " filter",
+                           scriptValue(("{'attributes': {'type': {'checked': True, 'values': {'" + std::string(type) +
+                                        "': True}}}, 'pass': 2, 'key_op': 'and'}")
+                                           .c_str()),
+                           gx, 160);
+    auto settings = addSource(lib, box, "TPythonDataSource", std::string(name) + " settings",
+                              scriptValue("{'filterdefault': 1}"), gx + 50, 160);
+    auto selector = addNamed(lib, box, "TSelector1", name, gx, 180);
+    wire(box, port["all nodes"], "out", selector, "selection");
+    wire(box, port["node attributes"], "out", selector, "attributes");
+    wire(box, value, "out", selector, "filter");
+    wire(box, settings, "out", selector, "settings");
+    return selector;
+  };
+  auto folders = groups("folder groups", "folder", 400);
+  auto files = groups("file groups", "file", 500);
+  auto border = addSource(lib, box, "TIntegerSetDataSource", "low level border", std::make_shared<TIntegerSetData>(),
+                          600, 160);
+
+  auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
+                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 200); };
+  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
+  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 180);
+  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 200);
+  auto areaKey = addSource(lib, box, "TStringDataSource", "node area attr source", nullptr, 500, 200);
+  auto orderKey = addSource(lib, box, "TStringDataSource", "node order attr source", nullptr, 600, 200);
+  auto text = picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200);
+  auto color = picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300);
+  auto colorOrd =
+      picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400);
+  auto colormap = picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500);
+  auto area = picker("node area attr picker", port["node attributes ordnorm"], areaKey, "{'allownone': True}", 600);
+  auto order = picker("node order attr picker", port["node attributes ordnorm"], orderKey, "{'allownone': True}", 700);
+
+  auto treemap = addNamed(lib, box, "TTreemapProcessor", "treemap vis", 0, 280);
+  wire(box, window, "out", treemap, "gui parent");
+  wire(box, text, "out", treemap, "node text attr");
+  wire(box, color, "out", treemap, "node color attr");
+  wire(box, colorOrd, "out", treemap, "node color attr ordnorm");
+  wire(box, colormap, "out", treemap, "node colormap");
+  wire(box, area, "out", treemap, "node area attr ordnorm");
+  wire(box, order, "out", treemap, "node order attr ordnorm");
+  wire(box, folders, "output", treemap, "flatten");
+  wire(box, files, "output", treemap, "flatten2");
+  wire(box, border, "out", treemap, "low level border");
+  wire(box, port["full hierarchy"], "out", treemap, "hierarchy");
+  wire(box, tree.collapser, "collapsed hierarchy out", treemap, "hierarchy collapsed");
+  wire(box, tree.collapser, "agglft out", treemap, "agglft");
+  wire(box, port["level attr"], "out", treemap, "level");
+  wire(box, port["collapsed attr"], "out", treemap, "collapsed");
+  for (const char* name : {"brushed nodes", "node primary selection", "node secondary selection"})
+    wire(box, port[name], "out", treemap, name);
+  auto merger = addNodeViewActions(lib, box, port, tree);
+  wire(box, merger, "out", treemap, "actions");
   wire(box, merger, "out", window, "actions");
 }
 
@@ -247,6 +332,8 @@ void registerViewCores() {
   TLibraryRegistry::instance().add("BListView", buildListView);
   registerHebCore();
   TLibraryRegistry::instance().add("BHebView", buildHebView);
+  registerTreemapCore();
+  TLibraryRegistry::instance().add("BTreemapView", buildTreemapView);
 }
 
 }  // namespace quorvel

@@ -189,11 +189,14 @@ void TVisualizerImplementationBase::renderNodeSet(const TIntegerSetData* set) {
     if (!found) continue;
     outlines.emplace(agg, agg != lft);
   }
-  for (const auto& [agg, hidden] : outlines) {
-    auto it = m_NodeMap.find(agg);
-    if (it == m_NodeMap.end()) continue;
-    renderNodeOutline(it->second.current, (static_cast<float>(hidden) + 0.1f) * 15.0f);
-  }
+  for (const auto& [agg, hidden] : outlines)
+    if (const TNodeVisual* visual = visualOfLft(agg))
+      renderNodeOutline(*visual, (static_cast<float>(hidden) + 0.1f) * 15.0f);
+}
+
+const TNodeVisual* TVisualizerImplementationBase::visualOfLft(uint32_t lft) {
+  auto it = m_NodeMap.find(lft);
+  return it == m_NodeMap.end() ? nullptr : &it->second.current;
 }
 
 void TVisualizerImplementationBase::renderNodeLabel(const TVisualNode& node, const TNodeVisual& visual, float scale) {

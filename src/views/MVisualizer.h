@@ -139,6 +139,8 @@ class TVisualizerImplementationBase {
   void renderNodeOutline(const TNodeVisual& visual, float inset);
   void renderNodeLabel(const TVisualNode& node, const TNodeVisual& visual, float scale);
   void renderNodeSet(const TIntegerSetData* set);
+  // The current visual of the shown node of that lft, or null.
+  virtual const TNodeVisual* visualOfLft(uint32_t lft);
 
  private:
   // Strips and the pixel sizes of a cell; false when it has no area.

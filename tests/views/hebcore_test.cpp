@@ -8,6 +8,7 @@
 
 #include "engine/MFlowManager.h"
 #include "render/MCushions.h"
+#include "support/RecordingSink.h"
 #include "support/TestData.h"
 #include "support/TestHelpers.h"
 #include "views/MHebCore.h"
@@ -16,40 +17,6 @@ using namespace quorvel;
 using namespace quorvel::test;
 
 namespace {
-
-// Records what a view draws.
-struct TRecordingSink : TDrawSink {
-  struct Primitive {
-    TDrawSink::Primitive kind;
-    std::vector<TVector2> vertices;
-    std::vector<TVector2> texcoords;
-    std::vector<unsigned> names;
-    std::vector<TVector4> colors;
-  };
-  TVector4 current;
-  std::vector<Primitive> prims;
-  std::vector<unsigned> names;
-  void begin(TDrawSink::Primitive p) override { prims.push_back({p, {}, {}, names}); }
-  void end() override {}
-  void vertex(float x, float y) override {
-    prims.back().vertices.emplace_back(x, y);
-    prims.back().colors.push_back(current);
-  }
-  void texCoord(float s, float t) override { prims.back().texcoords.emplace_back(s, t); }
-  void color(float r, float g, float b, float a) override { current = {r, g, b, a}; }
-  void color3(float r, float g, float b) override { current = {r, g, b, 1}; }
-  void pushName(unsigned n) override { names.push_back(n); }
-  void loadName(unsigned n) override { names.back() = n; }
-  void popName() override { names.pop_back(); }
-  void bindTexture(unsigned) override {}
-  void textureModulate() override {}
-  void enable(State, bool) override {}
-  void blendFunc(BlendMode) override {}
-  void lineWidth(float) override {}
-  size_t count(TDrawSink::Primitive kind) const {
-    return static_cast<size_t>(std::count_if(prims.begin(), prims.end(), [&](auto& p) { return p.kind == kind; }));
-  }
-};
 
 // A hierarchy from (nid, lft, rgt) rows, shown unfolded.
 struct THeb {

@@ -1,0 +1,455 @@
+#include "MTreemapCore.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+#include "engine/MRegistry.h"
+
+namespace quorvel {
+
+void TTreemapProcessorCpp::postCreate() {
+  TVisualizerProcessorBase::postCreate();
+  m_NodeAreaAttrOrdnorm = addInputPin<TFloatAttributeData>("node area attr ordnorm");
+  m_NodeOrderAttrOrdnorm = addInputPin<TFloatAttributeData>("node order attr ordnorm");
+  m_Flatten = addInputPin<TIntegerSetData>("flatten");
+  m_Flatten2 = addInputPin<TIntegerSetData>("flatten2");
+  m_LowLevelBorder = addInputPin<TIntegerSetData>("low level border");
+}
+
+TTreemapProcessorImplementationCpp::TTreemapProcessorImplementationCpp(TTreemapProcessorCpp* processor,
+                                                                       std::shared_ptr<TLabelCache> renderer)
+    : TVisualizerImplementationBase(processor, std::move(renderer)) {
+  m_RotateLabels = false;
+}
+
+void TTreemapProcessorImplementationCpp::prepareRendering(int width, int height) {
+  TVisualizerImplementationBase::prepareRendering(width, height);
+  m_Converter = std::make_shared<TToOrthoScreenConverter>(static_cast<float>(width), static_cast<float>(height));
+}
+
+void TTreemapProcessorImplementationCpp::process() {
+  TTreemapProcessorCpp* p = treemap();
+  for (const TPinPtr& pin : {p->m_BrushedNodes, p->m_NodePrimarySelection, p->m_NodeSecondarySelection})
+    if (!pin->getData()) pin->setData(std::make_shared<TIntegerSetData>());
+  const TPinList tree{p->m_Hierarchy, p->m_AggLft, p->m_Flatten, p->m_Flatten2};
+  if (p->m_Hierarchy->getData() && p->m_AggLft->getData() && p->haveChanged(tree)) {
+    p->resetPins(tree);
+    m_MaxLevel = 0;
+    m_Nodes.clear();
+    createNodeObjects();
+    if (!hasRoot()) throw std::runtime_error("TTreeMapRenderer: there was an error while generating the nodes");
+    m_RedoLayout = true;
+  }
+  if (hasRoot() && m_RedoLayout) layout();
+  m_RedoLayout = false;
+}
+
+void TTreemapProcessorImplementationCpp::createNodeObjects() {
+  TTreemapProcessorCpp* p = treemap();
+  auto rows = dataAs<THierarchyData>(p->m_HierarchyCollapsed);
+  if (!rows) return p->setError("Missing input m_HierarchyCollapsedInput");
+  auto agglft = dataAs<TAggLftData>(p->m_AggLft);
+  if (!agglft) return p->setError("Missing input agglftinput");
+  auto collapsed = dataAs<TBoolAttributeData>(p->m_Collapsed);
+  if (!collapsed) return p->setError("Missing input collapsed");
+  auto flatten = dataAs<TIntegerSetData>(p->m_Flatten);
+  auto flatten2 = dataAs<TIntegerSetData>(p->m_Flatten2);
+  if (rows->m_Rows.empty()) return;
+
+  m_Nodes.resize(rows->m_Rows.size());
+  // The groups open at this row: only they take children, so the levels
+  // between two groups are flattened away.
+  std::vector<uint32_t> groups;
+  for (size_t i = 0; i < rows->m_Rows.size(); ++i) {
+    const THierarchyRow& row = rows->m_Rows[i];
+    TTreemapNode& n = m_Nodes[i];
+    n = TTreemapNode{};
+    n.nid = row.nid;
+    n.lft = row.lft;
+    n.rgt = row.rgt;
+    if (i == 0) {
+      groups.push_back(0);
+      continue;
+    }
+    bool found = false;
+    agglft->getAggLftByLft(row.lft, found);
+    if (!found) throw std::runtime_error("createNodeObjects(): cannot do getAggLftByLft ");
+    n.collapsed = collapsed->getValueById(row.nid, found);
+    if (!found) throw std::runtime_error("collapsed value for this node not found");
+    while (groups.size() > 1 && !(m_Nodes[groups.back()].lft <= row.lft && m_Nodes[groups.back()].rgt >= row.rgt))
+      groups.pop_back();
+    TTreemapNode& top = m_Nodes[groups.back()];
+    ++top.childCount;
+    n.parent = groups.back();
+    n.level = static_cast<uint16_t>(std::min<uint32_t>(top.level + 1u, 65535u));
+    m_MaxLevel = std::max<uint32_t>(m_MaxLevel, n.level);
+    if ((flatten && flatten->contains(row.nid)) || (flatten2 && flatten2->contains(row.nid)))
+      groups.push_back(static_cast<uint32_t>(i));
+  }
+  // Children as ranges of one list, in row order.
+  uint32_t offset = 0;
+  for (TTreemapNode& n : m_Nodes) {
+    n.firstChild = offset;
+    offset += n.childCount;
+    n.childCount = 0;
+  }
+  m_Children.assign(offset, 0);
+  for (uint32_t i = 1; i < m_Nodes.size(); ++i) {
+    TTreemapNode& parent = m_Nodes[m_Nodes[i].parent];
+    m_Children[parent.firstChild + parent.childCount++] = i;
+  }
+}
+
+void TTreemapProcessorImplementationCpp::computeAreas() {
+  auto attr = dataAs<TFloatAttributeData>(treemap()->m_NodeAreaAttrOrdnorm);
+  const float maximum = attr ? attr->getMaximumValue() : 0;
+  // Children stand after their parents, so a backward pass sees every
+  // child before its parent.
+  for (size_t i = m_Nodes.size(); i-- > 0;) {
+    TTreemapNode& n = m_Nodes[i];
+    if (n.childCount == 0) {
+      if (!attr) {
+        n.area = 1;
+      } else {
+        bool found = false;
+        const float v = attr->getValueById(n.nid, found);
+        const double a = found && maximum > 0 ? std::floor(100.0 / maximum * v) : 0.0;
+        n.area = a > 0 ? static_cast<uint32_t>(std::min(a, 4e9)) : 0;
+      }
+      continue;
+    }
+    uint64_t sum = 0;
+    for (uint32_t c = 0; c < n.childCount; ++c) sum += m_Nodes[m_Children[n.firstChild + c]].area;
+    n.area = static_cast<uint32_t>(std::min<uint64_t>(sum, 0xffffffffu));
+  }
+}
+
+void TTreemapProcessorImplementationCpp::sortChildren() {
+  auto order = dataAs<TFloatAttributeData>(treemap()->m_NodeOrderAttrOrdnorm);
+  std::vector<float> key;
+  std::vector<bool> hasKey;
+  if (order) {
+    key.resize(m_Nodes.size());
+    hasKey.resize(m_Nodes.size());
+    for (size_t i = 0; i < m_Nodes.size(); ++i) {
+      bool found = false;
+      key[i] = order->getValueById(m_Nodes[i].nid, found);
+      hasKey[i] = found;
+    }
+  }
+  auto before = [&](uint32_t a, uint32_t b) {
+    if (!order) return m_Nodes[a].area > m_Nodes[b].area;
+    if (hasKey[a] != hasKey[b]) return !hasKey[a];
+    return hasKey[a] && key[a] < key[b];
+  };
+  m_Shown.clear();
+  m_Shown.reserve(m_Nodes.size());
+  for (TTreemapNode& n : m_Nodes) {
+    n.firstShown = static_cast<uint32_t>(m_Shown.size());
+    n.innerCount = 0;
+    for (uint32_t c = 0; c < n.childCount; ++c) {
+      const uint32_t child = m_Children[n.firstChild + c];
+      if (m_Nodes[child].area == 0) continue;
+      m_Shown.push_back(child);
+    }
+    n.shownCount = static_cast<uint32_t>(m_Shown.size()) - n.firstShown;
+  }
+  // A shown child is a group of tiles (inner) when it shows children of its
+  // own; groups come first, each part sorted.
+  for (TTreemapNode& n : m_Nodes) {
+    auto begin = m_Shown.begin() + n.firstShown, end = begin + n.shownCount;
+    auto split = std::stable_partition(begin, end, [&](uint32_t c) { return m_Nodes[c].shownCount > 0; });
+    n.innerCount = static_cast<uint32_t>(split - begin);
+    std::sort(begin, split, before);
+    std::sort(split, end, before);
+  }
+}
+
+void TTreemapProcessorImplementationCpp::layout() {
+  const float w = m_Converter->width, h = m_Converter->height;
+  const float m = std::max(w, h);
+  if (!(m > 0)) return;
+  TTreemapNode& root = m_Nodes[0];
+  root.box = TLayoutBox{0, 0, w / m, h / m};
+  computeAreas();
+  sortChildren();
+  m_Pending.clear();
+  m_Pending.push_back({0, TTreemapRect{0, h / m, 0, w / m}});
+  while (!m_Pending.empty()) {
+    const TPending p = m_Pending.back();
+    m_Pending.pop_back();
+    layoutChildren(p.node, p.rect);
+  }
+  // Sizes in pixels, from the root through the shown children.
+  eachShown([&](uint32_t i) {
+    TTreemapNode& n = m_Nodes[i];
+    const float bw = m_Converter->getWidth(n.box), bh = m_Converter->getHeight(n.box);
+    n.toosmall = std::min(bw, bh) < m_SmallestSide;
+  });
+}
+
+void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemapRect r) {
+  const TTreemapNode& node = m_Nodes[index];
+  if (r.y1 <= r.y0 || node.area == 0) return;
+  auto axisOf = [](const TTreemapRect& q) { return q.length(0) < q.length(1) ? 1 : 0; };
+  int a = axisOf(r);
+  const float k = r.length(0) * r.length(1) / static_cast<float>(node.area);
+  float side = r.length(1 - a);
+  float lo = r.lo(a), hi = r.hi(a);
+  const size_t first = node.firstShown;
+  size_t rowStart = first, rowCount = 0;
+  double rowArea = 0;
+  double best = 1e10;
+  auto thickness = [&](double area) { return static_cast<float>(area * k / side); };
+  for (size_t j = first; j < first + node.shownCount && side > 0; ++j) {
+    const double A = m_Nodes[m_Shown[j]].area;
+    rowArea += A;
+    if (!(rowArea > 0)) {
+      ++rowCount;
+      continue;
+    }
+    const double L = rowArea * k / side;
+    double worst = 0;
+    for (size_t i = rowStart; i <= j; ++i) {
+      const double u = m_Nodes[m_Shown[i]].area * static_cast<double>(k);
+      worst = std::max({worst, u / (L * L), (L * L) / u});
+    }
+    if (worst <= best) {
+      best = worst;
+      ++rowCount;
+      continue;
+    }
+    // The row without this item is closed into a strip.
+    const float Lc = thickness(rowArea - A);
+    TTreemapRect strip = r;
+    if (a == 1) {
+      strip.x1 = std::min(lo + Lc, hi);
+      layoutRow(strip, index, rowStart, rowCount, a, k);
+      r.x0 = strip.x1;
+    } else {
+      strip.y0 = std::max(hi - Lc, lo);
+      layoutRow(strip, index, rowStart, rowCount, a, k);
+      r.y1 = strip.y0;
+    }
+    a = axisOf(r);
+    side = r.length(1 - a);
+    lo = r.lo(a);
+    hi = r.hi(a);
+    rowStart = j;
+    rowCount = 1;
+    rowArea = A;
+    best = 1e10;
+  }
+  if (side > 0 && rowCount > 0) layoutRow(r, index, rowStart, rowCount, a, k);
+}
+
+void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, uint32_t index, size_t first,
+                                                    size_t count, int a, float k) {
+  const int b = strip.length(0) < strip.length(1) ? 1 : 0;
+  const float across = strip.length(1 - b);
+  if (!(across > 0) || count == 0) return;
+  const TTreemapNode& node = m_Nodes[index];
+  const size_t innerEnd = node.firstShown + node.innerCount;
+  // Groups first, then tiles; along y each part in reverse.
+  const size_t innerFirst = first, innerLast = std::min(first + count, std::max(first, innerEnd));
+  std::vector<uint32_t>& order = m_RowScratch;
+  order.clear();
+  if (a == 1) {
+    for (size_t j = first; j < first + count; ++j) order.push_back(m_Shown[j]);
+  } else {
+    for (size_t j = innerLast; j-- > innerFirst;) order.push_back(m_Shown[j]);
+    for (size_t j = first + count; j-- > innerLast;) order.push_back(m_Shown[j]);
+  }
+  float pos = strip.lo(b);
+  for (size_t i = 0; i < order.size(); ++i) {
+    TTreemapNode& n = m_Nodes[order[i]];
+    const float end = i + 1 == order.size() ? strip.hi(b) : pos + static_cast<float>(n.area) * k / across;
+    TTreemapRect box = strip;
+    if (b == 1) {
+      box.x0 = pos;
+      box.x1 = end;
+    } else {
+      box.y0 = pos;
+      box.y1 = end;
+    }
+    n.box = TLayoutBox{box.x0, box.y0, box.x1, box.y1};
+    if (n.shownCount > 0) m_Pending.push_back({order[i], box});
+    pos = end;
+  }
+}
+
+template <class F>
+void TTreemapProcessorImplementationCpp::eachShown(F f) const {
+  if (!hasRoot()) return;
+  std::vector<uint32_t> queue{0};
+  for (size_t head = 0; head < queue.size(); ++head) {
+    const uint32_t i = queue[head];
+    f(i);
+    for (uint32_t c : shown(m_Nodes[i])) queue.push_back(c);
+  }
+}
+
+const TTreemapNode* TTreemapProcessorImplementationCpp::findByLft(uint32_t lft) const {
+  auto it = std::lower_bound(m_Nodes.begin(), m_Nodes.end(), lft,
+                             [](const TTreemapNode& n, uint32_t v) { return n.lft < v; });
+  return it != m_Nodes.end() && it->lft == lft ? &*it : nullptr;
+}
+
+const TNodeVisual* TTreemapProcessorImplementationCpp::visualOfLft(uint32_t lft) {
+  const TTreemapNode* n = findByLft(lft);
+  return n ? &visualOf(*n) : nullptr;
+}
+
+const TNodeVisual& TTreemapProcessorImplementationCpp::visualOf(const TTreemapNode& n) {
+  m_Scratch.box = n.box;
+  m_Scratch.anchor = {(n.box.x0 + n.box.x1) * 0.5f, (n.box.y0 + n.box.y1) * 0.5f};
+  m_Scratch.width = m_Converter ? m_Converter->getWidth(n.box) : 0;
+  m_Scratch.height = m_Converter ? m_Converter->getHeight(n.box) : 0;
+  m_Scratch.segments = 2;
+  m_Scratch.visible = true;
+  return m_Scratch;
+}
+
+TVisualNode TTreemapProcessorImplementationCpp::recordOf(const TTreemapNode& n) {
+  TVisualNode v;
+  v.nid = n.nid;
+  v.lft = n.lft;
+  v.rgt = n.rgt;
+  v.level = n.level;
+  v.collapsed = n.collapsed;
+  v.toosmall = n.toosmall;
+  v.current = visualOf(n);
+  return v;
+}
+
+std::vector<uint32_t> TTreemapProcessorImplementationCpp::highestIn(const TIntegerSetData* set) const {
+  std::vector<uint32_t> found;
+  if (!set || !hasRoot()) return found;
+  std::vector<uint32_t> queue{0};
+  for (size_t head = 0; head < queue.size(); ++head) {
+    const uint32_t i = queue[head];
+    if (set->contains(m_Nodes[i].nid)) {
+      found.push_back(i);
+      continue;
+    }
+    for (uint32_t c : shown(m_Nodes[i])) queue.push_back(c);
+  }
+  return found;
+}
+
+void TTreemapProcessorImplementationCpp::renderNodes() {
+  if (!hasRoot()) return;
+  TDrawSink& gl = *m_Sink;
+  // Layers lie on each other at one depth.
+  gl.enable(TDrawSink::DepthTest, false);
+  gl.enable(TDrawSink::Blend, false);
+  gl.color(0, 0, 0, 1);
+  renderNodeCell(visualOf(m_Nodes[0]));
+  if (!m_Picking) {
+    gl.enable(TDrawSink::Texture2D, true);
+    gl.enable(TDrawSink::Blend, true);
+    gl.blendFunc(TDrawSink::OneOne);
+    gl.bindTexture(m_Renderer ? m_Renderer->cushionTexture() : 0);
+    gl.textureModulate();
+  }
+  // One cushion layer per level; a tile without children counts as many
+  // layers as one on the deepest level.
+  gl.pushName(kPickNode);
+  gl.pushName(0);
+  const float g = 0.7f / static_cast<float>(std::max<uint32_t>(m_MaxLevel, 1)) + 0.3f;
+  gl.color(g, g, g, 1);
+  eachShown([&](uint32_t i) {
+    const TTreemapNode& n = m_Nodes[i];
+    const uint32_t last = n.shownCount > 0 ? n.level : std::max<uint32_t>(m_MaxLevel, n.level);
+    const TNodeVisual& v = visualOf(n);
+    for (uint32_t l = n.level; l <= last; ++l) {
+      gl.loadName(l);
+      gl.pushName(n.nid);
+      renderNodeCell(v);
+      gl.popName();
+    }
+  });
+  gl.popName();
+  gl.popName();
+  if (!m_Picking) {
+    // The colours multiply what the cushions left.
+    gl.pushName(kPickNode);
+    gl.pushName(0);
+    gl.blendFunc(TDrawSink::ZeroSrcColor);
+    TVector4 color(0, 0, 0, 1);
+    eachShown([&](uint32_t i) {
+      const TTreemapNode& n = m_Nodes[i];
+      if (n.shownCount > 0) return;
+      const TVisualNode record = recordOf(n);
+      getNodeColor(record, color);
+      gl.color(color.x, color.y, color.z, color.w);
+      renderNodeCell(record.current);
+    });
+    gl.popName();
+    gl.popName();
+  }
+  gl.enable(TDrawSink::Texture2D, false);
+  gl.enable(TDrawSink::Blend, false);
+  if (m_Picking) return;
+
+  TTreemapProcessorCpp* p = treemap();
+  const std::vector<uint32_t> g1 = highestIn(dataAs<TIntegerSetData>(p->m_Flatten).get());
+  const std::vector<uint32_t> g2 = highestIn(dataAs<TIntegerSetData>(p->m_Flatten2).get());
+  gl.lineWidth(1);
+  gl.enable(TDrawSink::Blend, true);
+  gl.blendFunc(TDrawSink::SrcAlphaOneMinusSrcAlpha);
+  gl.enable(TDrawSink::LineSmooth, true);
+  gl.color(1, 1, 0, 1);
+  for (uint32_t i : g2) renderNodeOutline(visualOf(m_Nodes[i]), 0);
+  gl.lineWidth(2);
+  gl.color(0.9f, 0.9f, 0.9f, 1);
+  for (uint32_t i : g1) renderNodeOutline(visualOf(m_Nodes[i]), 0);
+  gl.lineWidth(1);
+  gl.enable(TDrawSink::LineSmooth, false);
+  if (m_TextAttribute) {
+    gl.enable(TDrawSink::Texture2D, true);
+    gl.color(0, 0, 0, 1);
+    for (uint32_t i : g2) {
+      const TVisualNode record = recordOf(m_Nodes[i]);
+      renderNodeLabel(record, record.current, 1.0f);
+    }
+    // The large labels of the groups over their shadows.
+    gl.color(0, 0, 0, 0.2f);
+    m_LabelOffsetX = m_LabelOffsetY = 2;
+    for (uint32_t i : g1) {
+      const TVisualNode record = recordOf(m_Nodes[i]);
+      renderNodeLabel(record, record.current, 2.0f);
+    }
+    m_LabelOffsetX = m_LabelOffsetY = 0;
+    gl.color(1, 1, 1, 1);
+    for (uint32_t i : g1) {
+      const TVisualNode record = recordOf(m_Nodes[i]);
+      renderNodeLabel(record, record.current, 2.0f);
+    }
+    gl.enable(TDrawSink::Texture2D, false);
+  }
+  gl.enable(TDrawSink::Blend, false);
+}
+
+void TTreemapProcessorImplementationCpp::renderSelection() {
+  TDrawSink& gl = *m_Sink;
+  TTreemapProcessorCpp* p = treemap();
+  gl.enable(TDrawSink::DepthTest, false);
+  gl.lineWidth(2);
+  gl.enable(TDrawSink::Blend, true);
+  gl.blendFunc(TDrawSink::SrcAlphaOneMinusSrcAlpha);
+  gl.enable(TDrawSink::LineSmooth, true);
+  gl.color(0.2f, 0.2f, 0.8f, 1);
+  renderNodeSet(dataAs<TIntegerSetData>(p->m_NodeSecondarySelection).get());
+  gl.color(0, 0, 0, 1);
+  renderNodeSet(dataAs<TIntegerSetData>(p->m_NodePrimarySelection).get());
+  auto brushed = dataAs<TIntegerSetData>(p->m_BrushedNodes);
+  if (brushed && brushed->getCount() > 0) renderNodeSet(brushed.get());
+  gl.enable(TDrawSink::Blend, false);
+  gl.enable(TDrawSink::LineSmooth, false);
+}
+
+void registerTreemapCore() { TProcessorRegistry::instance().add<TTreemapProcessorCpp>(); }
+
+}  // namespace quorvel

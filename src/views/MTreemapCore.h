@@ -1,0 +1,100 @@
+// The treemap without a window: its pins, the groups of the hierarchy, the
+// squarified layout into nested rectangles, and its drawing through a draw
+// sink.
+#pragma once
+
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "views/MVisualizer.h"
+
+namespace quorvel {
+
+class TTreemapProcessorImplementationCpp;
+
+class TTreemapProcessorCpp : public TVisualizerProcessorBase {
+ public:
+  QV_CLASS_NAME(TTreemapProcessorCpp)
+  TPinPtr m_NodeAreaAttrOrdnorm, m_NodeOrderAttrOrdnorm, m_Flatten, m_Flatten2, m_LowLevelBorder;
+  std::shared_ptr<TTreemapProcessorImplementationCpp> m_Implementation;
+  void postCreate() override;
+  std::string getTypeName() override { return "treemap vis"; }
+};
+
+// One tile. Children are a range of the child list; the shown children (of
+// area above 0) a range of the shown list, the groups among them first.
+struct TTreemapNode {
+  static constexpr uint32_t kNone = std::numeric_limits<uint32_t>::max();
+  uint32_t nid = 0;
+  uint32_t lft = 0, rgt = 0;
+  uint32_t parent = kNone;
+  uint32_t area = 0;
+  uint32_t firstChild = 0, childCount = 0;
+  uint32_t firstShown = 0, shownCount = 0, innerCount = 0;
+  uint16_t level = 0;
+  bool collapsed = false;
+  bool toosmall = false;
+  TLayoutBox box;
+};
+
+// A rectangle as two ranges, so that an axis can be addressed by number:
+// axis 0 is y, axis 1 is x.
+struct TTreemapRect {
+  float y0 = 0, y1 = 0, x0 = 0, x1 = 0;
+  float lo(int axis) const { return axis == 0 ? y0 : x0; }
+  float hi(int axis) const { return axis == 0 ? y1 : x1; }
+  float length(int axis) const { return hi(axis) - lo(axis); }
+};
+
+class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase {
+ public:
+  TTreemapProcessorImplementationCpp(TTreemapProcessorCpp* processor, std::shared_ptr<TLabelCache> renderer);
+
+  bool m_RedoLayout = false;
+  uint32_t m_MaxLevel = 0;
+  float m_SmallestSide = 2;
+  // The tiles in the order of the rows of `hierarchy collapsed`; the first
+  // is the root.
+  std::vector<TTreemapNode> m_Nodes;
+  std::vector<uint32_t> m_Children;
+  std::vector<uint32_t> m_Shown;
+
+  bool hasRoot() const { return !m_Nodes.empty(); }
+  void prepareRendering(int width, int height) override;
+  void process();
+  void createNodeObjects();
+  void layout();
+  void computeAreas();
+  void sortChildren();
+  void layoutChildren(uint32_t node, TTreemapRect rect);
+  void layoutRow(const TTreemapRect& strip, uint32_t node, size_t first, size_t count, int a, float k);
+  void renderNodes();
+  void renderSelection();
+
+  // The tile of an lft, or null.
+  const TTreemapNode* findByLft(uint32_t lft) const;
+  std::span<const uint32_t> shown(const TTreemapNode& n) const { return {m_Shown.data() + n.firstShown, n.shownCount}; }
+  const TNodeVisual* visualOfLft(uint32_t lft) override;
+
+ private:
+  struct TPending {
+    uint32_t node;
+    TTreemapRect rect;
+  };
+  std::vector<TPending> m_Pending;
+  std::vector<uint32_t> m_RowScratch;
+  TNodeVisual m_Scratch;
+  TTreemapProcessorCpp* treemap() const { return static_cast<TTreemapProcessorCpp*>(m_Processor); }
+  const TNodeVisual& visualOf(const TTreemapNode& n);
+  TVisualNode recordOf(const TTreemapNode& n);
+  // Breadth first from the root through the shown children.
+  template <class F>
+  void eachShown(F f) const;
+  // The highest tiles whose nid is in the set.
+  std::vector<uint32_t> highestIn(const TIntegerSetData* set) const;
+};
+
+void registerTreemapCore();
+
+}  // namespace quorvel
