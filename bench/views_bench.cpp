@@ -15,6 +15,7 @@
 #include "engine/MFlowManager.h"
 #include "support/SyntheticData.h"
 #include "views/MHebCore.h"
+#include "views/MTreemapCore.h"
 
 using namespace quorvel;
 
@@ -220,5 +221,58 @@ void BM_HebEdges(benchmark::State& state) {
   state.counters["nodes"] = static_cast<double>(d.hierarchy->getRowCount());
 }
 BENCHMARK(BM_HebEdges)->Arg(5000)->Unit(benchmark::kMillisecond);
+
+// The treemap of the whole synthetic tree, every node a group and every
+// leaf of area 1, on a canvas of 1024 x 768: the tiles made and laid out,
+// as a change of the tree makes them. Writes the tree for the peer
+// (peer-treemap-N/).
+void BM_TreemapLayout(benchmark::State& state) {
+  const uint32_t nodes = static_cast<uint32_t>(state.range(0));
+  static std::map<uint32_t, bench::TLoadedDataset> cache;
+  if (!cache.count(nodes)) cache[nodes] = bench::loadSyntheticDataset(nodes, nodes * 3);
+  const auto& d = cache[nodes];
+  const std::string dir = "peer-treemap-" + std::to_string(nodes);
+  if (!std::filesystem::exists(dir + "/nodes.csv")) {
+    std::filesystem::create_directories(dir);
+    std::ofstream out(dir + "/nodes.csv");
+    std::vector<const THierarchyRow*> stack;
+    for (const auto& r : d.hierarchy->m_Rows) {
+      while (!stack.empty() && !(stack.back()->lft < r.lft && stack.back()->rgt > r.rgt)) stack.pop_back();
+      out << r.nid << ",";
+      if (!stack.empty()) out << stack.back()->nid;
+      out << ",1\n";
+      stack.push_back(&r);
+    }
+    std::ofstream(dir + "/edges.csv") << "";
+  }
+  auto fm = makeFlowManager(false);
+  auto proc = fm->constructProcessor<TTreemapProcessorCpp>();
+  TTreemapProcessorImplementationCpp impl(proc.get(), std::make_shared<TLabelCache>());
+  auto collapsed = std::make_shared<TBoolAttributeData>("collapsed");
+  auto agglft = std::make_shared<TAggLftData>();
+  for (const auto& r : d.hierarchy->m_Rows) {
+    collapsed->addRow(r.nid, false);
+    agglft->addRow(r.lft, r.lft);
+  }
+  auto all = std::make_shared<TIntegerSetData>();
+  all->m_ContainsAll = true;
+  proc->m_Hierarchy->setData(d.hierarchy);
+  proc->m_HierarchyCollapsed->setData(d.hierarchy);
+  proc->m_AggLft->setData(agglft);
+  proc->m_Collapsed->setData(collapsed);
+  proc->m_Flatten->setData(all);
+  for (auto _ : state) {
+    proc->m_AggLft->m_DataHasChanged = true;
+    impl.prepareRendering(1024, 768);
+    impl.process();
+    proc->m_PinsToReset.clear();
+  }
+  const double bytes = static_cast<double>(impl.m_Nodes.capacity() * sizeof(TTreemapNode) +
+                                           impl.m_Children.capacity() * sizeof(uint32_t) +
+                                           impl.m_Shown.capacity() * sizeof(uint32_t));
+  state.counters["nodes"] = static_cast<double>(impl.m_Nodes.size());
+  state.counters["bytes/node"] = bytes / static_cast<double>(impl.m_Nodes.size());
+}
+BENCHMARK(BM_TreemapLayout)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 }  // namespace

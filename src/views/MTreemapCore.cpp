@@ -61,6 +61,17 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
   // The groups open at this row: only they take children, so the levels
   // between two groups are flattened away.
   std::vector<uint32_t> groups;
+  // Both tables usually stand in ascending lft: a cursor finds each row's
+  // entry, and the index answers only where it does not.
+  const auto& entries = agglft->m_Rows;
+  size_t cursor = 0;
+  auto folded = [&](uint32_t lft) {
+    while (cursor < entries.size() && entries[cursor].first < lft) ++cursor;
+    if (cursor < entries.size() && entries[cursor].first == lft) return true;
+    bool found = false;
+    agglft->getAggLftByLft(lft, found);
+    return found;
+  };
   for (size_t i = 0; i < rows->m_Rows.size(); ++i) {
     const THierarchyRow& row = rows->m_Rows[i];
     TTreemapNode& n = m_Nodes[i];
@@ -72,9 +83,8 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
       groups.push_back(0);
       continue;
     }
+    if (!folded(row.lft)) throw std::runtime_error("createNodeObjects(): cannot do getAggLftByLft ");
     bool found = false;
-    agglft->getAggLftByLft(row.lft, found);
-    if (!found) throw std::runtime_error("createNodeObjects(): cannot do getAggLftByLft ");
     n.collapsed = collapsed->getValueById(row.nid, found);
     if (!found) throw std::runtime_error("collapsed value for this node not found");
     while (groups.size() > 1 && !(m_Nodes[groups.back()].lft <= row.lft && m_Nodes[groups.back()].rgt >= row.rgt))
@@ -181,12 +191,13 @@ void TTreemapProcessorImplementationCpp::layout() {
     m_Pending.pop_back();
     layoutChildren(p.node, p.rect);
   }
-  // Sizes in pixels, from the root through the shown children.
-  eachShown([&](uint32_t i) {
+  // Sizes in pixels: the unit is the longer side. Every shown tile has
+  // been placed; the others keep their flag.
+  for (const uint32_t i : m_Shown) {
     TTreemapNode& n = m_Nodes[i];
-    const float bw = m_Converter->getWidth(n.box), bh = m_Converter->getHeight(n.box);
-    n.toosmall = std::min(bw, bh) < m_SmallestSide;
-  });
+    n.toosmall = std::min(n.box.x1 - n.box.x0, n.box.y1 - n.box.y0) * m < m_SmallestSide;
+  }
+  m_Nodes[0].toosmall = std::min(w, h) < m_SmallestSide;
 }
 
 void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemapRect r) {
