@@ -19,6 +19,7 @@
 #include "support/SyntheticData.h"
 #include "views/MHebProcessor.h"
 #include "views/MListControlViewProcessor.h"
+#include "views/MTreemapProcessor.h"
 
 using namespace quorvel;
 namespace fs = std::filesystem;
@@ -253,8 +254,145 @@ void BM_HebPick(benchmark::State& state) {
   state.counters["hits"] = static_cast<double>(hits);
 }
 
+// The treemap of the same dataset: every node a tile.
+struct TreemapSession {
+  TMainFrame* frame = nullptr;
+  TTreemapProcessorImplementation* impl = nullptr;
+  TreemapSession() {
+    frame = new TMainFrame();
+    frame->SetClientSize(1000, 700);
+    publishGuiObjects();
+    frame->Load(fs::absolute(bench::syntheticDataset(20000, 60000)).string());
+    me.appendCommand("openView('treemap')");
+    me.appendCommand("expandAll()");
+    for (int i = 0; i < 100000; ++i) {
+      frame->idleStep();
+      wxYield();
+      const bool queued = pybind11::len(pybind11::reinterpret_borrow<pybind11::list>(me.getCommandQueue().get())) > 0;
+      if (!queued && i > 10) break;
+    }
+    auto treemap = me.flowlayout->getBoxByType("BTreemapView")->getProcessorByType<TTreemapProcessor>();
+    impl = treemap ? treemap->implementation() : nullptr;
+    if (impl) impl->canvas->paintNow(false);
+  }
+  ~TreemapSession() {
+    if (me.flowlayout) me.flowlayout->destroy();
+    frame->timer.Stop();
+    frame->Destroy();
+    wxYield();
+  }
+  std::string list(bool picking) const { return impl->listPrefix() + "_nodes_" + (picking ? "True" : "False"); }
+  // The floor: a list of as many quads, on the tiles' own boxes, with the
+  // same calls around each: a name for a pick, the cushion texture added
+  // up for a paint.
+  GLuint quadList(size_t& quads, bool picking) const {
+    const wxSize c = impl->canvas->GetClientSize();
+    const float m = static_cast<float>(std::max(c.GetWidth(), c.GetHeight()));
+    const GLuint list = glGenLists(1);
+    glNewList(list, GL_COMPILE);
+    if (!picking) {
+      glEnable(GL_TEXTURE_2D);
+      glEnable(GL_BLEND);
+      glBlendFunc(GL_ONE, GL_ONE);
+      glBindTexture(GL_TEXTURE_2D, impl->renderer->cushionTexture());
+      glColor4f(0.5f, 0.5f, 0.5f, 1);
+    }
+    glPushName(1);
+    glPushName(0);
+    quads = 0;
+    for (const auto& n : impl->m_Nodes) {
+      if (n.area == 0) continue;
+      // A cell for each layer and one for its colour, as the view draws.
+      const uint32_t layers = n.shownCount > 0 ? 1 : impl->m_MaxLevel - n.level + 2;
+      for (uint32_t l = 0; l < layers; ++l, ++quads) {
+        glLoadName(l);
+        glPushName(n.nid);
+        glBegin(GL_QUADS);
+        glTexCoord2f(0, 0);
+        glVertex2f(n.box.x0 * m, n.box.y0 * m);
+        glTexCoord2f(1, 0);
+        glVertex2f(n.box.x1 * m, n.box.y0 * m);
+        glTexCoord2f(1, 1);
+        glVertex2f(n.box.x1 * m, n.box.y1 * m);
+        glTexCoord2f(0, 1);
+        glVertex2f(n.box.x0 * m, n.box.y1 * m);
+        glEnd();
+        glPopName();
+      }
+    }
+    glPopName();
+    glPopName();
+    glDisable(GL_TEXTURE_2D);
+    glDisable(GL_BLEND);
+    glEndList();
+    return list;
+  }
+};
+
+// A repaint of the unchanged treemap, against its tiles as a bare list of
+// quads.
+void BM_TreemapRepaint(benchmark::State& state) {
+  TreemapSession s;
+  if (!s.impl || !s.impl->renderer->displayList(s.list(false))) return state.SkipWithError("no treemap");
+  auto* canvas = s.impl->canvas.get();
+  const bool bare = state.range(0) != 0;
+  canvas->setCurrent();
+  size_t quads = 0;
+  const GLuint floor = s.quadList(quads, false);
+  for (auto _ : state) {
+    if (!bare) {
+      canvas->paintNow(false);
+    } else {
+      canvas->setCurrent();
+      glClearColor(1, 1, 1, 1);
+      glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+      canvas->OnSetMatrices();
+      glMatrixMode(GL_MODELVIEW);
+      glLoadIdentity();
+      glCallList(floor);
+      glFinish();
+    }
+  }
+  glDeleteLists(floor, 1);
+  state.counters["tiles"] = static_cast<double>(s.impl->m_Nodes.size());
+  state.counters["quads"] = static_cast<double>(quads);
+}
+
+// A pick at the mouse, against a selection pass over the bare quads.
+void BM_TreemapPick(benchmark::State& state) {
+  TreemapSession s;
+  if (!s.impl) return state.SkipWithError("no treemap");
+  auto* canvas = s.impl->canvas.get();
+  const wxSize c = canvas->GetClientSize();
+  const wxPoint at(c.GetWidth() / 3, c.GetHeight() / 2);
+  canvas->mousepos = at;
+  canvas->Pick();
+  canvas->setCurrent();
+  size_t quads = 0;
+  const GLuint floor = s.quadList(quads, true);
+  const bool bare = state.range(0) != 0;
+  size_t hits = 0;
+  for (auto _ : state) {
+    if (!bare) {
+      hits = canvas->Pick().size();
+    } else {
+      canvas->setCurrent();
+      s.impl->renderer->enterSelectMode(at.x, c.GetHeight() - at.y, 4, 4, false);
+      glOrtho(0, c.GetWidth(), 0, c.GetHeight(), -3, 3);
+      glMatrixMode(GL_MODELVIEW);
+      glLoadIdentity();
+      glCallList(floor);
+      hits = s.impl->renderer->exitSelectMode().size();
+    }
+  }
+  glDeleteLists(floor, 1);
+  state.counters["hits"] = static_cast<double>(hits);
+}
+
 }  // namespace
 
+BENCHMARK(BM_TreemapRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TreemapPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HebRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HebPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);

@@ -3,6 +3,7 @@
 // drawing sends.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 
 #include "engine/MFlowManager.h"
@@ -170,6 +171,35 @@ TEST(TreemapLayout, StripsStartLeftOnWideCanvasesAtTheTopOnTallOnesAndOrderPutsM
   ASSERT_EQ(nids.size(), 5u);
   EXPECT_TRUE((nids[0] == 1 || nids[0] == 5) && (nids[1] == 1 || nids[1] == 5));
   EXPECT_EQ(nids[4], 3u);
+}
+
+TEST(TreemapLayout, DegenerateCanvasesTreesAndValuesLayOutNothingWithoutFailing) {
+  for (const auto& [w, h] : std::vector<std::pair<int, int>>{{1, 1}, {500, 0}, {0, 0}}) {
+    TTreemap t(smallTree());
+    t.width = w;
+    t.height = h;
+    t.proc->m_Flatten->setData(everything());
+    t.run();
+    for (const auto& n : t.impl.m_Nodes) {
+      EXPECT_TRUE(std::isfinite(n.box.x0) && std::isfinite(n.box.x1) && std::isfinite(n.box.y0) &&
+                  std::isfinite(n.box.y1));
+      if (h == 0 && n.parent != TTreemapNode::kNone) EXPECT_EQ(boxArea(n.box), 0.0f) << "nothing placed";
+    }
+    t.impl.renderNodes();
+  }
+  // Only the root.
+  TTreemap alone(rows({{0, 1, 2}}));
+  alone.run();
+  EXPECT_EQ(alone.impl.m_Nodes.size(), 1u);
+  // Negative and zero values, and a group set of ids the tree has not.
+  TTreemap odd(smallTree());
+  odd.proc->m_Flatten->setData(ids({1, 77}));
+  odd.areas({{3, -5}, {4, 0}, {5, -1}, {2, -3}});
+  odd.run();
+  EXPECT_EQ(odd.impl.m_Nodes[0].area, 0u);
+  odd.sink.prims.clear();
+  odd.impl.renderNodes();
+  EXPECT_FALSE(odd.sink.prims.empty()) << "the ground";
 }
 
 TEST(TreemapLayout, FourEqualTilesInASquareAreSquares) {
