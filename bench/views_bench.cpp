@@ -21,6 +21,22 @@ using namespace quorvel;
 
 namespace {
 
+// A tree for the peer, as id, parent, size 1, beside an empty edge file
+// unless one is written later.
+void writePeerTree(const std::string& dir, const THierarchyData& tree) {
+  std::filesystem::create_directories(dir);
+  std::ofstream out(dir + "/nodes.csv");
+  std::vector<const THierarchyRow*> stack;
+  for (const auto& r : tree.m_Rows) {
+    while (!stack.empty() && !(stack.back()->lft < r.lft && stack.back()->rgt > r.rgt)) stack.pop_back();
+    out << r.nid << ",";
+    if (!stack.empty()) out << stack.back()->nid;
+    out << ",1\n";
+    stack.push_back(&r);
+  }
+  if (!std::filesystem::exists(dir + "/edges.csv")) std::ofstream(dir + "/edges.csv") << "";
+}
+
 struct TVisibleTree {
   std::shared_ptr<THierarchyData> full, visible;
   std::shared_ptr<TAggLftData> agglft;
@@ -73,19 +89,8 @@ const TVisibleTree& visibleTree(uint32_t nodes, size_t limit) {
   t.visible = c.hierarchy;
   t.agglft = c.agglft;
 
-  // The same tree for the peer: id, parent, size.
-  const std::string dir = "peer-" + std::to_string(nodes);
-  std::filesystem::create_directories(dir);
-  std::ofstream out(dir + "/nodes.csv");
-  std::vector<const THierarchyRow*> stack;
-  for (const auto& r : t.visible->m_Rows) {
-    while (!stack.empty() && !(stack.back()->lft < r.lft && stack.back()->rgt > r.rgt)) stack.pop_back();
-    out << r.nid << ",";
-    if (!stack.empty()) out << stack.back()->nid;
-    out << ",1\n";
-    stack.push_back(&r);
-  }
-  std::ofstream(dir + "/edges.csv") << "";
+  // The same tree for the peer.
+  writePeerTree("peer-" + std::to_string(nodes), *t.visible);
   return cache[nodes] = t;
 }
 
@@ -120,22 +125,10 @@ void BM_HebLayout(benchmark::State& state) {
 BENCHMARK(BM_HebLayout)->Arg(20000)->Arg(1000000)->Unit(benchmark::kMillisecond);
 
 // Counts what the edge drawing sends.
-struct TCountingSink : TDrawSink {
+struct TCountingSink : TNullDrawSink {
   size_t vertices = 0, strips = 0;
   void begin(Primitive) override { ++strips; }
-  void end() override {}
   void vertex(float, float) override { ++vertices; }
-  void texCoord(float, float) override {}
-  void color(float, float, float, float) override {}
-  void color3(float, float, float) override {}
-  void pushName(unsigned) override {}
-  void loadName(unsigned) override {}
-  void popName() override {}
-  void bindTexture(unsigned) override {}
-  void textureModulate() override {}
-  void enable(State, bool) override {}
-  void blendFunc(BlendMode) override {}
-  void lineWidth(float) override {}
 };
 
 // The system's C headers as the importer reads them, imported once beside
@@ -189,17 +182,7 @@ void BM_HebEdges(benchmark::State& state) {
     ++used;
   }
   for (const auto& r : edges->m_Records) colors->addRecord(r.smallerlft, r.largerlft, {1, 0, 0, 1}, {0, 0, 1, 1});
-  {
-    std::ofstream out("peer-headers/nodes.csv");
-    std::vector<const THierarchyRow*> stack;
-    for (const auto& r : d.hierarchy->m_Rows) {
-      while (!stack.empty() && !(stack.back()->lft < r.lft && stack.back()->rgt > r.rgt)) stack.pop_back();
-      out << r.nid << ",";
-      if (!stack.empty()) out << stack.back()->nid;
-      out << ",1\n";
-      stack.push_back(&r);
-    }
-  }
+  writePeerTree("peer-headers", *d.hierarchy);
   proc->m_Hierarchy->setData(d.hierarchy);
   proc->m_HierarchyCollapsed->setData(d.hierarchy);
   proc->m_Collapsed->setData(collapsed);
@@ -232,19 +215,7 @@ void BM_TreemapLayout(benchmark::State& state) {
   if (!cache.count(nodes)) cache[nodes] = bench::loadSyntheticDataset(nodes, nodes * 3);
   const auto& d = cache[nodes];
   const std::string dir = "peer-treemap-" + std::to_string(nodes);
-  if (!std::filesystem::exists(dir + "/nodes.csv")) {
-    std::filesystem::create_directories(dir);
-    std::ofstream out(dir + "/nodes.csv");
-    std::vector<const THierarchyRow*> stack;
-    for (const auto& r : d.hierarchy->m_Rows) {
-      while (!stack.empty() && !(stack.back()->lft < r.lft && stack.back()->rgt > r.rgt)) stack.pop_back();
-      out << r.nid << ",";
-      if (!stack.empty()) out << stack.back()->nid;
-      out << ",1\n";
-      stack.push_back(&r);
-    }
-    std::ofstream(dir + "/edges.csv") << "";
-  }
+  if (!std::filesystem::exists(dir + "/nodes.csv")) writePeerTree(dir, *d.hierarchy);
   auto fm = makeFlowManager(false);
   auto proc = fm->constructProcessor<TTreemapProcessorCpp>();
   TTreemapProcessorImplementationCpp impl(proc.get(), std::make_shared<TLabelCache>());

@@ -113,6 +113,13 @@ class TTypedAttributeBase : public TAttributeData {
   size_t getRowCount() const override { return m_Rows.size(); }
   uint32_t getIdByRow(size_t row) const override { return m_Rows[row].id; }
   bool hasValueById(uint32_t id) const override { return m_Index.contains(id); }
+  // The row of the id's value, or -1.
+  long getRowById(uint32_t id) const {
+    const uint32_t* row = m_Index.find(id);
+    return row ? static_cast<long>(*row) : -1;
+  }
+  // True when no id has a second row, so that a row holds its id's value.
+  bool idsUnique() const { return m_Index.size() == m_Rows.size(); }
   void sort(std::vector<uint32_t>& ids, bool ascending) const override;
   void stable_sort(std::vector<uint32_t>& ids, bool ascending) const override;
   std::string getTextValueById(uint32_t id, bool& found) const override;

@@ -29,4 +29,24 @@ class TDrawSink {
   virtual void lineWidth(float width) = 0;
 };
 
+// A sink that ignores everything; sinks that look at a few calls only
+// derive from it.
+class TNullDrawSink : public TDrawSink {
+ public:
+  void begin(Primitive) override {}
+  void end() override {}
+  void vertex(float, float) override {}
+  void texCoord(float, float) override {}
+  void color(float, float, float, float) override {}
+  void color3(float, float, float) override {}
+  void pushName(unsigned) override {}
+  void loadName(unsigned) override {}
+  void popName() override {}
+  void bindTexture(unsigned) override {}
+  void textureModulate() override {}
+  void enable(State, bool) override {}
+  void blendFunc(BlendMode) override {}
+  void lineWidth(float) override {}
+};
+
 }  // namespace quorvel

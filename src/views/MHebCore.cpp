@@ -341,21 +341,6 @@ void THebProcessorImplementationCpp::renderNodes() {
   }
 }
 
-void THebProcessorImplementationCpp::renderSelection() {
-  TDrawSink& gl = *m_Sink;
-  THebProcessorCpp* p = heb();
-  gl.enable(TDrawSink::DepthTest, false);
-  gl.lineWidth(2);
-  gl.enable(TDrawSink::Blend, true);
-  gl.blendFunc(TDrawSink::SrcAlphaOneMinusSrcAlpha);
-  gl.enable(TDrawSink::LineSmooth, true);
-  gl.color(0.2f, 0.2f, 0.8f, 1);
-  renderNodeSet(dataAs<TIntegerSetData>(p->m_NodeSecondarySelection).get());
-  gl.color(0, 0, 0, 1);
-  renderNodeSet(dataAs<TIntegerSetData>(p->m_NodePrimarySelection).get());
-  renderNodeSet(dataAs<TIntegerSetData>(p->m_BrushedNodes).get());
-  gl.enable(TDrawSink::Blend, false);
-}
 
 // ---------------------------------------------------------------------------
 // Edges

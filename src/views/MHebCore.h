@@ -80,7 +80,6 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   // Sets the current visuals t of the way; false once at the end.
   bool animate(float fraction);
   void renderNodes();
-  void renderSelection();
   // Both draw nothing while no level or no folded edges exist.
   void renderBackgroundEdges();
   void renderForegroundEdges();

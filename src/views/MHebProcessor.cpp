@@ -41,16 +41,7 @@ void THebProcessorImplementation::TCanvas::OnDraw() {
   glLoadIdentity();
   glPushMatrix();
   glDisable(GL_LIGHTING);
-  if (!picking && commonrenderer->isTextureGenerationNeeded()) {
-    me.startBusy("Generating textures...");
-    try {
-      commonrenderer->generateTextures();
-    } catch (const std::exception&) {
-      impl->m_Processor->setError("Too many textures");
-    }
-    me.stopBusy(" ");
-    impl->clearLists("_nodes");
-  }
+  if (generateLabelTextures()) impl->clearLists("_nodes");
   const wxSize client = GetClientSize();
   const float w = static_cast<float>(client.GetWidth()), h = static_cast<float>(client.GetHeight());
   glTranslatef(w / 2, h / 2, 0);
@@ -80,18 +71,10 @@ void THebProcessorImplementation::TCanvas::OnDraw() {
       commonrenderer->endDisplayList();
     }
   }
-  if (!picking) impl->renderSelection();
+  if (!picking) impl->renderSelectionOutlines();
   glPopMatrix();
   if (!picking) {
-    glPushMatrix();
-    glTranslatef(0, h, 0);
-    glScalef(1, -1, 1);
-    if (tooltiptext) {
-      commonrenderer->tooltip->generate(*tooltiptext);
-      const wxPoint at = mousepos.value_or(wxPoint(0, 0));
-      commonrenderer->tooltip->render(&at, *this);
-    }
-    glPopMatrix();
+    drawTooltip(tooltiptext);
     pendingrefresh = false;
   }
 }

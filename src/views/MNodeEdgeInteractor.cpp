@@ -1,5 +1,7 @@
 #include "MNodeEdgeInteractor.h"
 
+#include <GL/gl.h>
+
 #include <algorithm>
 #include <set>
 
@@ -153,6 +155,30 @@ void TNodeEdgeInteractorCanvas::OnMouseLeave(wxMouseEvent& evt) {
   TGlCanvasBase::OnMouseLeave(evt);
   if (guiMgr() && guiMgr()->activepopupmenu) return;
   if (auto brushed = pinData<TIntegerSetData>("brushed nodes")) brushed->clear();
+}
+
+bool TNodeEdgeInteractorCanvas::generateLabelTextures() {
+  if (picking || !commonrenderer->isTextureGenerationNeeded()) return false;
+  me.startBusy("Generating textures...");
+  try {
+    commonrenderer->generateTextures();
+  } catch (const std::exception&) {
+    if (processor) processor->setError("Too many textures");
+  }
+  me.stopBusy(" ");
+  return true;
+}
+
+void TNodeEdgeInteractorCanvas::drawTooltip(const std::optional<std::string>& text) {
+  glPushMatrix();
+  glTranslatef(0, static_cast<float>(GetClientSize().GetHeight()), 0);
+  glScalef(1, -1, 1);
+  if (text) {
+    commonrenderer->tooltip->generate(*text);
+    const wxPoint at = mousepos.value_or(wxPoint(0, 0));
+    commonrenderer->tooltip->render(&at, *this);
+  }
+  glPopMatrix();
 }
 
 void TNodeEdgeInteractorCanvas::OnKeyUp(wxKeyEvent& evt) {

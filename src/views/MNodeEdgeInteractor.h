@@ -36,6 +36,12 @@ class TNodeEdgeInteractorCanvas : public TGlCanvasBase {
   void OnMouseLeave(wxMouseEvent& evt) override;
   void OnKeyUp(wxKeyEvent& evt);
 
+  // The label textures before a paint, when new texts wait: true when they
+  // were made, so that the lists holding labels must go.
+  bool generateLabelTextures();
+  // The tooltip at the mouse, in window coordinates.
+  void drawTooltip(const std::optional<std::string>& text);
+
   // The same from a position and the modifier keys, for the handlers and
   // for tests that play a user's hand.
   void hoverAt(const wxPoint& pos, bool leftdown = false, bool dragging = false);

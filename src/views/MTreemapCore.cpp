@@ -72,6 +72,24 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     agglft->getAggLftByLft(lft, found);
     return found;
   };
+  // The collapsed state usually lists the nodes in the same order too; a
+  // row near the last one found answers before the index is asked.
+  const bool unique = collapsed->idsUnique();
+  size_t next = 0;
+  auto collapsedOf = [&](uint32_t nid, bool& found) {
+    if (!unique) return collapsed->getValueById(nid, found);
+    for (size_t k = next; k < next + 4 && k < collapsed->getRowCount(); ++k)
+      if (collapsed->getIdByRow(k) == nid) {
+        next = k + 1;
+        found = true;
+        return collapsed->valueByRow(k);
+      }
+    const long row = collapsed->getRowById(nid);
+    found = row >= 0;
+    if (!found) return false;
+    next = static_cast<size_t>(row) + 1;
+    return collapsed->valueByRow(static_cast<size_t>(row));
+  };
   for (size_t i = 0; i < rows->m_Rows.size(); ++i) {
     const THierarchyRow& row = rows->m_Rows[i];
     TTreemapNode& n = m_Nodes[i];
@@ -85,7 +103,7 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     }
     if (!folded(row.lft)) throw std::runtime_error("createNodeObjects(): cannot do getAggLftByLft ");
     bool found = false;
-    n.collapsed = collapsed->getValueById(row.nid, found);
+    n.collapsed = collapsedOf(row.nid, found);
     if (!found) throw std::runtime_error("collapsed value for this node not found");
     while (groups.size() > 1 && !(m_Nodes[groups.back()].lft <= row.lft && m_Nodes[groups.back()].rgt >= row.rgt))
       groups.pop_back();
@@ -169,7 +187,7 @@ void TTreemapProcessorImplementationCpp::sortChildren() {
   // own; groups come first, each part sorted.
   for (TTreemapNode& n : m_Nodes) {
     auto begin = m_Shown.begin() + n.firstShown, end = begin + n.shownCount;
-    auto split = std::stable_partition(begin, end, [&](uint32_t c) { return m_Nodes[c].shownCount > 0; });
+    auto split = std::partition(begin, end, [&](uint32_t c) { return m_Nodes[c].shownCount > 0; });
     n.innerCount = static_cast<uint32_t>(split - begin);
     std::sort(begin, split, before);
     std::sort(split, end, before);
@@ -212,6 +230,8 @@ void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemap
   size_t rowStart = first, rowCount = 0;
   double rowArea = 0;
   double best = 1e10;
+  // The row's smallest and largest item: they give its worst ratio.
+  double minU = 0, maxU = 0;
   auto thickness = [&](double area) { return static_cast<float>(area * k / side); };
   for (size_t j = first; j < first + node.shownCount && side > 0; ++j) {
     const double A = m_Nodes[m_Shown[j]].area;
@@ -221,14 +241,14 @@ void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemap
       continue;
     }
     const double L = rowArea * k / side;
-    double worst = 0;
-    for (size_t i = rowStart; i <= j; ++i) {
-      const double u = m_Nodes[m_Shown[i]].area * static_cast<double>(k);
-      worst = std::max({worst, u / (L * L), (L * L) / u});
-    }
+    const double u = A * static_cast<double>(k);
+    const double lo_u = rowCount == 0 ? u : std::min(minU, u), hi_u = rowCount == 0 ? u : std::max(maxU, u);
+    const double worst = std::max(hi_u / (L * L), (L * L) / lo_u);
     if (worst <= best) {
       best = worst;
       ++rowCount;
+      minU = lo_u;
+      maxU = hi_u;
       continue;
     }
     // The row without this item is closed into a strip.
@@ -251,6 +271,7 @@ void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemap
     rowCount = 1;
     rowArea = A;
     best = 1e10;
+    minU = maxU = A * static_cast<double>(k);
   }
   if (side > 0 && rowCount > 0) layoutRow(r, index, rowStart, rowCount, a, k);
 }
@@ -443,23 +464,6 @@ void TTreemapProcessorImplementationCpp::renderNodes() {
   gl.enable(TDrawSink::Blend, false);
 }
 
-void TTreemapProcessorImplementationCpp::renderSelection() {
-  TDrawSink& gl = *m_Sink;
-  TTreemapProcessorCpp* p = treemap();
-  gl.enable(TDrawSink::DepthTest, false);
-  gl.lineWidth(2);
-  gl.enable(TDrawSink::Blend, true);
-  gl.blendFunc(TDrawSink::SrcAlphaOneMinusSrcAlpha);
-  gl.enable(TDrawSink::LineSmooth, true);
-  gl.color(0.2f, 0.2f, 0.8f, 1);
-  renderNodeSet(dataAs<TIntegerSetData>(p->m_NodeSecondarySelection).get());
-  gl.color(0, 0, 0, 1);
-  renderNodeSet(dataAs<TIntegerSetData>(p->m_NodePrimarySelection).get());
-  auto brushed = dataAs<TIntegerSetData>(p->m_BrushedNodes);
-  if (brushed && brushed->getCount() > 0) renderNodeSet(brushed.get());
-  gl.enable(TDrawSink::Blend, false);
-  gl.enable(TDrawSink::LineSmooth, false);
-}
 
 void registerTreemapCore() { TProcessorRegistry::instance().add<TTreemapProcessorCpp>(); }
 

@@ -70,7 +70,6 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   void layoutChildren(uint32_t node, TTreemapRect rect);
   void layoutRow(const TTreemapRect& strip, uint32_t node, size_t first, size_t count, int a, float k);
   void renderNodes();
-  void renderSelection();
 
   // The tile of an lft, or null.
   const TTreemapNode* findByLft(uint32_t lft) const;

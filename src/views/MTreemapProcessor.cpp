@@ -48,34 +48,17 @@ void TTreemapProcessorImplementation::TCanvas::OnDraw() {
   const float scale = static_cast<float>(std::max(client.GetWidth(), client.GetHeight()));
   glScalef(scale, scale, 0);
   glInitNames();
-  if (!picking && commonrenderer->isTextureGenerationNeeded()) {
-    me.startBusy("Generating textures...");
-    try {
-      commonrenderer->generateTextures();
-    } catch (const std::exception&) {
-      impl->m_Processor->setError("Too many textures");
-    }
-    me.stopBusy(" ");
-    impl->clearLists();
-  }
+  if (generateLabelTextures()) impl->clearLists();
   impl->prepareRendering(client.GetWidth(), client.GetHeight());
   const std::string list = impl->listPrefix() + "_nodes_" + (picking ? "True" : "False");
   if (!commonrenderer->renderDisplayList(list)) {
     impl->renderNodes();
     commonrenderer->endDisplayList();
   }
-  if (!picking) impl->renderSelection();
+  if (!picking) impl->renderSelectionOutlines();
   glPopMatrix();
   if (!picking) {
-    glPushMatrix();
-    glTranslatef(0, static_cast<float>(client.GetHeight()), 0);
-    glScalef(1, -1, 1);
-    if (impl->tooltiptext) {
-      commonrenderer->tooltip->generate(*impl->tooltiptext);
-      const wxPoint at = mousepos.value_or(wxPoint(0, 0));
-      commonrenderer->tooltip->render(&at, *this);
-    }
-    glPopMatrix();
+    drawTooltip(impl->tooltiptext);
     pendingrefresh = false;
   }
 }

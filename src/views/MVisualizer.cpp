@@ -194,6 +194,22 @@ void TVisualizerImplementationBase::renderNodeSet(const TIntegerSetData* set) {
       renderNodeOutline(*visual, (static_cast<float>(hidden) + 0.1f) * 15.0f);
 }
 
+void TVisualizerImplementationBase::renderSelectionOutlines() {
+  TDrawSink& gl = *m_Sink;
+  gl.enable(TDrawSink::DepthTest, false);
+  gl.lineWidth(2);
+  gl.enable(TDrawSink::Blend, true);
+  gl.blendFunc(TDrawSink::SrcAlphaOneMinusSrcAlpha);
+  gl.enable(TDrawSink::LineSmooth, true);
+  gl.color(0.2f, 0.2f, 0.8f, 1);
+  renderNodeSet(dataAs<TIntegerSetData>(m_Processor->m_NodeSecondarySelection).get());
+  gl.color(0, 0, 0, 1);
+  renderNodeSet(dataAs<TIntegerSetData>(m_Processor->m_NodePrimarySelection).get());
+  renderNodeSet(dataAs<TIntegerSetData>(m_Processor->m_BrushedNodes).get());
+  gl.enable(TDrawSink::Blend, false);
+  gl.enable(TDrawSink::LineSmooth, false);
+}
+
 const TNodeVisual* TVisualizerImplementationBase::visualOfLft(uint32_t lft) {
   auto it = m_NodeMap.find(lft);
   return it == m_NodeMap.end() ? nullptr : &it->second.current;

@@ -139,6 +139,9 @@ class TVisualizerImplementationBase {
   void renderNodeOutline(const TNodeVisual& visual, float inset);
   void renderNodeLabel(const TVisualNode& node, const TNodeVisual& visual, float scale);
   void renderNodeSet(const TIntegerSetData* set);
+  // The outlines of the secondary and primary selections and of the
+  // hovered nodes.
+  void renderSelectionOutlines();
   // The current visual of the shown node of that lft, or null.
   virtual const TNodeVisual* visualOfLft(uint32_t lft);
 

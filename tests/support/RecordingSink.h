@@ -11,7 +11,7 @@
 namespace quorvel::test {
 
 // Records what a view draws.
-struct TRecordingSink : TDrawSink {
+struct TRecordingSink : TNullDrawSink {
   struct Primitive {
     TDrawSink::Primitive kind;
     std::vector<TVector2> vertices;
@@ -23,7 +23,6 @@ struct TRecordingSink : TDrawSink {
   std::vector<Primitive> prims;
   std::vector<unsigned> names;
   void begin(TDrawSink::Primitive p) override { prims.push_back({p, {}, {}, names}); }
-  void end() override {}
   void vertex(float x, float y) override {
     prims.back().vertices.emplace_back(x, y);
     prims.back().colors.push_back(current);
@@ -34,11 +33,6 @@ struct TRecordingSink : TDrawSink {
   void pushName(unsigned n) override { names.push_back(n); }
   void loadName(unsigned n) override { names.back() = n; }
   void popName() override { names.pop_back(); }
-  void bindTexture(unsigned) override {}
-  void textureModulate() override {}
-  void enable(State, bool) override {}
-  void blendFunc(BlendMode) override {}
-  void lineWidth(float) override {}
   size_t count(TDrawSink::Primitive kind) const {
     return static_cast<size_t>(std::count_if(prims.begin(), prims.end(), [&](auto& p) { return p.kind == kind; }));
   }

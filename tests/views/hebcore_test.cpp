@@ -328,7 +328,7 @@ TEST(HebDrawing, MoreThanTwentyThousandRowsWarnAndSelectionsOutlineTheirNodes) {
   small.run();
   auto selected = ids({1});
   small.proc->m_NodePrimarySelection->setData(selected);
-  small.impl.renderSelection();
+  small.impl.renderSelectionOutlines();
   ASSERT_EQ(small.sink.count(TDrawSink::LineLoop), 1u);
   // Select a hidden leaf too: its visible stand-in gets the wide inset.
   auto agg = std::make_shared<TAggLftData>();
@@ -336,7 +336,7 @@ TEST(HebDrawing, MoreThanTwentyThousandRowsWarnAndSelectionsOutlineTheirNodes) {
   small.proc->m_AggLft->setData(agg);
   selected->add(3);
   small.sink.prims.clear();
-  small.impl.renderSelection();
+  small.impl.renderSelectionOutlines();
   EXPECT_EQ(small.sink.count(TDrawSink::LineLoop), 2u) << "a with its own line and the line for its hidden leaf";
 }
 

@@ -72,22 +72,10 @@ struct THebApp : App {
   }
   // The vertices of an edge's curve as the view computes them.
   std::vector<TVector2> curveOf(const THebEdge& edge) {
-    struct TCurveSink : TDrawSink {
+    struct TCurveSink : TNullDrawSink {
       std::vector<std::vector<TVector2>> strips;
       void begin(Primitive) override { strips.emplace_back(); }
-      void end() override {}
       void vertex(float x, float y) override { strips.back().emplace_back(x, y); }
-      void texCoord(float, float) override {}
-      void color(float, float, float, float) override {}
-      void color3(float, float, float) override {}
-      void pushName(unsigned) override {}
-      void loadName(unsigned) override {}
-      void popName() override {}
-      void bindTexture(unsigned) override {}
-      void textureModulate() override {}
-      void enable(State, bool) override {}
-      void blendFunc(BlendMode) override {}
-      void lineWidth(float) override {}
     } sink;
     TDrawSink* canvasSink = impl->m_Sink;
     impl->m_Sink = &sink;

@@ -183,7 +183,9 @@ TEST(TreemapLayout, DegenerateCanvasesTreesAndValuesLayOutNothingWithoutFailing)
     for (const auto& n : t.impl.m_Nodes) {
       EXPECT_TRUE(std::isfinite(n.box.x0) && std::isfinite(n.box.x1) && std::isfinite(n.box.y0) &&
                   std::isfinite(n.box.y1));
-      if (h == 0 && n.parent != TTreemapNode::kNone) EXPECT_EQ(boxArea(n.box), 0.0f) << "nothing placed";
+      if (h == 0 && n.parent != TTreemapNode::kNone) {
+        EXPECT_EQ(boxArea(n.box), 0.0f) << "nothing placed";
+      }
     }
     t.impl.renderNodes();
   }
