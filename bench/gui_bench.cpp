@@ -146,22 +146,17 @@ void BM_QuietApplicationCpu(benchmark::State& state) {
   }
 }
 
-// The radial view on a synthetic dataset of 20,000 nodes, all unfolded.
-struct HebSession {
+// A view on a synthetic dataset of 20,000 nodes, all unfolded.
+struct ViewSession {
   TMainFrame* frame = nullptr;
-  std::shared_ptr<THebProcessor> heb;
-  THebProcessorImplementation* impl = nullptr;
-  HebSession() {
+  explicit ViewSession(const char* view) {
     frame = new TMainFrame();
     frame->SetClientSize(1000, 700);
     publishGuiObjects();
     frame->Load(fs::absolute(bench::syntheticDataset(20000, 60000)).string());
-    me.appendCommand("openView('heb')");
+    me.appendCommand(std::string("openView('") + view + "')");
     me.appendCommand("expandAll()");
     settle();
-    heb = me.flowlayout->getBoxByType("BHebView")->getProcessorByType<THebProcessor>();
-    impl = heb ? heb->implementation() : nullptr;
-    if (impl) impl->canvas->paintNow(false);
   }
   void settle() {
     for (int i = 0; i < 100000; ++i) {
@@ -171,11 +166,21 @@ struct HebSession {
       if (!queued && frame->animatelist.empty() && i > 10) break;
     }
   }
-  ~HebSession() {
+  ~ViewSession() {
     if (me.flowlayout) me.flowlayout->destroy();
     frame->timer.Stop();
     frame->Destroy();
     wxYield();
+  }
+};
+
+struct HebSession : ViewSession {
+  std::shared_ptr<THebProcessor> heb;
+  THebProcessorImplementation* impl = nullptr;
+  HebSession() : ViewSession("heb") {
+    heb = me.flowlayout->getBoxByType("BHebView")->getProcessorByType<THebProcessor>();
+    impl = heb ? heb->implementation() : nullptr;
+    if (impl) impl->canvas->paintNow(false);
   }
   std::string list(bool picking) const {
     return impl->listPrefix() + "_nodes_" + (picking ? "True" : "False");
@@ -255,31 +260,12 @@ void BM_HebPick(benchmark::State& state) {
 }
 
 // The treemap of the same dataset: every node a tile.
-struct TreemapSession {
-  TMainFrame* frame = nullptr;
+struct TreemapSession : ViewSession {
   TTreemapProcessorImplementation* impl = nullptr;
-  TreemapSession() {
-    frame = new TMainFrame();
-    frame->SetClientSize(1000, 700);
-    publishGuiObjects();
-    frame->Load(fs::absolute(bench::syntheticDataset(20000, 60000)).string());
-    me.appendCommand("openView('treemap')");
-    me.appendCommand("expandAll()");
-    for (int i = 0; i < 100000; ++i) {
-      frame->idleStep();
-      wxYield();
-      const bool queued = pybind11::len(pybind11::reinterpret_borrow<pybind11::list>(me.getCommandQueue().get())) > 0;
-      if (!queued && i > 10) break;
-    }
+  TreemapSession() : ViewSession("treemap") {
     auto treemap = me.flowlayout->getBoxByType("BTreemapView")->getProcessorByType<TTreemapProcessor>();
     impl = treemap ? treemap->implementation() : nullptr;
     if (impl) impl->canvas->paintNow(false);
-  }
-  ~TreemapSession() {
-    if (me.flowlayout) me.flowlayout->destroy();
-    frame->timer.Stop();
-    frame->Destroy();
-    wxYield();
   }
   std::string list(bool picking) const { return impl->listPrefix() + "_nodes_" + (picking ? "True" : "False"); }
   // The floor: a list of as many quads, on the tiles' own boxes, with the

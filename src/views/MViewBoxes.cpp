@@ -148,6 +148,27 @@ TProcessorPtr addNodeViewActions(TFlowManager& lib, const TBoxPtr& box, std::map
   return merger;
 }
 
+// The text and colour attributes of a node view and its colour map, picked
+// by keys that sources in the box hold (the settings give the key taken
+// while a source is empty), wired to the view's pins of the same names.
+void addNodeAttributePickers(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                             const TProcessorPtr& view) {
+  auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
+                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 200); };
+  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
+  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 180);
+  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 180);
+  wire(box, picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200), "out",
+       view, "node text attr");
+  wire(box, picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300), "out",
+       view, "node color attr");
+  wire(box,
+       picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400),
+       "out", view, "node color attr ordnorm");
+  wire(box, picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500), "out", view,
+       "node colormap");
+}
+
 // BHebView: the radial view. Its ports take BMain's outputs by name; the
 // text and colour attributes and the colour map are picked by keys that
 // sources in the box hold. The view filters and hides on its own: its
@@ -208,32 +229,17 @@ void buildHebView(TFlowManager& lib) {
   wire(box, hovered, "out", shownEdges, "in1");
   wire(box, port["incident edge selection"], "out", shownEdges, "in2");
 
-  // An attribute by key: the source holds the key, the settings the key
-  // taken while the source is empty.
-  auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
-                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 200); };
-  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
-  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 180);
-  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 180);
-  auto text = picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200);
-  auto color = picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300);
-  auto colorOrd =
-      picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400);
-  auto colormap = picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500);
-  auto icon = picker("node icon picker", port["node icon attributes"], nullptr, kIconPickerSettings, 600);
-
   auto heb = addNamed(lib, box, "THebProcessor", "heb vis", 0, 260);
   wire(box, window, "out", heb, "gui parent");
-  wire(box, text, "out", heb, "node text attr");
-  wire(box, color, "out", heb, "node color attr");
-  wire(box, colorOrd, "out", heb, "node color attr ordnorm");
-  wire(box, icon, "out", heb, "node icon attr");
+  addNodeAttributePickers(lib, box, port, heb);
+  wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings, 600,
+                      200),
+       "out", heb, "node icon attr");
   wire(box, port["full hierarchy"], "out", heb, "hierarchy");
   wire(box, collapser, "collapsed hierarchy out", heb, "hierarchy collapsed");
   wire(box, port["level attr"], "out", heb, "level");
   wire(box, collapser, "agglft out", heb, "agglft");
   wire(box, port["collapsed attr"], "out", heb, "collapsed");
-  wire(box, colormap, "out", heb, "node colormap");
   for (const char* name : {"brushed nodes", "brushed edges", "node primary selection", "node secondary selection",
                            "edge primary selection"})
     wire(box, port[name], "out", heb, name);
@@ -283,27 +289,17 @@ void buildTreemapView(TFlowManager& lib) {
   auto border = addSource(lib, box, "TIntegerSetDataSource", "low level border", std::make_shared<TIntegerSetData>(),
                           600, 160);
 
-  auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
-                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 200); };
-  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
-  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 180);
-  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 200);
+  // Area and order start at none: every leaf of area 1, the largest first.
   auto areaKey = addSource(lib, box, "TStringDataSource", "node area attr source", nullptr, 500, 200);
   auto orderKey = addSource(lib, box, "TStringDataSource", "node order attr source", nullptr, 600, 200);
-  auto text = picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200);
-  auto color = picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300);
-  auto colorOrd =
-      picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400);
-  auto colormap = picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500);
-  auto area = picker("node area attr picker", port["node attributes ordnorm"], areaKey, "{'allownone': True}", 600);
-  auto order = picker("node order attr picker", port["node attributes ordnorm"], orderKey, "{'allownone': True}", 700);
+  auto area = addPicker(lib, box, "node area attr picker", port["node attributes ordnorm"], "out", areaKey,
+                        "{'allownone': True}", 600, 220);
+  auto order = addPicker(lib, box, "node order attr picker", port["node attributes ordnorm"], "out", orderKey,
+                         "{'allownone': True}", 700, 220);
 
   auto treemap = addNamed(lib, box, "TTreemapProcessor", "treemap vis", 0, 280);
   wire(box, window, "out", treemap, "gui parent");
-  wire(box, text, "out", treemap, "node text attr");
-  wire(box, color, "out", treemap, "node color attr");
-  wire(box, colorOrd, "out", treemap, "node color attr ordnorm");
-  wire(box, colormap, "out", treemap, "node colormap");
+  addNodeAttributePickers(lib, box, port, treemap);
   wire(box, area, "out", treemap, "node area attr ordnorm");
   wire(box, order, "out", treemap, "node order attr ordnorm");
   wire(box, folders, "output", treemap, "flatten");
