@@ -146,6 +146,20 @@ void BM_QuietApplicationCpu(benchmark::State& state) {
   }
 }
 
+// A selection pass at a window point over lists, with the view's model-view
+// matrix set by `matrix`: the floor of a pick.
+template <class Matrix>
+size_t barePick(TGlCanvasBase& canvas, TCommonRenderer& renderer, const wxPoint& at, std::initializer_list<GLuint> lists,
+                Matrix matrix) {
+  const wxSize c = canvas.GetClientSize();
+  canvas.setCurrent();
+  renderer.enterSelectMode(at.x, c.GetHeight() - at.y, 4, 4, false);
+  glOrtho(0, c.GetWidth(), 0, c.GetHeight(), -3, 3);
+  matrix();
+  for (GLuint list : lists) glCallList(list);
+  return renderer.exitSelectMode().size();
+}
+
 // A view on a synthetic dataset of 20,000 nodes, all unfolded.
 struct ViewSession {
   TMainFrame* frame = nullptr;
@@ -247,13 +261,7 @@ void BM_HebPick(benchmark::State& state) {
     if (!bare) {
       hits = canvas->Pick().size();
     } else {
-      canvas->setCurrent();
-      s.impl->renderer->enterSelectMode(at.x, c.GetHeight() - at.y, 4, 4, false);
-      glOrtho(0, c.GetWidth(), 0, c.GetHeight(), -3, 3);
-      s.viewMatrix();
-      glCallList(list);
-      glCallList(edges);
-      hits = s.impl->renderer->exitSelectMode().size();
+      hits = barePick(*canvas, *s.impl->renderer, at, {list, edges}, [&] { s.viewMatrix(); });
     }
   }
   state.counters["hits"] = static_cast<double>(hits);
@@ -362,13 +370,10 @@ void BM_TreemapPick(benchmark::State& state) {
     if (!bare) {
       hits = canvas->Pick().size();
     } else {
-      canvas->setCurrent();
-      s.impl->renderer->enterSelectMode(at.x, c.GetHeight() - at.y, 4, 4, false);
-      glOrtho(0, c.GetWidth(), 0, c.GetHeight(), -3, 3);
-      glMatrixMode(GL_MODELVIEW);
-      glLoadIdentity();
-      glCallList(floor);
-      hits = s.impl->renderer->exitSelectMode().size();
+      hits = barePick(*canvas, *s.impl->renderer, at, {floor}, [] {
+        glMatrixMode(GL_MODELVIEW);
+        glLoadIdentity();
+      });
     }
   }
   glDeleteLists(floor, 1);

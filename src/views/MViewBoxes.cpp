@@ -169,6 +169,26 @@ void addNodeAttributePickers(TFlowManager& lib, const TBoxPtr& box, std::map<std
        "node colormap");
 }
 
+// A selection of the ids of a port by a filter dictionary held in a source
+// ("<prefix> value" or as named), under settings that let everything pass
+// while no filter is set.
+struct TAttributeFilter {
+  TProcessorPtr selector, value;
+};
+TAttributeFilter addAttributeFilter(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                                    const std::string& name, const std::string& valueName,
+                                    const std::string& settingsName, const TDataPtr& filter, const char* ids,
+                                    const char* attributes, float x, float y) {
+  auto value = addSource(lib, box, "TPythonDataSource", valueName, filter, x, y);
+  auto settings = addSource(lib, box, "TPythonDataSource", settingsName, scriptValue("{'filterdefault': 1}"), x + 50, y);
+  auto selector = addNamed(lib, box, "TSelector1", name, x, y + 20);
+  wire(box, port[ids], "out", selector, "selection");
+  wire(box, port[attributes], "out", selector, "attributes");
+  wire(box, value, "out", selector, "filter");
+  wire(box, settings, "out", selector, "settings");
+  return {selector, value};
+}
+
 // BHebView: the radial view. Its ports take BMain's outputs by name; the
 // text and colour attributes and the colour map are picked by keys that
 // sources in the box hold. The view filters and hides on its own: its
@@ -189,17 +209,11 @@ void buildHebView(TFlowManager& lib) {
 
   // The view's own hierarchy: what passes the node filter and is not hidden.
   auto filter = [&](const std::string& kind, const char* name, const char* all, const char* attributes, float fx) {
-    auto value = addSource(lib, box, "TPythonDataSource", kind + " inclusion filter value", nullptr, fx, 40);
-    auto settings = addSource(lib, box, "TPythonDataSource", kind + " inclusion filter settings",
-                              scriptValue("{'filterdefault': 1}"), fx + 50, 40);
-    auto selector = addNamed(lib, box, "TSelector1", name, fx, 60);
-    wire(box, port[all], "out", selector, "selection");
-    wire(box, port[attributes], "out", selector, "attributes");
-    wire(box, value, "out", selector, "filter");
-    wire(box, settings, "out", selector, "settings");
+    auto f = addAttributeFilter(lib, box, port, name, kind + " inclusion filter value",
+                                kind + " inclusion filter settings", nullptr, all, attributes, fx, 40);
     // What a listening process hears of the filter.
-    wire(box, value, "out", addNamed(lib, box, "THookProcessor", kind + " inclusion filter hook", fx + 50, 80), "in");
-    return selector;
+    wire(box, f.value, "out", addNamed(lib, box, "THookProcessor", kind + " inclusion filter hook", fx + 50, 80), "in");
+    return f.selector;
   };
   auto nodeFilter = filter("node", "Node inclusion filter", "all nodes", "node attributes", 200);
   auto edgeFilter = filter("edge", "Edge inclusion filter", "all edges", "edge attributes", 400);
@@ -269,20 +283,12 @@ void buildTreemapView(TFlowManager& lib) {
   wire(box, port["gui title"], "out", window, "gui title");
   const TViewHierarchy tree = addViewHierarchy(lib, box, port, port["all nodes"], "out");
 
-  auto groups = [&](const char* name, const char* type, float gx) {
-    auto value = addSource(lib, box, "TPythonDataSource", std::string(name) + " filter",
-                           scriptValue(("{'attributes': {'type': {'checked': True, 'values': {'" + std::string(type) +
-                                        "': True}}}, 'pass': 2, 'key_op': 'and'}")
-                                           .c_str()),
-                           gx, 160);
-    auto settings = addSource(lib, box, "TPythonDataSource", std::string(name) + " settings",
-                              scriptValue("{'filterdefault': 1}"), gx + 50, 160);
-    auto selector = addNamed(lib, box, "TSelector1", name, gx, 180);
-    wire(box, port["all nodes"], "out", selector, "selection");
-    wire(box, port["node attributes"], "out", selector, "attributes");
-    wire(box, value, "out", selector, "filter");
-    wire(box, settings, "out", selector, "settings");
-    return selector;
+  auto groups = [&](const std::string& name, const std::string& type, float gx) {
+    const std::string filter =
+        "{'attributes': {'type': {'checked': True, 'values': {'" + type + "': True}}}, 'pass': 2, 'key_op': 'and'}";
+    return addAttributeFilter(lib, box, port, name, name + " filter", name + " settings",
+                              scriptValue(filter.c_str()), "all nodes", "node attributes", gx, 160)
+        .selector;
   };
   auto folders = groups("folder groups", "folder", 400);
   auto files = groups("file groups", "file", 500);
