@@ -276,9 +276,10 @@ struct TreemapSession : ViewSession {
     if (impl) impl->canvas->paintNow(false);
   }
   std::string list(bool picking) const { return impl->listPrefix() + "_nodes_" + (picking ? "True" : "False"); }
-  // The floor: a list of as many quads, on the tiles' own boxes, with the
-  // same calls around each: a name for a pick, the cushion texture added
-  // up for a paint.
+  // The floor: a list of as many cells, each a strip of two quads on the
+  // tile's own box as the view draws them, with the same calls around
+  // each: a name for a pick, the cushion texture added up and a colour
+  // with the vertices for a paint.
   GLuint quadList(size_t& quads, bool picking) const {
     const wxSize c = impl->canvas->GetClientSize();
     const float m = static_cast<float>(std::max(c.GetWidth(), c.GetHeight()));
@@ -298,18 +299,19 @@ struct TreemapSession : ViewSession {
       if (n.area == 0) continue;
       // A cell for each layer and one for its colour, as the view draws.
       const uint32_t layers = n.shownCount > 0 ? 1 : impl->m_MaxLevel - n.level + 2;
-      for (uint32_t l = 0; l < layers; ++l, ++quads) {
+      for (uint32_t l = 0; l < layers; ++l, quads += 2) {
         glLoadName(l);
         glPushName(n.nid);
-        glBegin(GL_QUADS);
-        glTexCoord2f(0, 0);
-        glVertex2f(n.box.x0 * m, n.box.y0 * m);
-        glTexCoord2f(1, 0);
-        glVertex2f(n.box.x1 * m, n.box.y0 * m);
-        glTexCoord2f(1, 1);
-        glVertex2f(n.box.x1 * m, n.box.y1 * m);
-        glTexCoord2f(0, 1);
-        glVertex2f(n.box.x0 * m, n.box.y1 * m);
+        glBegin(GL_QUAD_STRIP);
+        if (!picking) glColor4f(0.5f, 0.5f, 0.5f, 1);
+        for (int i = 0; i <= 2; ++i) {
+          const float u = i / 2.0f;
+          const float x = (n.box.x0 + (n.box.x1 - n.box.x0) * u) * m;
+          glTexCoord2f(u, 0);
+          glVertex2f(x, n.box.y0 * m);
+          glTexCoord2f(u, 1);
+          glVertex2f(x, n.box.y1 * m);
+        }
         glEnd();
         glPopName();
       }

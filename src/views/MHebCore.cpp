@@ -295,8 +295,8 @@ void THebProcessorImplementationCpp::renderNodes() {
     gl.loadName(node.level);
     gl.pushName(node.nid);
     getNodeColor(node, color);
-    gl.color3(color.x, color.y, color.z);
-    renderNodeCell(node.current);
+    color.w = 1;
+    renderNodeCell(node.current, &color);
     if (node.collapsed) {
       gl.color3(0.1f, 0.1f, 0.1f);
       renderCollapsedMark(node.current);

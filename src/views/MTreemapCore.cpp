@@ -57,7 +57,9 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
   auto flatten2 = dataAs<TIntegerSetData>(p->m_Flatten2);
   if (rows->m_Rows.empty()) return;
 
-  m_Nodes.resize(rows->m_Rows.size());
+  // Each row is written once, in order.
+  m_Nodes.clear();
+  m_Nodes.reserve(rows->m_Rows.size());
   // The groups open at this row: only they take children, so the levels
   // between two groups are flattened away.
   std::vector<uint32_t> groups;
@@ -92,13 +94,13 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
   };
   for (size_t i = 0; i < rows->m_Rows.size(); ++i) {
     const THierarchyRow& row = rows->m_Rows[i];
-    TTreemapNode& n = m_Nodes[i];
-    n = TTreemapNode{};
+    TTreemapNode n;
     n.nid = row.nid;
     n.lft = row.lft;
     n.rgt = row.rgt;
     if (i == 0) {
       groups.push_back(0);
+      m_Nodes.push_back(n);
       continue;
     }
     if (!folded(row.lft)) throw std::runtime_error("createNodeObjects(): cannot do getAggLftByLft ");
@@ -114,28 +116,31 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     m_MaxLevel = std::max<uint32_t>(m_MaxLevel, n.level);
     if ((flatten && flatten->contains(row.nid)) || (flatten2 && flatten2->contains(row.nid)))
       groups.push_back(static_cast<uint32_t>(i));
-  }
-  // Children as ranges of one list, in row order.
-  uint32_t offset = 0;
-  for (TTreemapNode& n : m_Nodes) {
-    n.firstChild = offset;
-    offset += n.childCount;
-    n.childCount = 0;
-  }
-  m_Children.assign(offset, 0);
-  for (uint32_t i = 1; i < m_Nodes.size(); ++i) {
-    TTreemapNode& parent = m_Nodes[m_Nodes[i].parent];
-    m_Children[parent.firstChild + parent.childCount++] = i;
+    m_Nodes.push_back(n);
   }
 }
 
 void TTreemapProcessorImplementationCpp::computeAreas() {
-  auto attr = dataAs<TFloatAttributeData>(treemap()->m_NodeAreaAttrOrdnorm);
+  TTreemapProcessorCpp* p = treemap();
+  auto attr = dataAs<TFloatAttributeData>(p->m_NodeAreaAttrOrdnorm);
   const float maximum = attr ? attr->getMaximumValue() : 0;
-  // Children stand after their parents, so a backward pass sees every
-  // child before its parent.
+  auto order = dataAs<TFloatAttributeData>(p->m_NodeOrderAttrOrdnorm);
+  auto before = [&](const TTreemapSlot& a, const TTreemapSlot& b) {
+    if (!order) return a.area > b.area;
+    if (a.hasKey != b.hasKey) return !a.hasKey;
+    return a.hasKey && a.key < b.key;
+  };
+  m_Shown.clear();
+  m_Shown.reserve(m_Nodes.size());
+  m_Groups.clear();
+  m_Waiting.clear();
+  // Children stand after their parents, so going up from the last row
+  // every node meets its children waiting on top of the stack, where they
+  // were put after its later siblings had taken theirs.
   for (size_t i = m_Nodes.size(); i-- > 0;) {
     TTreemapNode& n = m_Nodes[i];
+    n.firstShown = static_cast<uint32_t>(m_Shown.size());
+    n.shownCount = n.innerCount = 0;
     if (n.childCount == 0) {
       if (!attr) {
         n.area = 1;
@@ -145,52 +150,37 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
         const double a = found && maximum > 0 ? std::floor(100.0 / maximum * v) : 0.0;
         n.area = a > 0 ? static_cast<uint32_t>(std::min(a, 4e9)) : 0;
       }
-      continue;
+    } else {
+      uint64_t sum = 0;
+      size_t top = m_Waiting.size();
+      while (top > 0 && m_Waiting[top - 1].parent == i) --top;
+      for (size_t w = top; w < m_Waiting.size(); ++w) {
+        sum += m_Waiting[w].slot.area;
+        if (m_Waiting[w].slot.area > 0) m_Shown.push_back(m_Waiting[w].slot);
+      }
+      m_Waiting.resize(top);
+      n.area = static_cast<uint32_t>(std::min<uint64_t>(sum, 0xffffffffu));
+      n.shownCount = static_cast<uint32_t>(m_Shown.size()) - n.firstShown;
+      // A shown child is a group of tiles (inner) when it shows children
+      // of its own; groups come first, each part sorted.
+      auto begin = m_Shown.begin() + n.firstShown, end = m_Shown.end();
+      auto split = std::partition(begin, end, [](const TTreemapSlot& c) { return c.inner(); });
+      n.innerCount = static_cast<uint32_t>(split - begin);
+      std::sort(begin, split, before);
+      std::sort(split, end, before);
+      if (n.shownCount > 0) m_Groups.push_back({static_cast<uint32_t>(i), n.area, n.firstShown, n.shownCount, n.innerCount, {}});
     }
-    uint64_t sum = 0;
-    for (uint32_t c = 0; c < n.childCount; ++c) sum += m_Nodes[m_Children[n.firstChild + c]].area;
-    n.area = static_cast<uint32_t>(std::min<uint64_t>(sum, 0xffffffffu));
-  }
-}
-
-void TTreemapProcessorImplementationCpp::sortChildren() {
-  auto order = dataAs<TFloatAttributeData>(treemap()->m_NodeOrderAttrOrdnorm);
-  std::vector<float> key;
-  std::vector<bool> hasKey;
-  if (order) {
-    key.resize(m_Nodes.size());
-    hasKey.resize(m_Nodes.size());
-    for (size_t i = 0; i < m_Nodes.size(); ++i) {
+    if (i == 0) break;
+    TTreemapSlot slot;
+    slot.node = static_cast<uint32_t>(i);
+    slot.area = n.area;
+    if (n.shownCount > 0) slot.group = static_cast<uint32_t>(m_Groups.size() - 1);
+    if (order && n.area > 0) {
       bool found = false;
-      key[i] = order->getValueById(m_Nodes[i].nid, found);
-      hasKey[i] = found;
+      slot.key = order->getValueById(n.nid, found);
+      slot.hasKey = found;
     }
-  }
-  auto before = [&](uint32_t a, uint32_t b) {
-    if (!order) return m_Nodes[a].area > m_Nodes[b].area;
-    if (hasKey[a] != hasKey[b]) return !hasKey[a];
-    return hasKey[a] && key[a] < key[b];
-  };
-  m_Shown.clear();
-  m_Shown.reserve(m_Nodes.size());
-  for (TTreemapNode& n : m_Nodes) {
-    n.firstShown = static_cast<uint32_t>(m_Shown.size());
-    n.innerCount = 0;
-    for (uint32_t c = 0; c < n.childCount; ++c) {
-      const uint32_t child = m_Children[n.firstChild + c];
-      if (m_Nodes[child].area == 0) continue;
-      m_Shown.push_back(child);
-    }
-    n.shownCount = static_cast<uint32_t>(m_Shown.size()) - n.firstShown;
-  }
-  // A shown child is a group of tiles (inner) when it shows children of its
-  // own; groups come first, each part sorted.
-  for (TTreemapNode& n : m_Nodes) {
-    auto begin = m_Shown.begin() + n.firstShown, end = begin + n.shownCount;
-    auto split = std::partition(begin, end, [&](uint32_t c) { return m_Nodes[c].shownCount > 0; });
-    n.innerCount = static_cast<uint32_t>(split - begin);
-    std::sort(begin, split, before);
-    std::sort(split, end, before);
+    m_Waiting.push_back({n.parent, slot});
   }
 }
 
@@ -200,26 +190,19 @@ void TTreemapProcessorImplementationCpp::layout() {
   if (!(m > 0)) return;
   TTreemapNode& root = m_Nodes[0];
   root.box = TLayoutBox{0, 0, w / m, h / m};
+  m_Unit = m;
   computeAreas();
-  sortChildren();
-  m_Pending.clear();
-  m_Pending.push_back({0, TTreemapRect{0, h / m, 0, w / m}});
-  while (!m_Pending.empty()) {
-    const TPending p = m_Pending.back();
-    m_Pending.pop_back();
-    layoutChildren(p.node, p.rect);
-  }
-  // Sizes in pixels: the unit is the longer side. Every shown tile has
-  // been placed; the others keep their flag.
-  for (const uint32_t i : m_Shown) {
-    TTreemapNode& n = m_Nodes[i];
-    n.toosmall = std::min(n.box.x1 - n.box.x0, n.box.y1 - n.box.y0) * m < m_SmallestSide;
+  // A group's rectangle is written by its parent's layout, which comes
+  // first going down the list.
+  if (!m_Groups.empty() && m_Groups.back().node == 0) {
+    m_Groups.back().rect = TTreemapRect{0, h / m, 0, w / m};
+    for (size_t g = m_Groups.size(); g-- > 0;) layoutChildren(m_Groups[g]);
   }
   m_Nodes[0].toosmall = std::min(w, h) < m_SmallestSide;
 }
 
-void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemapRect r) {
-  const TTreemapNode& node = m_Nodes[index];
+void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapGroup& node) {
+  TTreemapRect r = node.rect;
   if (r.y1 <= r.y0 || node.area == 0) return;
   auto axisOf = [](const TTreemapRect& q) { return q.length(0) < q.length(1) ? 1 : 0; };
   int a = axisOf(r);
@@ -234,7 +217,9 @@ void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemap
   double minU = 0, maxU = 0;
   auto thickness = [&](double area) { return static_cast<float>(area * k / side); };
   for (size_t j = first; j < first + node.shownCount && side > 0; ++j) {
-    const double A = m_Nodes[m_Shown[j]].area;
+    const double A = m_Shown[j].area;
+    // Its tile is written when the row closes.
+    __builtin_prefetch(&m_Nodes[m_Shown[j].node].box, 1);
     rowArea += A;
     if (!(rowArea > 0)) {
       ++rowCount;
@@ -256,11 +241,11 @@ void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemap
     TTreemapRect strip = r;
     if (a == 1) {
       strip.x1 = std::min(lo + Lc, hi);
-      layoutRow(strip, index, rowStart, rowCount, a, k);
+      layoutRow(strip, node, rowStart, rowCount, a, k);
       r.x0 = strip.x1;
     } else {
       strip.y0 = std::max(hi - Lc, lo);
-      layoutRow(strip, index, rowStart, rowCount, a, k);
+      layoutRow(strip, node, rowStart, rowCount, a, k);
       r.y1 = strip.y0;
     }
     a = axisOf(r);
@@ -273,30 +258,30 @@ void TTreemapProcessorImplementationCpp::layoutChildren(uint32_t index, TTreemap
     best = 1e10;
     minU = maxU = A * static_cast<double>(k);
   }
-  if (side > 0 && rowCount > 0) layoutRow(r, index, rowStart, rowCount, a, k);
+  if (side > 0 && rowCount > 0) layoutRow(r, node, rowStart, rowCount, a, k);
 }
 
-void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, uint32_t index, size_t first,
+void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, const TTreemapGroup& node, size_t first,
                                                     size_t count, int a, float k) {
   const int b = strip.length(0) < strip.length(1) ? 1 : 0;
   const float across = strip.length(1 - b);
   if (!(across > 0) || count == 0) return;
-  const TTreemapNode& node = m_Nodes[index];
   const size_t innerEnd = node.firstShown + node.innerCount;
   // Groups first, then tiles; along y each part in reverse.
   const size_t innerFirst = first, innerLast = std::min(first + count, std::max(first, innerEnd));
   std::vector<uint32_t>& order = m_RowScratch;
   order.clear();
   if (a == 1) {
-    for (size_t j = first; j < first + count; ++j) order.push_back(m_Shown[j]);
+    for (size_t j = first; j < first + count; ++j) order.push_back(static_cast<uint32_t>(j));
   } else {
-    for (size_t j = innerLast; j-- > innerFirst;) order.push_back(m_Shown[j]);
-    for (size_t j = first + count; j-- > innerLast;) order.push_back(m_Shown[j]);
+    for (size_t j = innerLast; j-- > innerFirst;) order.push_back(static_cast<uint32_t>(j));
+    for (size_t j = first + count; j-- > innerLast;) order.push_back(static_cast<uint32_t>(j));
   }
   float pos = strip.lo(b);
   for (size_t i = 0; i < order.size(); ++i) {
-    TTreemapNode& n = m_Nodes[order[i]];
-    const float end = i + 1 == order.size() ? strip.hi(b) : pos + static_cast<float>(n.area) * k / across;
+    const TTreemapSlot& slot = m_Shown[order[i]];
+    TTreemapNode& n = m_Nodes[slot.node];
+    const float end = i + 1 == order.size() ? strip.hi(b) : pos + static_cast<float>(slot.area) * k / across;
     TTreemapRect box = strip;
     if (b == 1) {
       box.x0 = pos;
@@ -306,7 +291,9 @@ void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, ui
       box.y1 = end;
     }
     n.box = TLayoutBox{box.x0, box.y0, box.x1, box.y1};
-    if (n.shownCount > 0) m_Pending.push_back({order[i], box});
+    // Sizes in pixels: the unit is the longer side of the canvas.
+    n.toosmall = std::min(box.x1 - box.x0, box.y1 - box.y0) * m_Unit < m_SmallestSide;
+    if (slot.inner()) m_Groups[slot.group].rect = box;
     pos = end;
   }
 }
@@ -415,8 +402,7 @@ void TTreemapProcessorImplementationCpp::renderNodes() {
       if (n.shownCount > 0) return;
       const TVisualNode record = recordOf(n);
       getNodeColor(record, color);
-      gl.color(color.x, color.y, color.z, color.w);
-      renderNodeCell(record.current);
+      renderNodeCell(record.current, &color);
     });
     gl.popName();
     gl.popName();

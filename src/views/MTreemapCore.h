@@ -5,8 +5,11 @@
 
 #include <limits>
 #include <memory>
+#include <ranges>
+#include <span>
 #include <vector>
 
+#include "engine/MLargePages.h"
 #include "views/MVisualizer.h"
 
 namespace quorvel {
@@ -22,15 +25,15 @@ class TTreemapProcessorCpp : public TVisualizerProcessorBase {
   std::string getTypeName() override { return "treemap vis"; }
 };
 
-// One tile. Children are a range of the child list; the shown children (of
-// area above 0) a range of the shown list, the groups among them first.
+// One tile. Its shown children (of area above 0) are a range of the shown
+// list, the groups among them first.
 struct TTreemapNode {
   static constexpr uint32_t kNone = std::numeric_limits<uint32_t>::max();
   uint32_t nid = 0;
   uint32_t lft = 0, rgt = 0;
   uint32_t parent = kNone;
   uint32_t area = 0;
-  uint32_t firstChild = 0, childCount = 0;
+  uint32_t childCount = 0;
   uint32_t firstShown = 0, shownCount = 0, innerCount = 0;
   uint16_t level = 0;
   bool collapsed = false;
@@ -47,6 +50,28 @@ struct TTreemapRect {
   float length(int axis) const { return hi(axis) - lo(axis); }
 };
 
+// A shown child with what its parent's sorting and layout read of it, so
+// that both run over one contiguous range.
+struct TTreemapSlot {
+  static constexpr uint32_t kNone = std::numeric_limits<uint32_t>::max();
+  uint32_t node = 0;
+  uint32_t area = 0;
+  // Its entry in the group list when it shows children of its own.
+  uint32_t group = kNone;
+  float key = 0;
+  bool hasKey = false;
+  bool inner() const { return group != kNone; }
+};
+
+// A tile that shows children: their range of the shown list and the
+// rectangle they fill, which its parent's layout writes.
+struct TTreemapGroup {
+  uint32_t node = 0;
+  uint32_t area = 0;
+  uint32_t firstShown = 0, shownCount = 0, innerCount = 0;
+  TTreemapRect rect;
+};
+
 class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase {
  public:
   TTreemapProcessorImplementationCpp(TTreemapProcessorCpp* processor, std::shared_ptr<TLabelCache> renderer);
@@ -54,34 +79,44 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   bool m_RedoLayout = false;
   uint32_t m_MaxLevel = 0;
   float m_SmallestSide = 2;
+  // Pixels per layout unit: the longer side of the canvas.
+  float m_Unit = 0;
   // The tiles in the order of the rows of `hierarchy collapsed`; the first
   // is the root.
-  std::vector<TTreemapNode> m_Nodes;
-  std::vector<uint32_t> m_Children;
-  std::vector<uint32_t> m_Shown;
+  std::vector<TTreemapNode, TLargePageAllocator<TTreemapNode>> m_Nodes;
+  std::vector<TTreemapSlot, TLargePageAllocator<TTreemapSlot>> m_Shown;
+  // In the order their ranges were made: every group after all groups
+  // below it, the root's last.
+  std::vector<TTreemapGroup, TLargePageAllocator<TTreemapGroup>> m_Groups;
 
   bool hasRoot() const { return !m_Nodes.empty(); }
   void prepareRendering(int width, int height) override;
   void process();
   void createNodeObjects();
   void layout();
+  // Areas, shown children and their order, in one pass from the last row
+  // up.
   void computeAreas();
-  void sortChildren();
-  void layoutChildren(uint32_t node, TTreemapRect rect);
-  void layoutRow(const TTreemapRect& strip, uint32_t node, size_t first, size_t count, int a, float k);
+  void layoutChildren(const TTreemapGroup& group);
+  void layoutRow(const TTreemapRect& strip, const TTreemapGroup& group, size_t first, size_t count, int a, float k);
   void renderNodes();
 
   // The tile of an lft, or null.
   const TTreemapNode* findByLft(uint32_t lft) const;
-  std::span<const uint32_t> shown(const TTreemapNode& n) const { return {m_Shown.data() + n.firstShown, n.shownCount}; }
+  // The node indices of the shown children.
+  auto shown(const TTreemapNode& n) const {
+    return std::span<const TTreemapSlot>(m_Shown.data() + n.firstShown, n.shownCount) |
+           std::views::transform([](const TTreemapSlot& s) { return s.node; });
+  }
   const TNodeVisual* visualOfLft(uint32_t lft) override;
 
  private:
-  struct TPending {
-    uint32_t node;
-    TTreemapRect rect;
+  // Children waiting for their parent in the pass from the last row up.
+  struct TWaiting {
+    uint32_t parent;
+    TTreemapSlot slot;
   };
-  std::vector<TPending> m_Pending;
+  std::vector<TWaiting> m_Waiting;
   std::vector<uint32_t> m_RowScratch;
   TNodeVisual m_Scratch;
   TTreemapProcessorCpp* treemap() const { return static_cast<TTreemapProcessorCpp*>(m_Processor); }

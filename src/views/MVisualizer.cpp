@@ -115,11 +115,12 @@ bool TVisualizerImplementationBase::cellStrips(const TNodeVisual& v, unsigned& s
   return v.width > 0 && m_Converter->getHeight(v.box) > 0;
 }
 
-void TVisualizerImplementationBase::renderNodeCell(const TNodeVisual& v) {
+void TVisualizerImplementationBase::renderNodeCell(const TNodeVisual& v, const TVector4* color) {
   unsigned s = 0;
   if (!cellStrips(v, s)) return;
   const TLayoutBox& b = v.box;
   m_Sink->begin(TDrawSink::QuadStrip);
+  if (color) m_Sink->color(color->x, color->y, color->z, color->w);
   for (unsigned i = 0; i <= s; ++i) {
     const float u = static_cast<float>(i) / s;
     const float x = b.x0 + (b.x1 - b.x0) * u;

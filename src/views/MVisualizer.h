@@ -134,7 +134,10 @@ class TVisualizerImplementationBase {
 
   virtual void prepareRendering(int width, int height);
   bool getNodeColor(const TVisualNode& node, TVector4& color) const;
-  void renderNodeCell(const TNodeVisual& visual);
+  // A colour given goes with the strip's vertices rather than before it:
+  // a display list then replays the cells of one pass as one run of
+  // vertices instead of a state change per cell.
+  void renderNodeCell(const TNodeVisual& visual, const TVector4* color = nullptr);
   void renderCollapsedMark(const TNodeVisual& visual);
   void renderNodeOutline(const TNodeVisual& visual, float inset);
   void renderNodeLabel(const TVisualNode& node, const TNodeVisual& visual, float scale);
