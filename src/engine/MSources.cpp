@@ -112,6 +112,7 @@ void registerSourceClasses() {
   reg.add<TPythonDataSource>();
   reg.add<TIntegerSetDataSource>();
   reg.add<TStringDataArraySource>();
+  reg.add<TFloatDataArraySource>();
 }
 
 }  // namespace quorvel

@@ -70,6 +70,7 @@ QV_SOURCE(TFloatPairDataSource, TFloatPairData, "f pair", std::make_shared<TFloa
 QV_SOURCE(TBoolAttributeDataSource, TBoolAttributeData, "bool attr src", nullptr)
 QV_SOURCE(TPythonDataSource, TPythonData, "ps", std::make_shared<TPythonData>())
 QV_SOURCE(TStringDataArraySource, TStringDataArray, "s[] src", std::make_shared<TStringDataArray>())
+QV_SOURCE(TFloatDataArraySource, TFloatDataArray, "f[] src", std::make_shared<TFloatDataArray>())
 
 class TIntegerSetDataSource : public TTypedDataSource<TIntegerSetData> {
  public:

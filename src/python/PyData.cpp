@@ -402,6 +402,7 @@ void bindData(py::module_& m) {
   bindDerived<TPythonDataSource, TAbstractDataSource>(m, "TPythonDataSource");
   bindDerived<TIntegerSetDataSource, TAbstractDataSource>(m, "TIntegerSetDataSource");
   bindDerived<TStringDataArraySource, TAbstractDataSource>(m, "TStringDataArraySource");
+  bindDerived<TFloatDataArraySource, TAbstractDataSource>(m, "TFloatDataArraySource");
 }
 
 }  // namespace quorvel::py_bindings

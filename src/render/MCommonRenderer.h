@@ -157,6 +157,7 @@ class TGlDrawSink : public TDrawSink {
   void enable(State state, bool on) override;
   void blendFunc(BlendMode mode) override;
   void lineWidth(float width) override { glLineWidth(width); }
+  void colorMask(bool on) override { glColorMask(on, on, on, on); }
 };
 
 }  // namespace quorvel

@@ -27,6 +27,8 @@ class TDrawSink {
   virtual void enable(State state, bool on) = 0;
   virtual void blendFunc(BlendMode mode) = 0;
   virtual void lineWidth(float width) = 0;
+  // Whether colours reach the picture; off, a shape only picks.
+  virtual void colorMask(bool on) = 0;
 };
 
 // A sink that ignores everything; sinks that look at a few calls only
@@ -47,6 +49,7 @@ class TNullDrawSink : public TDrawSink {
   void enable(State, bool) override {}
   void blendFunc(BlendMode) override {}
   void lineWidth(float) override {}
+  void colorMask(bool) override {}
 };
 
 }  // namespace quorvel

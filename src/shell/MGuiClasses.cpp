@@ -14,7 +14,9 @@
 #include "shell/MProcessors_Gui.h"
 #include "views/MHebProcessor.h"
 #include "views/MListControlViewProcessor.h"
+#include "views/MTableLensProcessor.h"
 #include "views/MTreemapProcessor.h"
+#include "views/MTreeViewProcessor.h"
 
 namespace py = pybind11;
 
@@ -106,6 +108,8 @@ void registerGuiClasses() {
   registerListView();
   registerHebView();
   registerTreemapView();
+  registerTableLensView();
+  registerTreeView();
   addScriptBindings(&bindGui);
 }
 

@@ -224,6 +224,9 @@ void TMainFrame::buildMenus() {
   list.append(shortAction("on all nodes", [] { execute("openView(\"list on nodes\",activate=False)"); }));
   list.append(shortAction("on all edges", [] { execute("openView(\"list on edges\",activate=False)"); }));
   view.append(py::make_tuple("List view", list));
+  view.append(shortAction("T&ree view", instantiate("BTreeView", "Tree view"),
+                          "A Tree view lists the nodes of the hierarchy indented under their parents; Left and "
+                          "Right fold and unfold them."));
 
   py::list help;
   help.append(shortAction("Visit website", [this] { OnVisitWebsite(); }));

@@ -8,7 +8,9 @@
 #include "engine/MSources.h"
 #include "shell/MShellCores.h"
 #include "views/MHebCore.h"
+#include "views/MTableLensCore.h"
 #include "views/MTreemapCore.h"
+#include "views/MTreeViewCore.h"
 #include "views/MViewCores.h"
 #include "data/MValues.h"
 
@@ -122,11 +124,12 @@ TViewHierarchy addViewHierarchy(TFlowManager& lib, const TBoxPtr& box, std::map<
 // The folding and undo commands of a node view, with the screenshots,
 // joined for its menus and keys. Folding works on the selection, or on the
 // node under the mouse while nothing is selected.
+// A view without hover names its own second source of active nodes.
 TProcessorPtr addNodeViewActions(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
-                                 const TViewHierarchy& h) {
+                                 const TViewHierarchy& h, const TProcessorPtr& activeToo = nullptr) {
   auto active = addNamed(lib, box, "TSetOr", "active nodes", 100, 220);
   wire(box, port["node primary selection"], "out", active, "in1");
-  wire(box, port["brushed nodes"], "out", active, "in2");
+  wire(box, activeToo ? activeToo : port["brushed nodes"], "out", active, "in2");
   auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 0, 220);
   auto hierarchyActions = addNamed(lib, box, "THierarchyActions", "hierarchy actions", 100, 240);
   wire(box, active, "out", hierarchyActions, "active nodes");
@@ -323,6 +326,112 @@ void buildTreemapView(TFlowManager& lib) {
   wire(box, merger, "out", window, "actions");
 }
 
+// BTableLens: a table lens on the ids of one selection with the columns
+// picked from its attributes. Its ports take the node or the edge names
+// when it is opened ("node attributes", ...).
+void buildTableLens(TFlowManager& lib) {
+  auto box = makeBox("BTableLens");
+  lib.addBox(box);
+  auto port = addPorts(lib, box, {"gui title", "attributes", "selections", "primary selection", "brushed", "colormaps"});
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+
+  auto selection = addPicker(lib, box, "selection picker", port["selections"], "out", nullptr,
+                             "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
+  auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
+  auto columnSettings =
+      addSource(lib, box, "TPythonDataSource", "column picker settings", scriptValue("{'defaultkeys': 'all'}"), 150, 40);
+  auto columns = addNamed(lib, box, "TSubArrayPicker", "column picker", 100, 60);
+  wire(box, port["attributes"], "out", columns, "array");
+  wire(box, keys, "out", columns, "keys");
+  wire(box, columnSettings, "out", columns, "settings");
+  auto normalizer = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "columns ordnorm", 100, 80);
+  wire(box, columns, "out", normalizer, "in");
+  auto mapKey = addSource(lib, box, "TStringDataSource", "colormap source", nullptr, 500, 40);
+  auto colormap = addPicker(lib, box, "colormap picker", port["colormaps"], "out", mapKey,
+                            "{'defaultkey': 'Rainbow'}", 500, 60);
+  auto sort = addSource(lib, box, "TPythonDataSource", "sort", scriptValue("[(None, True)]"), 600, 40);
+  auto internal = addSource(lib, box, "TIntegerSetDataSource", "internal selection",
+                            std::make_shared<TIntegerSetData>(), 700, 40);
+  auto widths = addSource(lib, box, "TFloatDataArraySource", "column widths", std::make_shared<TFloatDataArray>(),
+                          800, 40);
+  // At 0 the rows fill the page: the zoom never goes below that fit.
+  auto zoom = addSource(lib, box, "TFloatDataSource", "zoom", std::make_shared<TFloatData>(0.0f), 900, 40);
+
+  auto table = addNamed(lib, box, "TTableLensProcessor", "table lens", 0, 120);
+  wire(box, window, "out", table, "gui parent");
+  wire(box, columns, "out", table, "attributes");
+  wire(box, normalizer, "out", table, "attributes ordnorm");
+  wire(box, sort, "out", table, "sort");
+  wire(box, selection, "out", table, "selection");
+  wire(box, colormap, "out", table, "colormap");
+  wire(box, port["brushed"], "out", table, "brushed");
+  wire(box, port["primary selection"], "out", table, "selection b");
+  wire(box, internal, "out", table, "internal selection");
+  wire(box, keys, "out", table, "keys");
+  wire(box, widths, "out", table, "column widths");
+  wire(box, zoom, "out", table, "setting.zoom");
+
+  // Rows: moving the marked rows into the shared selection; headers:
+  // sorting and columns.
+  auto internalActions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
+  wire(box, internal, "out", internalActions, "internal selection");
+  wire(box, port["primary selection"], "out", internalActions, "selection b");
+  auto merger = addNamed(lib, box, "TActionMerger", "row actions", 600, 100);
+  wire(box, internalActions, "actions", merger, "in1");
+  wire(box, merger, "out", table, "actions");
+  wire(box, merger, "out", window, "actions");
+  auto header = addNamed(lib, box, "TListHeaderActions", "list header actions", 700, 80);
+  wire(box, table, "on column right click", header, "column index");
+  wire(box, columns, "out", header, "attributes");
+  wire(box, sort, "out", header, "sort");
+  wire(box, keys, "out", header, "keys");
+  wire(box, header, "actions", table, "header actions");
+}
+
+// BTreeView: the view's hierarchy as an indented list. Its marked lines
+// are what its folding commands act on, with the primary selection.
+void buildTreeView(TFlowManager& lib) {
+  auto box = makeBox("BTreeView");
+  lib.addBox(box);
+  auto port = addPorts(lib, box,
+                       {"gui title", "full hierarchy", "level attr", "collapsed attr", "collapse stack", "all nodes",
+                        "node attributes", "node icon attributes", "edges", "brushed nodes", "node primary selection",
+                        "edge primary selection"});
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, port["all nodes"], "out");
+  auto internal = addSource(lib, box, "TIntegerSetDataSource", "internal selection",
+                            std::make_shared<TIntegerSetData>(), 700, 40);
+
+  auto view = addNamed(lib, box, "TTreeViewProcessor", "treeview", 0, 280);
+  wire(box, window, "out", view, "gui parent");
+  wire(box, tree.collapser, "collapsed hierarchy out", view, "collapsed hierarchy");
+  wire(box, port["full hierarchy"], "out", view, "hierarchy");
+  wire(box, tree.collapser, "agglft out", view, "agglft");
+  wire(box, port["collapsed attr"], "out", view, "collapsed");
+  wire(box, port["level attr"], "out", view, "level");
+  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
+  wire(box, addPicker(lib, box, "node text attr picker", port["node attributes"], "out", textKey,
+                      "{'defaultkey': 'name'}", 200, 200),
+       "out", view, "node text attr");
+  wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings,
+                      600, 200),
+       "out", view, "icon attr");
+  wire(box, port["node primary selection"], "out", view, "selection b");
+  wire(box, internal, "out", view, "internal selection");
+
+  auto viewActions = addNodeViewActions(lib, box, port, tree, internal);
+  auto internalActions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
+  wire(box, internal, "out", internalActions, "internal selection");
+  wire(box, port["node primary selection"], "out", internalActions, "selection b");
+  auto merger = addNamed(lib, box, "TActionMerger", "tree actions", 300, 280);
+  wire(box, internalActions, "actions", merger, "in1");
+  wire(box, viewActions, "out", merger, "in2");
+  wire(box, merger, "out", view, "actions");
+  wire(box, merger, "out", window, "actions");
+}
+
 }  // namespace
 
 void registerViewCores() {
@@ -336,6 +445,10 @@ void registerViewCores() {
   TLibraryRegistry::instance().add("BHebView", buildHebView);
   registerTreemapCore();
   TLibraryRegistry::instance().add("BTreemapView", buildTreemapView);
+  registerTableLensCore();
+  TLibraryRegistry::instance().add("BTableLens", buildTableLens);
+  registerTreeViewCore();
+  TLibraryRegistry::instance().add("BTreeView", buildTreeView);
 }
 
 }  // namespace quorvel
