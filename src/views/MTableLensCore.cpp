@@ -273,11 +273,9 @@ void TTableLensImplementationCpp::applySort() {
         if (!py::isinstance<py::sequence>(pair) || py::len(pair) < 2 || pair[py::int_(0)].is_none()) continue;
         const std::string key = py::str(pair[py::int_(0)]).cast<std::string>();
         const bool ascending = py::bool_(pair[py::int_(1)]).cast<bool>();
-        bool found = false;
-        const size_t column = attrs->getIndexByKey(key);
         auto attribute = attrs->itemByKeyAs<TAttributeData>(key);
-        found = attribute && column < attrs->getItemCount();
-        if (!found) continue;
+        if (!attribute) continue;
+        const size_t column = attrs->getIndexByKey(key);
         attribute->stable_sort(m_Row2Id, ascending);
         m_HeaderIcons[column] =
             iconIndex((ascending ? "arrowupgray" : "arrowdowngray") + std::to_string(static_cast<int>(i) + 1));

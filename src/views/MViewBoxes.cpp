@@ -377,8 +377,10 @@ void buildTableLens(TFlowManager& lib) {
   auto internalActions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
   wire(box, internal, "out", internalActions, "internal selection");
   wire(box, port["primary selection"], "out", internalActions, "selection b");
+  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 500, 80);
   auto merger = addNamed(lib, box, "TActionMerger", "row actions", 600, 100);
   wire(box, internalActions, "actions", merger, "in1");
+  wire(box, canvasActions, "actions", merger, "in2");
   wire(box, merger, "out", table, "actions");
   wire(box, merger, "out", window, "actions");
   auto header = addNamed(lib, box, "TListHeaderActions", "list header actions", 700, 80);

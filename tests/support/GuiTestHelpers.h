@@ -78,6 +78,16 @@ struct App {
     me.appendCommand(command);
     settle();
   }
+  // Moves the clock on until the animations have ended and the queue is
+  // empty.
+  void finishAnimations() {
+    for (int i = 0; i < 50 && (!frame->animatelist.empty() || queued() > 0); ++i) {
+      now += 0.2;
+      frame->idleStep();
+      wxYield();
+    }
+    settle();
+  }
 };
 
 }  // namespace quorvel::test

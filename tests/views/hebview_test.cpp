@@ -30,14 +30,6 @@ struct THebApp : App {
     impl = heb ? heb->implementation() : nullptr;
     if (impl) pumpUntil([this] { return !impl->canvas->pendingrefresh; });
   }
-  void finishAnimations() {
-    for (int i = 0; i < 50 && (!frame->animatelist.empty() || queued() > 0); ++i) {
-      now += 0.2;
-      frame->idleStep();
-      wxYield();
-    }
-    settle();
-  }
   // The window pixel of a layout point of the rings.
   wxPoint pixelOf(float x, float y) const {
     const wxSize s = impl->canvas->GetClientSize();
