@@ -19,7 +19,9 @@
 #include "support/SyntheticData.h"
 #include "views/MHebProcessor.h"
 #include "views/MListControlViewProcessor.h"
+#include "views/MTableLensProcessor.h"
 #include "views/MTreemapProcessor.h"
+#include "views/MTreeViewProcessor.h"
 
 using namespace quorvel;
 namespace fs = std::filesystem;
@@ -160,16 +162,29 @@ size_t barePick(TGlCanvasBase& canvas, TCommonRenderer& renderer, const wxPoint&
   return renderer.exitSelectMode().size();
 }
 
-// A view on a synthetic dataset of 20,000 nodes, all unfolded.
+// A bare frame begins as the canvas begins its own: cleared, with its
+// projection and no model-view matrix.
+void beginBareFrame(TGlCanvasBase& canvas) {
+  canvas.setCurrent();
+  glClearColor(1, 1, 1, 1);
+  glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+  canvas.OnSetMatrices();
+  glMatrixMode(GL_MODELVIEW);
+  glLoadIdentity();
+}
+
+// A view on a synthetic dataset (by default of 20,000 nodes), all
+// unfolded, opened by a command.
 struct ViewSession {
   TMainFrame* frame = nullptr;
-  explicit ViewSession(const char* view) {
+  explicit ViewSession(const char* view) : ViewSession(std::string("openView('") + view + "')", "", true) {}
+  ViewSession(const std::string& command, const std::string& dataset, bool expand) {
     frame = new TMainFrame();
     frame->SetClientSize(1000, 700);
     publishGuiObjects();
-    frame->Load(fs::absolute(bench::syntheticDataset(20000, 60000)).string());
-    me.appendCommand(std::string("openView('") + view + "')");
-    me.appendCommand("expandAll()");
+    frame->Load(fs::absolute(dataset.empty() ? bench::syntheticDataset(20000, 60000) : dataset).string());
+    me.appendCommand(command);
+    if (expand) me.appendCommand("expandAll()");
     settle();
   }
   void settle() {
@@ -228,10 +243,7 @@ void BM_HebRepaint(benchmark::State& state) {
     if (!bare) {
       canvas->paintNow(false);
     } else {
-      canvas->setCurrent();
-      glClearColor(1, 1, 1, 1);
-      glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-      canvas->OnSetMatrices();
+      beginBareFrame(*canvas);
       s.viewMatrix();
       glCallList(list);
       glCallList(edges);
@@ -339,12 +351,7 @@ void BM_TreemapRepaint(benchmark::State& state) {
     if (!bare) {
       canvas->paintNow(false);
     } else {
-      canvas->setCurrent();
-      glClearColor(1, 1, 1, 1);
-      glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-      canvas->OnSetMatrices();
-      glMatrixMode(GL_MODELVIEW);
-      glLoadIdentity();
+      beginBareFrame(*canvas);
       glCallList(floor);
       glFinish();
     }
@@ -382,8 +389,161 @@ void BM_TreemapPick(benchmark::State& state) {
   state.counters["hits"] = static_cast<double>(hits);
 }
 
+// A table lens on the million nodes of a synthetic dataset with eight
+// columns.
+struct TableSession : ViewSession {
+  TTableLensImplementation* impl = nullptr;
+  TableSession()
+      : ViewSession("me.mainwindow.OnInstantiateLibBox('BTableLens', {'assign': [('gui title', 'Node table view')], "
+                    "'rename': [('attributes', 'node attributes'), ('selections', 'node selections'), "
+                    "('primary selection', 'node primary selection'), ('brushed', 'brushed nodes')]})",
+                    bench::syntheticDataset(1000000, 1000000, nullptr, 8), false) {
+    me.appendCommand("selectViewByName('Node table view')");
+    settle();
+    auto table = me.flowlayout->getBoxByType("BTableLens")->getProcessorByType<TTableLensProcessor>();
+    impl = table ? table->implementation() : nullptr;
+  }
+  // The floor: the same bars as quads in one list, coloured as the view
+  // colours them.
+  GLuint barList(size_t& quads) const {
+    const GLuint list = glGenLists(1);
+    glNewList(list, GL_COMPILE);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glBegin(GL_QUADS);
+    quads = 0;
+    const auto& widths = impl->m_Grid->columnwidths;
+    for (size_t row = 0; row < impl->m_Row2Id.size(); ++row) {
+      float x = 0;
+      const float y0 = 14.0f * static_cast<float>(row), y1 = y0 + 14.0f;
+      for (size_t c = 0; c < widths.size(); ++c) {
+        float length = 0;
+        TVector4 k;
+        if (impl->barOf(static_cast<int>(c), impl->m_Row2Id[row], length, k)) {
+          const float x1 = x + length * widths[c];
+          glColor4f(k.x - 0.1f, k.y - 0.1f, k.z - 0.1f, k.w);
+          glVertex2f(x, y0);
+          glColor4f(k.x, k.y, k.z, k.w);
+          glVertex2f(x1, y0);
+          glVertex2f(x1, y1);
+          glColor4f(k.x - 0.1f, k.y - 0.1f, k.z - 0.1f, k.w);
+          glVertex2f(x, y1);
+          ++quads;
+        }
+        x += widths[c];
+      }
+    }
+    glEnd();
+    glEndList();
+    return list;
+  }
+  void bareFrame(GLuint list) const {
+    auto* canvas = impl->canvas();
+    beginBareFrame(*canvas);
+    glTranslatef(0, static_cast<float>(canvas->GetClientSize().GetHeight()), 0);
+    glScalef(1, -1, 1);
+    glTranslatef(0, 20 - impl->getYpos(), 0);
+    glScalef(1, impl->getZoom(), 1);
+    glCallList(list);
+    glFinish();
+  }
+};
+
+// The first paint after the lists were cleared, which records the cell
+// list, against recording and calling a bare list of the same bars.
+void BM_TableFirstPaint(benchmark::State& state) {
+  TableSession s;
+  if (!s.impl || !s.impl->canvas()) return state.SkipWithError("no table");
+  auto* canvas = s.impl->canvas();
+  const bool bare = state.range(0) != 0;
+  size_t quads = 0;
+  for (auto _ : state) {
+    if (!bare) {
+      s.impl->clearLists();
+      canvas->paintNow(false);
+    } else {
+      canvas->setCurrent();
+      const GLuint list = s.barList(quads);
+      s.bareFrame(list);
+      glDeleteLists(list, 1);
+    }
+  }
+  state.counters["rows"] = static_cast<double>(s.impl->m_Row2Id.size());
+  if (bare) state.counters["quads"] = static_cast<double>(quads);
+}
+
+// A paint while scrolling: the list replayed under another offset, against
+// calling the bare list.
+void BM_TablePaint(benchmark::State& state) {
+  TableSession s;
+  if (!s.impl || !s.impl->canvas()) return state.SkipWithError("no table");
+  auto* canvas = s.impl->canvas();
+  canvas->paintNow(false);
+  canvas->setCurrent();
+  size_t quads = 0;
+  const GLuint list = s.barList(quads);
+  const bool bare = state.range(0) != 0;
+  float y = 0;
+  for (auto _ : state) {
+    s.impl->setYpos(y);
+    y = y > 200 ? 0 : y + 7;
+    if (!bare)
+      canvas->paintNow(false);
+    else
+      s.bareFrame(list);
+  }
+  glDeleteLists(list, 1);
+  state.counters["quads"] = static_cast<double>(quads);
+}
+
+// The tree view's list over the million rows of the synthetic tree: a fold
+// that takes half the lines away and its undo, each a new line count and a
+// paint of the lines in view.
+void BM_TreeViewFold(benchmark::State& state) {
+  static const auto full = bench::loadSyntheticDataset(1000000, 3000000).hierarchy;
+  static const auto half = [] {
+    auto h = std::make_shared<THierarchyData>("half");
+    h->m_Rows.assign(full->m_Rows.begin(), full->m_Rows.begin() + static_cast<long>(full->m_Rows.size() / 2));
+    h->rebuildIndex();
+    return h;
+  }();
+  auto fm = makeFlowManager(false);
+  auto proc = fm->constructProcessor<TTreeViewProcessor>();
+  proc->m_InternalSelection->setData(std::make_shared<TIntegerSetData>());
+  auto* frame = new wxFrame(nullptr, wxID_ANY, "tree", wxDefaultPosition, wxSize(400, 700));
+  auto* panel = new TTreeViewProcessorImplementation::TPanel(frame, proc.get());
+  frame->Show();
+  for (int i = 0; i < 200 && !frame->IsShownOnScreen(); ++i) {
+    wxYield();
+    wxMilliSleep(5);
+  }
+  size_t drawn = 0;
+  auto draw = panel->listbox->drawItem;
+  panel->listbox->drawItem = [&](wxDC& dc, const wxRect& r, size_t n) {
+    ++drawn;
+    draw(dc, r, n);
+  };
+  bool folded = false;
+  size_t paints = 0;
+  for (auto _ : state) {
+    panel->model.collapsedhierarchy = folded ? full : half;
+    folded = !folded;
+    panel->update();
+    panel->listbox->Update();
+    wxYield();
+    ++paints;
+  }
+  state.counters["lines"] = static_cast<double>(full->m_Rows.size() - 1);
+  state.counters["drawn/paint"] = static_cast<double>(drawn) / static_cast<double>(paints);
+  frame->Destroy();
+  wxYield();
+}
+
 }  // namespace
 
+BENCHMARK(BM_TreeViewFold)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TableFirstPaint)->ArgName("bare")->Arg(0)->Arg(1)->Iterations(3)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TablePaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TreemapRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TreemapPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HebRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);

@@ -4,6 +4,7 @@
 // CSV (peer-N/nodes.csv) so that the peer lays out the same tree;
 // scripts/peer-layout runs both and gives the ratio.
 #include <benchmark/benchmark.h>
+#include <pybind11/pybind11.h>
 
 #include <filesystem>
 #include <cstdlib>
@@ -15,9 +16,11 @@
 #include "engine/MFlowManager.h"
 #include "support/SyntheticData.h"
 #include "views/MHebCore.h"
+#include "views/MTableLensCore.h"
 #include "views/MTreemapCore.h"
 
 using namespace quorvel;
+namespace py = pybind11;
 
 namespace {
 
@@ -249,5 +252,75 @@ void BM_TreemapLayout(benchmark::State& state) {
   state.counters["bytes/node"] = bytes / static_cast<double>(impl.m_Nodes.size());
 }
 BENCHMARK(BM_TreemapLayout)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+// A table lens on every node of the synthetic tree with its eight columns.
+struct TTableBench {
+  std::shared_ptr<TFlowManager> fm = makeFlowManager(false);
+  std::shared_ptr<TTableLensProcessorCpp> proc = fm->constructProcessor<TTableLensProcessorCpp>();
+  std::shared_ptr<TTableLensImplementationCpp> impl = std::make_shared<TTableLensImplementationCpp>(proc.get());
+  static const bench::TLoadedDataset& dataset(uint32_t nodes) {
+    static std::map<uint32_t, bench::TLoadedDataset> cache;
+    if (!cache.count(nodes)) cache[nodes] = bench::loadDataset(bench::syntheticDataset(nodes, nodes, nullptr, 8));
+    return cache[nodes];
+  }
+  explicit TTableBench(uint32_t nodes) {
+    const auto& d = dataset(nodes);
+    proc->m_Implementation = impl;
+    proc->m_Attributes->setData(d.nodeAttributes);
+    proc->m_Selection->setData(d.allNodes);
+  }
+};
+
+// The rows in ascending id order with their lookup, and the value range of
+// every column: what a new selection or new columns cost.
+void BM_TableRows(benchmark::State& state) {
+  TTableBench t(static_cast<uint32_t>(state.range(0)));
+  for (auto _ : state) {
+    t.impl->buildRow2Id();
+    t.impl->computeMinMax();
+  }
+  const double rows = static_cast<double>(t.impl->m_Row2Id.size());
+  const auto& map = t.impl->m_Id2Row;
+  const double bytes = static_cast<double>(t.impl->m_Row2Id.capacity() * sizeof(uint32_t) +
+                                           map.bucket_count() * sizeof(void*) +
+                                           map.size() * (sizeof(std::pair<const uint32_t, uint32_t>) + 2 * sizeof(void*)));
+  state.counters["rows"] = rows;
+  state.counters["columns"] = static_cast<double>(t.impl->m_MinMax.size());
+  state.counters["bytes/row"] = bytes / rows;
+}
+BENCHMARK(BM_TableRows)->Arg(1000000)->Unit(benchmark::kMillisecond);
+
+// A sort by one column, against std::stable_sort of the same ids by the
+// same values read once into an array.
+void BM_TableSort(benchmark::State& state) {
+  TTableBench t(1000000);
+  t.impl->buildRow2Id();
+  const std::string key = "lines";
+  auto column = t.dataset(1000000).nodeAttributes->itemByKeyAs<TAttributeData>(key);
+  if (!column) return state.SkipWithError("no column 'lines'");
+  const bool bare = state.range(0) != 0;
+  t.proc->m_Sort->setData(std::make_shared<TPythonData>(
+      TPyRef::steal(py::make_tuple(py::make_tuple(key, true)).release().ptr())));
+  const std::vector<uint32_t> ascending = t.impl->m_Row2Id;
+  for (auto _ : state) {
+    t.impl->m_Row2Id = ascending;
+    if (!bare) {
+      t.impl->applySort();
+    } else {
+      std::vector<std::pair<float, uint32_t>> keyed;
+      keyed.reserve(ascending.size());
+      for (uint32_t id : ascending) {
+        bool found = false;
+        const float v = column->getFloatValueById(id, found);
+        keyed.emplace_back(found ? v : -std::numeric_limits<float>::infinity(), id);
+      }
+      std::stable_sort(keyed.begin(), keyed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+      for (size_t i = 0; i < keyed.size(); ++i) t.impl->m_Row2Id[i] = keyed[i].second;
+      t.impl->buildId2Row();
+    }
+  }
+  state.counters["rows"] = static_cast<double>(ascending.size());
+}
+BENCHMARK(BM_TableSort)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -14,8 +14,10 @@ namespace quorvel::bench {
 // The file of a synthetic dataset with five node and two edge attributes,
 // with its indexes in place as after a first load. A file of the same name
 // from an earlier run is the same dataset: the generator is deterministic.
-inline std::string syntheticDataset(uint32_t nodes, uint32_t edges, TSyntheticCounts* counts = nullptr) {
-  const std::string file = "synthetic-" + std::to_string(nodes) + "-" + std::to_string(edges) + ".db";
+inline std::string syntheticDataset(uint32_t nodes, uint32_t edges, TSyntheticCounts* counts = nullptr,
+                                    uint32_t attributes = 5) {
+  const std::string file = "synthetic-" + std::to_string(nodes) + "-" + std::to_string(edges) +
+                           (attributes == 5 ? "" : "-a" + std::to_string(attributes)) + ".db";
   const std::string countsFile = file + ".counts";
   TSyntheticCounts c;
   std::ifstream in(countsFile);
@@ -23,7 +25,7 @@ inline std::string syntheticDataset(uint32_t nodes, uint32_t edges, TSyntheticCo
     TSyntheticParams p;
     p.nodes = nodes;
     p.edges = edges;
-    p.attributes = 5;
+    p.attributes = attributes;
     p.edgeAttributes = 2;
     c = writeSyntheticDataset(p, file);
     TDatabase db(file);
@@ -44,6 +46,8 @@ struct TLoadedDataset {
   std::shared_ptr<TEdgeData> edges;
   std::shared_ptr<TIntegerSetData> allEdges;
   std::shared_ptr<TAttributeDataArray> edgeAttributes;
+  std::shared_ptr<TAttributeDataArray> nodeAttributes;
+  std::shared_ptr<TIntegerSetData> allNodes;
 };
 
 inline TLoadedDataset loadDataset(const std::string& file) {
@@ -56,6 +60,8 @@ inline TLoadedDataset loadDataset(const std::string& file) {
   l.edges = dataAs<TEdgeData>(loader->m_Edges);
   l.allEdges = dataAs<TIntegerSetDataArray>(loader->m_EdgeSelections)->itemAs<TIntegerSetData>(0);
   l.edgeAttributes = dataAs<TAttributeDataArray>(loader->m_EdgeAttributes);
+  l.nodeAttributes = dataAs<TAttributeDataArray>(loader->m_NodeAttributes);
+  l.allNodes = dataAs<TIntegerSetDataArray>(loader->m_NodeSelections)->itemAs<TIntegerSetData>(0);
   loader->destroy();
   return l;
 }

@@ -21,6 +21,17 @@ std::shared_ptr<T> pinData(const TPinPtr& pin) {
   return std::dynamic_pointer_cast<T>(pin->getData());
 }
 
+// A rectangle across the canvas over one row, in row space.
+void rowRectangle(TDrawSink& gl, float width, long row) {
+  const float y0 = 14.0f * static_cast<float>(row), y1 = y0 + 14.0f;
+  gl.begin(TDrawSink::Quads);
+  gl.vertex(0, y0);
+  gl.vertex(width, y0);
+  gl.vertex(width, y1);
+  gl.vertex(0, y1);
+  gl.end();
+}
+
 // The image index of an icon name, or -1.
 int iconIndex(const std::string& name) {
   if (!me.imagelistmap || me.imagelistmap.isNone()) return -1;
@@ -332,14 +343,7 @@ void TTableLensImplementationCpp::renderSelection() {
     if (!set) return;
     for (uint32_t id : set->m_Set.ids()) {
       const long r = getRowByNid(id);
-      if (r < 0) continue;
-      const float y0 = 14.0f * static_cast<float>(r), y1 = y0 + 14.0f;
-      gl.begin(TDrawSink::Quads);
-      gl.vertex(0, y0);
-      gl.vertex(w, y0);
-      gl.vertex(w, y1);
-      gl.vertex(0, y1);
-      gl.end();
+      if (r >= 0) rowRectangle(gl, w, r);
     }
   };
   gl.color(230 / 255.0f, 230 / 255.0f, 230 / 255.0f, 1);
@@ -354,30 +358,27 @@ void TTableLensImplementationCpp::renderCells() {
   TDrawSink& gl = *m_Sink;
   gl.enable(TDrawSink::Blend, true);
   gl.blendFunc(TDrawSink::SrcAlphaOneMinusSrcAlpha);
-  gl.pushName(1);
-  gl.pushName(0);
   const float w = static_cast<float>(m_Grid->width);
   const int rows = std::min<int>(m_Grid->rowcount, static_cast<int>(m_Row2Id.size()));
-  for (int row = 0; row < rows; ++row) {
-    gl.loadName(static_cast<unsigned>(row));
-    // The whole row picks, right of the last column too.
-    const float y0 = 14.0f * static_cast<float>(row), y1 = y0 + 14.0f;
+  // Each list holds what its pass can tell: the pick list an invisible
+  // rectangle across each row under the row's name, which also picks right
+  // of the last column and covers the row's bars; the paint list the bars
+  // alone, with no state changed between them, so that it replays as one
+  // run of vertices.
+  if (m_Picking) {
+    gl.pushName(1);
+    gl.pushName(0);
     gl.colorMask(false);
-    gl.begin(TDrawSink::Quads);
-    gl.vertex(0, y0);
-    gl.vertex(w, y0);
-    gl.vertex(w, y1);
-    gl.vertex(0, y1);
-    gl.end();
-    gl.colorMask(true);
-    float x = 0;
-    for (size_t c = 0; c < m_Grid->columnwidths.size(); ++c) {
-      renderCell(static_cast<int>(c), row, TGridRect{x, y0, x + m_Grid->columnwidths[c], y1});
-      x += m_Grid->columnwidths[c];
+    for (int row = 0; row < rows; ++row) {
+      gl.loadName(static_cast<unsigned>(row));
+      rowRectangle(gl, w, row);
     }
+    gl.colorMask(true);
+    gl.popName();
+    gl.popName();
+    return;
   }
-  gl.popName();
-  gl.popName();
+  m_Grid->forEachCell();
 }
 
 bool TTableLensImplementationCpp::barOf(int column, uint32_t id, float& length, TVector4& color) const {

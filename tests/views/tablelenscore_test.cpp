@@ -196,14 +196,20 @@ TEST(TableLens, BarsStandForValuesWithinTheColumnRange) {
   EXPECT_FALSE(t.impl->barOf(2, 1, length, c));
   EXPECT_FALSE(t.impl->barOf(1, 99, length, c));
 
-  // The cell pass: a pick rectangle per row and a bar per value above
-  // 0.001 (six groups, five sizes), the bar darker at its start.
+  // The cell pass: a bar per value above 0.001 (six groups, five sizes),
+  // darker at its start; the pick pass a rectangle per row under its name.
   t.impl->m_Grid->columnwidths = {100, 100, 100};
   t.proc->m_Transparency->setData(std::make_shared<TFloatData>(0.25f));
   t.impl->prepare(400, 300);
+  t.impl->m_Picking = true;
   t.impl->renderCells();
-  size_t quads = t.sink.count(TDrawSink::Quads);
-  EXPECT_EQ(quads, 6u + 6u + 5u);
+  ASSERT_EQ(t.sink.count(TDrawSink::Quads), 6u);
+  EXPECT_EQ(t.sink.prims[4].names, (std::vector<unsigned>{1, 4}));
+  EXPECT_EQ(t.sink.prims[4].vertices[1].x, 400.0f) << "across the whole canvas";
+  t.sink.prims.clear();
+  t.impl->m_Picking = false;
+  t.impl->renderCells();
+  EXPECT_EQ(t.sink.count(TDrawSink::Quads), 6u + 5u);
   const auto& bar = *std::find_if(t.sink.prims.begin(), t.sink.prims.end(), [](const auto& p) {
     return p.vertices.size() == 4 && p.vertices[0].x == 100 && p.vertices[0].y == 28;
   });
