@@ -24,6 +24,11 @@ class TMessageServer {
 TMessageServer* messageServer();
 void setMessageServer(std::shared_ptr<TMessageServer> server);
 
+// Where the sockets of the channel live: $XDG_RUNTIME_DIR/quorvel, or
+// /tmp/quorvel-<uid> without it; and the socket of a number there.
+std::string channelFolder();
+std::string channelSocket(long number);
+
 // Starts listening, as "-l" asks; `sendto` is the listener's address. A
 // failure is logged and the start goes on.
 void startMessageChannel(std::optional<int> sendto);
