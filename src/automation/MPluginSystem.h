@@ -1,5 +1,5 @@
 // Plug-ins: folders beside the program, each offering an entry in the File
-// menu.
+// menu, and the dialogs that the program lends them.
 #pragma once
 
 #include <functional>
@@ -14,7 +14,11 @@ struct TPluginMenuRow {
   std::function<void()> run;
 };
 
-// The File menu's plug-in entries, in the order of the plug-ins.
+// Loads the plug-ins from the "plugins" folder (once; me.pluginsystem) and
+// gives the File menu's entries, in the order of the plug-ins.
 std::vector<TPluginMenuRow> pluginMenuRows();
+
+// The dialogs and the progress dialog of plug-ins, as script functions.
+void bindPluginUi(void* quorvelModule);
 
 }  // namespace quorvel

@@ -93,7 +93,8 @@ class TUiServices {
   virtual void setStatusText(const std::string& text) = 0;
   // The progress dialog of waitForFunction.
   virtual void openProgress(const std::string& title) = 0;
-  virtual void pulseProgress(const std::string& text) = 0;
+  // False once the user asked to abort.
+  virtual bool pulseProgress(const std::string& text) = 0;
   virtual void closeProgress() = 0;
   // Lets the toolkit handle pending events.
   virtual void yield() = 0;
@@ -116,7 +117,10 @@ class THeadlessUi : public TUiServices {
   bool hasStatusBar() const override { return false; }
   void setStatusText(const std::string&) override {}
   void openProgress(const std::string& title) override { progressEvents.push_back("open:" + title); }
-  void pulseProgress(const std::string& text) override { progressEvents.push_back("pulse:" + text); }
+  bool pulseProgress(const std::string& text) override {
+    progressEvents.push_back("pulse:" + text);
+    return true;
+  }
   void closeProgress() override { progressEvents.push_back("close"); }
   void yield() override {}
 };

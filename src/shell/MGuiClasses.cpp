@@ -7,6 +7,7 @@
 #include <pybind11/stl.h>
 
 #include "analysis/MCoreClasses.h"
+#include "automation/MPluginSystem.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
 #include "python/PyEngine.h"
@@ -111,6 +112,7 @@ void registerGuiClasses() {
   registerTableLensView();
   registerTreeView();
   addScriptBindings(&bindGui);
+  addScriptBindings(&bindPluginUi);
 }
 
 void publishGuiObjects() {

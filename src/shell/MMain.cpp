@@ -84,9 +84,7 @@ class TWxUi : public TUiServices {
     m_Progress = new wxProgressDialog(wxText(title), "", 100, mainFrame(),
                                       wxPD_CAN_ABORT | wxPD_APP_MODAL | wxPD_ELAPSED_TIME);
   }
-  void pulseProgress(const std::string& text) override {
-    if (m_Progress) m_Progress->Pulse(wxText(text));
-  }
+  bool pulseProgress(const std::string& text) override { return !m_Progress || m_Progress->Pulse(wxText(text)); }
   void closeProgress() override {
     if (m_Progress) m_Progress->Destroy();
     m_Progress = nullptr;

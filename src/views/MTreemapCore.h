@@ -5,8 +5,6 @@
 
 #include <limits>
 #include <memory>
-#include <ranges>
-#include <span>
 #include <vector>
 
 #include "engine/MLargePages.h"
@@ -104,10 +102,25 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   // The tile of an lft, or null.
   const TTreemapNode* findByLft(uint32_t lft) const;
   // The node indices of the shown children.
-  auto shown(const TTreemapNode& n) const {
-    return std::span<const TTreemapSlot>(m_Shown.data() + n.firstShown, n.shownCount) |
-           std::views::transform([](const TTreemapSlot& s) { return s.node; });
-  }
+  struct TShownRange {
+    const TTreemapSlot* first;
+    size_t count;
+    struct iterator {
+      const TTreemapSlot* p;
+      uint32_t operator*() const { return p->node; }
+      iterator& operator++() {
+        ++p;
+        return *this;
+      }
+      bool operator!=(const iterator& o) const { return p != o.p; }
+    };
+    iterator begin() const { return {first}; }
+    iterator end() const { return {first + count}; }
+    size_t size() const { return count; }
+    bool empty() const { return count == 0; }
+    uint32_t operator[](size_t i) const { return first[i].node; }
+  };
+  TShownRange shown(const TTreemapNode& n) const { return {m_Shown.data() + n.firstShown, n.shownCount}; }
   const TNodeVisual* visualOfLft(uint32_t lft) override;
 
  private:
