@@ -23,6 +23,43 @@ namespace {
 // The icons by the texts of "type", or none.
 const char* const kIconPickerSettings = "{'allownone': True, 'defaultkey': [\"icon for 'type'\"]}";
 
+// The shown columns of an id view: a key list (by default all but the
+// internal keys) and the picker that takes those columns from `attributes`.
+struct TColumns {
+  TProcessorPtr keys, picker;
+};
+TColumns addColumns(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& attributes) {
+  auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
+  auto columnSettings =
+      addSource(lib, box, "TPythonDataSource", "column picker settings", scriptValue("{'defaultkeys': 'all'}"), 150, 40);
+  auto columns = addNamed(lib, box, "TSubArrayPicker", "column picker", 100, 60);
+  wire(box, attributes, "out", columns, "array");
+  wire(box, keys, "out", columns, "keys");
+  wire(box, columnSettings, "out", columns, "settings");
+  return {keys, columns};
+}
+
+// The header commands of an id view: sorting by the clicked column, and
+// removing or configuring columns.
+void addHeaderActions(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& view, const TColumns& columns,
+                      const TProcessorPtr& sort) {
+  auto header = addNamed(lib, box, "TListHeaderActions", "list header actions", 700, 80);
+  wire(box, view, "on column right click", header, "column index");
+  wire(box, columns.picker, "out", header, "attributes");
+  wire(box, sort, "out", header, "sort");
+  wire(box, columns.keys, "out", header, "keys");
+  wire(box, header, "actions", view, "header actions");
+}
+
+// Moving the rows marked in a view into the shared selection and out.
+TProcessorPtr addInternalSelectionActions(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& internal,
+                                          const TProcessorPtr& selectionB) {
+  auto actions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
+  wire(box, internal, "out", actions, "internal selection");
+  wire(box, selectionB, "out", actions, "selection b");
+  return actions;
+}
+
 // BListView: the ids of one selection of the dataset with all their
 // attributes as a report list. Its ports take the node or the edge names
 // when it is opened ("node attributes", ...).
@@ -42,27 +79,19 @@ void buildListView(TFlowManager& lib) {
                              "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
   auto iconPicker = addPicker(lib, box, "icon picker", icons, "out", nullptr, kIconPickerSettings, 400, 60);
 
-  // The shown columns: the keys, by default all but the internal ones.
-  auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
-  auto columnSettings =
-      addSource(lib, box, "TPythonDataSource", "column picker settings", scriptValue("{'defaultkeys': 'all'}"), 150, 40);
-  auto columns = addNamed(lib, box, "TSubArrayPicker", "column picker", 100, 60);
-  wire(box, attributes, "out", columns, "array");
-  wire(box, keys, "out", columns, "keys");
-  wire(box, columnSettings, "out", columns, "settings");
-
+  const TColumns columns = addColumns(lib, box, attributes);
   auto sort = addSource(lib, box, "TPythonDataSource", "sort", nullptr, 600, 40);
   auto internal = addNamed(lib, box, "TIntegerSetDataSource", "internal selection", 700, 40);
 
   auto list = addNamed(lib, box, "TListGuiProcessor", "list view", 0, 100);
   wire(box, window, "out", list, "gui parent");
-  wire(box, columns, "out", list, "attributes");
+  wire(box, columns.picker, "out", list, "attributes");
   wire(box, sort, "out", list, "sort");
   wire(box, selection, "out", list, "selection");
   wire(box, selectionB, "out", list, "selection b");
   wire(box, internal, "out", list, "internal selection");
   wire(box, iconPicker, "out", list, "icon attr");
-  wire(box, keys, "out", list, "keys");
+  wire(box, columns.keys, "out", list, "keys");
 
   // Rows: deselecting, and moving the marked rows into the shared
   // selection; headers: sorting and columns.
@@ -71,19 +100,11 @@ void buildListView(TFlowManager& lib) {
   auto common = addNamed(lib, box, "TCommonNodeEdgeActions", "common n/e actions", 500, 80);
   wire(box, nodeSelection, "out", common, "node user selection");
   wire(box, edgeSelection, "out", common, "edge user selection");
-  auto internalActions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
-  wire(box, internal, "out", internalActions, "internal selection");
-  wire(box, selectionB, "out", internalActions, "selection b");
   auto merger = addNamed(lib, box, "TActionMerger", "row actions", 500, 100);
-  wire(box, internalActions, "actions", merger, "in1");
+  wire(box, addInternalSelectionActions(lib, box, internal, selectionB), "actions", merger, "in1");
   wire(box, common, "actions", merger, "in2");
   wire(box, merger, "out", list, "actions");
-  auto header = addNamed(lib, box, "TListHeaderActions", "list header actions", 700, 80);
-  wire(box, list, "on column right click", header, "column index");
-  wire(box, columns, "out", header, "attributes");
-  wire(box, sort, "out", header, "sort");
-  wire(box, keys, "out", header, "keys");
-  wire(box, header, "actions", list, "header actions");
+  addHeaderActions(lib, box, list, columns, sort);
 }
 
 // The ports of a view box, by BMain's names, in one row.
@@ -338,15 +359,9 @@ void buildTableLens(TFlowManager& lib) {
 
   auto selection = addPicker(lib, box, "selection picker", port["selections"], "out", nullptr,
                              "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
-  auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
-  auto columnSettings =
-      addSource(lib, box, "TPythonDataSource", "column picker settings", scriptValue("{'defaultkeys': 'all'}"), 150, 40);
-  auto columns = addNamed(lib, box, "TSubArrayPicker", "column picker", 100, 60);
-  wire(box, port["attributes"], "out", columns, "array");
-  wire(box, keys, "out", columns, "keys");
-  wire(box, columnSettings, "out", columns, "settings");
+  const TColumns columns = addColumns(lib, box, port["attributes"]);
   auto normalizer = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "columns ordnorm", 100, 80);
-  wire(box, columns, "out", normalizer, "in");
+  wire(box, columns.picker, "out", normalizer, "in");
   auto mapKey = addSource(lib, box, "TStringDataSource", "colormap source", nullptr, 500, 40);
   auto colormap = addPicker(lib, box, "colormap picker", port["colormaps"], "out", mapKey,
                             "{'defaultkey': 'Rainbow'}", 500, 60);
@@ -360,7 +375,7 @@ void buildTableLens(TFlowManager& lib) {
 
   auto table = addNamed(lib, box, "TTableLensProcessor", "table lens", 0, 120);
   wire(box, window, "out", table, "gui parent");
-  wire(box, columns, "out", table, "attributes");
+  wire(box, columns.picker, "out", table, "attributes");
   wire(box, normalizer, "out", table, "attributes ordnorm");
   wire(box, sort, "out", table, "sort");
   wire(box, selection, "out", table, "selection");
@@ -368,27 +383,19 @@ void buildTableLens(TFlowManager& lib) {
   wire(box, port["brushed"], "out", table, "brushed");
   wire(box, port["primary selection"], "out", table, "selection b");
   wire(box, internal, "out", table, "internal selection");
-  wire(box, keys, "out", table, "keys");
+  wire(box, columns.keys, "out", table, "keys");
   wire(box, widths, "out", table, "column widths");
   wire(box, zoom, "out", table, "setting.zoom");
 
   // Rows: moving the marked rows into the shared selection; headers:
   // sorting and columns.
-  auto internalActions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
-  wire(box, internal, "out", internalActions, "internal selection");
-  wire(box, port["primary selection"], "out", internalActions, "selection b");
   auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 500, 80);
   auto merger = addNamed(lib, box, "TActionMerger", "row actions", 600, 100);
-  wire(box, internalActions, "actions", merger, "in1");
+  wire(box, addInternalSelectionActions(lib, box, internal, port["primary selection"]), "actions", merger, "in1");
   wire(box, canvasActions, "actions", merger, "in2");
   wire(box, merger, "out", table, "actions");
   wire(box, merger, "out", window, "actions");
-  auto header = addNamed(lib, box, "TListHeaderActions", "list header actions", 700, 80);
-  wire(box, table, "on column right click", header, "column index");
-  wire(box, columns, "out", header, "attributes");
-  wire(box, sort, "out", header, "sort");
-  wire(box, keys, "out", header, "keys");
-  wire(box, header, "actions", table, "header actions");
+  addHeaderActions(lib, box, table, columns, sort);
 }
 
 // BTreeView: the view's hierarchy as an indented list. Its marked lines
@@ -424,11 +431,9 @@ void buildTreeView(TFlowManager& lib) {
   wire(box, internal, "out", view, "internal selection");
 
   auto viewActions = addNodeViewActions(lib, box, port, tree, internal);
-  auto internalActions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
-  wire(box, internal, "out", internalActions, "internal selection");
-  wire(box, port["node primary selection"], "out", internalActions, "selection b");
   auto merger = addNamed(lib, box, "TActionMerger", "tree actions", 300, 280);
-  wire(box, internalActions, "actions", merger, "in1");
+  wire(box, addInternalSelectionActions(lib, box, internal, port["node primary selection"]), "actions", merger,
+       "in1");
   wire(box, viewActions, "out", merger, "in2");
   wire(box, merger, "out", view, "actions");
   wire(box, merger, "out", window, "actions");
