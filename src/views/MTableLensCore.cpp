@@ -16,11 +16,6 @@ namespace quorvel {
 
 namespace {
 
-template <class T>
-std::shared_ptr<T> pinData(const TPinPtr& pin) {
-  return std::dynamic_pointer_cast<T>(pin->getData());
-}
-
 // A rectangle across the canvas over one row, in row space.
 void rowRectangle(TDrawSink& gl, float width, long row) {
   const float y0 = 14.0f * static_cast<float>(row), y1 = y0 + 14.0f;
@@ -74,7 +69,7 @@ void TTableLensProcessorCpp::process() {
   }
   const bool selection = m_Selection->hasChanged(), attributes = m_Attributes->hasChanged();
   if (selection)
-    if (auto internal = pinData<TIntegerSetData>(m_InternalSelection)) internal->clear();
+    if (auto internal = dataAs<TIntegerSetData>(m_InternalSelection)) internal->clear();
   if (impl && selection && m_Selection->getData()) impl->buildRow2Id();
   if (impl && (selection || attributes) && m_Selection->getData() && m_Attributes->getData()) {
     impl->computeMinMax();
@@ -199,11 +194,11 @@ TTableLensImplementationCpp::TTableLensImplementationCpp(TTableLensProcessorCpp*
 }
 
 std::shared_ptr<TDataArray> TTableLensImplementationCpp::attributes() const {
-  return pinData<TDataArray>(m_Processor->m_Attributes);
+  return dataAs<TDataArray>(m_Processor->m_Attributes);
 }
 
 std::shared_ptr<TDataArray> TTableLensImplementationCpp::attributesOrdnorm() const {
-  return pinData<TDataArray>(m_Processor->m_AttributesOrdnorm);
+  return dataAs<TDataArray>(m_Processor->m_AttributesOrdnorm);
 }
 
 void TTableLensImplementationCpp::canvasSize(int& width, int& height) const {
@@ -216,12 +211,12 @@ std::string TTableLensImplementationCpp::listPrefix() const { return "list" + st
 void TTableLensImplementationCpp::prepare(int width, int height) {
   m_Grid->width = width;
   m_Grid->height = height;
-  auto transparency = pinData<TFloatData>(m_Processor->m_Transparency);
+  auto transparency = dataAs<TFloatData>(m_Processor->m_Transparency);
   m_Transparency = transparency ? transparency->getValue() : 0.0f;
-  if (auto zoom = pinData<TFloatData>(m_Processor->m_Zoom)) setZoom(zoom->getValue());
-  if (auto selection = pinData<TIntegerSetData>(m_Processor->m_Selection))
+  if (auto zoom = dataAs<TFloatData>(m_Processor->m_Zoom)) setZoom(zoom->getValue());
+  if (auto selection = dataAs<TIntegerSetData>(m_Processor->m_Selection))
     m_Grid->rowcount = static_cast<int>(selection->getCount());
-  auto widths = pinData<TDataArray>(m_Processor->m_ColumnWidths);
+  auto widths = dataAs<TDataArray>(m_Processor->m_ColumnWidths);
   if (!widths) {
     widths = std::make_shared<TFloatDataArray>();
     m_Processor->m_ColumnWidths->setData(widths);
@@ -235,7 +230,7 @@ void TTableLensImplementationCpp::prepare(int width, int height) {
 
 void TTableLensImplementationCpp::computeMinMax() {
   auto attrs = attributes();
-  auto selection = pinData<TIntegerSetData>(m_Processor->m_Selection);
+  auto selection = dataAs<TIntegerSetData>(m_Processor->m_Selection);
   if (!attrs || !selection) throw std::runtime_error("!attributes || !selection");
   m_MinMax.clear();
   for (const auto& item : attrs->m_Items) {
@@ -256,7 +251,7 @@ void TTableLensImplementationCpp::computeMinMax() {
 void TTableLensImplementationCpp::buildRow2Id() {
   m_Row2Id.clear();
   m_Id2Row.clear();
-  auto selection = pinData<TIntegerSetData>(m_Processor->m_Selection);
+  auto selection = dataAs<TIntegerSetData>(m_Processor->m_Selection);
   if (!selection) return;
   const auto& ids = selection->m_Set.ids();
   m_Row2Id.assign(ids.begin(), ids.end());
@@ -274,7 +269,7 @@ void TTableLensImplementationCpp::applySort() {
   if (!attrs) return;
   m_HeaderIcons.assign(attrs->getItemCount(), -1);
   if (attrs->getItemCount() == 0) return;
-  auto sort = pinData<TPythonData>(m_Processor->m_Sort);
+  auto sort = dataAs<TPythonData>(m_Processor->m_Sort);
   if (sort && sort->getValue() && !sort->getValue().isNone()) {
     py::handle list(sort->getValue().get());
     if (py::isinstance<py::list>(list) || py::isinstance<py::tuple>(list)) {
@@ -302,7 +297,7 @@ long TTableLensImplementationCpp::getRowByNid(uint32_t id) const {
 }
 
 void TTableLensImplementationCpp::setColumnWidths() {
-  auto widths = pinData<TDataArray>(m_Processor->m_ColumnWidths);
+  auto widths = dataAs<TDataArray>(m_Processor->m_ColumnWidths);
   auto attrs = attributes();
   if (!widths || !attrs) return;
   const size_t columns = attrs->getItemCount();
@@ -323,7 +318,7 @@ void TTableLensImplementationCpp::setColumnWidths() {
 }
 
 void TTableLensImplementationCpp::setColumnsToWidth() {
-  auto widths = pinData<TDataArray>(m_Processor->m_ColumnWidths);
+  auto widths = dataAs<TDataArray>(m_Processor->m_ColumnWidths);
   if (!widths || widths->m_Items.empty()) return;
   const float each = static_cast<float>(m_Grid->width) / static_cast<float>(widths->m_Items.size());
   m_Grid->columnwidths.assign(widths->m_Items.size(), each);
@@ -339,7 +334,7 @@ void TTableLensImplementationCpp::renderSelection() {
   gl.enable(TDrawSink::Blend, false);
   const float w = static_cast<float>(m_Grid->width);
   auto rows = [&](const TPinPtr& pin) {
-    auto set = pinData<TIntegerSetData>(pin);
+    auto set = dataAs<TIntegerSetData>(pin);
     if (!set) return;
     for (uint32_t id : set->m_Set.ids()) {
       const long r = getRowByNid(id);
@@ -393,7 +388,7 @@ bool TTableLensImplementationCpp::barOf(int column, uint32_t id, float& length, 
   if (!(lo < hi) || !(v > 0.001f)) return false;
   v = std::clamp((v - lo) / (hi - lo), 0.0f, 1.0f);
   if (std::fabs(hi - lo) < 0.0001f) v = 0;
-  auto map = pinData<TColorMapData>(m_Processor->m_Colormap);
+  auto map = dataAs<TColorMapData>(m_Processor->m_Colormap);
   color = TVector4(0.5f, 0.5f, 0.5f, 1);
   if (map && map->getColorMap()) map->getColorMap()->getColor(v, color);
   color.w = 1 - m_Transparency;

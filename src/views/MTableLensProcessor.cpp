@@ -19,11 +19,6 @@ namespace {
 
 constexpr unsigned kRowName = 1, kHeaderName = 2, kSeparatorName = 3;
 
-template <class T>
-std::shared_ptr<T> dataOn(const TPinPtr& pin) {
-  return pin ? std::dynamic_pointer_cast<T>(pin->getData()) : nullptr;
-}
-
 void logFailure(const std::exception& e) {
   std::printf("%s\n", e.what());
   if (me.logger) me.logger->criticalerror(e.what());
@@ -108,7 +103,7 @@ void TCanvas::OnMouseMotion(wxMouseEvent& evt) {
   TGlCanvasBase::OnMouseMotion(evt);
   if (!impl || pendingrefresh) return;
   try {
-    auto brushed = dataOn<TIntegerSetData>(impl->m_Processor->m_Brushed);
+    auto brushed = dataAs<TIntegerSetData>(impl->m_Processor->m_Brushed);
     if (!brushed) return;
     if (dragcolumn) {
       refresh();
@@ -165,7 +160,7 @@ void TCanvas::OnMouseLeftUp(wxMouseEvent& evt) {
   if (!impl) return;
   mousepos = evt.GetPosition();
   if (dragcolumn) {
-    auto widths = dataOn<TDataArray>(impl->m_Processor->m_ColumnWidths);
+    auto widths = dataAs<TDataArray>(impl->m_Processor->m_ColumnWidths);
     auto width = widths ? widths->itemAs<TFloatData>(static_cast<size_t>(*dragcolumn)) : nullptr;
     const wxSize client = GetClientSize();
     const bool over = evt.GetX() >= 0 && evt.GetY() >= 0 && evt.GetX() < client.GetWidth() &&
@@ -191,7 +186,7 @@ void TCanvas::OnMouseLeftUp(wxMouseEvent& evt) {
 }
 
 void TCanvas::releaseRow(int row, const wxMouseEvent& evt) {
-  auto internal = dataOn<TIntegerSetData>(impl->m_Processor->m_InternalSelection);
+  auto internal = dataAs<TIntegerSetData>(impl->m_Processor->m_InternalSelection);
   if (!internal || row < 0 || static_cast<size_t>(row) >= impl->m_Row2Id.size()) return;
   const TRowClickSelection::TEffect effect = rowclicks.click(row, evt.ShiftDown(), evt.ControlDown());
   if (effect.last < effect.first) return;
@@ -209,7 +204,7 @@ void TCanvas::OnLeftMouseDoubleClick(wxMouseEvent& evt) {
   const auto hits = pickedNames();
   if (hits.empty() || hits.back()[0] != kRowName || hits.back().size() < 2) return;
   const size_t row = hits.back()[1];
-  auto selectionB = dataOn<TIntegerSetData>(impl->m_Processor->m_SelectionB);
+  auto selectionB = dataAs<TIntegerSetData>(impl->m_Processor->m_SelectionB);
   if (!selectionB || row >= impl->m_Row2Id.size()) return;
   selectionB->clear();
   selectionB->add(impl->getNidByRow(row));
@@ -297,7 +292,7 @@ void TTableLensImplementation::canvasSize(int& width, int& height) const {
 
 void TTableLensImplementation::setScrollbar() {
   if (!panel || !m_Grid) return;
-  auto selection = dataOn<TIntegerSetData>(m_Processor->m_Selection);
+  auto selection = dataAs<TIntegerSetData>(m_Processor->m_Selection);
   if (!selection || selection->getCount() == 0) return;
   const float total = static_cast<float>(m_Grid->rowcount) * 14.0f * m_Grid->zoom;
   const float page = static_cast<float>(m_Grid->height) - quorvel::TGlGrid::kHeader;
@@ -308,7 +303,7 @@ void TTableLensImplementation::setScrollbar() {
 
 void TTableLensImplementation::changeZoom(float v) {
   setZoom(getZoom() + v);
-  if (auto zoom = dataOn<TFloatData>(m_Processor->m_Zoom)) zoom->setValue(getZoom());
+  if (auto zoom = dataAs<TFloatData>(m_Processor->m_Zoom)) zoom->setValue(getZoom());
 }
 
 void TTableLensImplementation::ensureFontsExist() {

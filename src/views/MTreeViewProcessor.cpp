@@ -11,15 +11,6 @@
 
 namespace quorvel {
 
-namespace {
-
-template <class T>
-std::shared_ptr<T> pinData(const TPinPtr& pin) {
-  return std::dynamic_pointer_cast<T>(pin->getData());
-}
-
-}  // namespace
-
 using TPanel = TTreeViewProcessorImplementation::TPanel;
 
 TPanel::TPanel(wxWindow* parent, TTreeViewProcessor* p) : wxPanel(parent), processor(p) {
@@ -59,14 +50,14 @@ void TPanel::update() {
   listbox->SetItemCount(model.lineCount());
   if (model.lineCount() > 0) listbox->ScrollToRow(std::min(first, model.lineCount() - 1));
   listbox->DeselectAll();
-  if (auto internal = pinData<TIntegerSetData>(processor->m_InternalSelection))
+  if (auto internal = dataAs<TIntegerSetData>(processor->m_InternalSelection))
     for (size_t line : model.linesOf(*internal)) listbox->Select(line, true);
   listbox->Thaw();
   listbox->Refresh();
 }
 
 void TPanel::updateInternalSelection() {
-  auto internal = pinData<TIntegerSetData>(processor->m_InternalSelection);
+  auto internal = dataAs<TIntegerSetData>(processor->m_InternalSelection);
   if (internal && internal->getCount() == 0) listbox->DeselectAll();
 }
 
@@ -95,7 +86,7 @@ void TPanel::drawLine(wxDC& dc, const wxRect& rect, size_t n) {
 }
 
 void TPanel::onSelect() {
-  auto internal = pinData<TIntegerSetData>(processor->m_InternalSelection);
+  auto internal = dataAs<TIntegerSetData>(processor->m_InternalSelection);
   if (!internal || !model.collapsedhierarchy) return;
   internal->clear();
   unsigned long cookie = 0;
@@ -148,20 +139,20 @@ void TTreeViewProcessor::process_python() {
                                  m_IconAttr});
   if (panel && tree && m_Hierarchy->getData() && m_CollapsedHierarchy->getData() && m_AggLft->getData() &&
       m_Collapsed->getData() && m_Level->getData() && m_NodeTextAttr->getData()) {
-    panel->fullhierarchy = pinData<THierarchyData>(m_Hierarchy);
-    panel->agglft = pinData<TAggLftData>(m_AggLft);
-    panel->model.collapsedhierarchy = pinData<THierarchyData>(m_CollapsedHierarchy);
-    panel->model.collapsed = pinData<TBoolAttributeData>(m_Collapsed);
-    panel->model.level = pinData<TIntegerAttributeData>(m_Level);
-    panel->model.textattr = pinData<TAttributeData>(m_NodeTextAttr);
-    panel->model.iconattr = pinData<TIntegerAttributeData>(m_IconAttr);
-    panel->selection = pinData<TIntegerSetData>(m_SelectionB);
+    panel->fullhierarchy = dataAs<THierarchyData>(m_Hierarchy);
+    panel->agglft = dataAs<TAggLftData>(m_AggLft);
+    panel->model.collapsedhierarchy = dataAs<THierarchyData>(m_CollapsedHierarchy);
+    panel->model.collapsed = dataAs<TBoolAttributeData>(m_Collapsed);
+    panel->model.level = dataAs<TIntegerAttributeData>(m_Level);
+    panel->model.textattr = dataAs<TAttributeData>(m_NodeTextAttr);
+    panel->model.iconattr = dataAs<TIntegerAttributeData>(m_IconAttr);
+    panel->selection = dataAs<TIntegerSetData>(m_SelectionB);
     panel->update();
   }
   if (panel && haveChanged({m_CollapsedHierarchy, m_SelectionB}) && m_SelectionB->getData() &&
       m_Hierarchy->getData()) {
-    if (auto rows = pinData<THierarchyData>(m_CollapsedHierarchy)) panel->model.collapsedhierarchy = rows;
-    panel->model.setBoldIds(pinData<TIntegerSetData>(m_SelectionB).get());
+    if (auto rows = dataAs<THierarchyData>(m_CollapsedHierarchy)) panel->model.collapsedhierarchy = rows;
+    panel->model.setBoldIds(dataAs<TIntegerSetData>(m_SelectionB).get());
     panel->listbox->Refresh();
   }
   if (panel && m_InternalSelection->hasChanged()) panel->updateInternalSelection();
