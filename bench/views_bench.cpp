@@ -134,19 +134,9 @@ struct TCountingSink : TNullDrawSink {
   void vertex(float, float) override { ++vertices; }
 };
 
-// The system's C headers as the importer reads them, imported once beside
-// the benchmark programs.
+// The system's C headers as the loader reads them.
 const bench::TLoadedDataset& headersDataset() {
-  static const bench::TLoadedDataset d = [] {
-    const std::string file = "datasets/usr-include.db";
-    if (!std::filesystem::exists(file)) {
-      std::filesystem::create_directories("datasets");
-      if (std::system(("./quorvel-import /usr/include " + file + ".part >/dev/null 2>&1").c_str()) != 0)
-        throw std::runtime_error("cannot import /usr/include");
-      std::filesystem::rename(file + ".part", file);
-    }
-    return bench::loadDataset(file);
-  }();
+  static const bench::TLoadedDataset d = bench::loadDataset(bench::headersDataset());
   return d;
 }
 

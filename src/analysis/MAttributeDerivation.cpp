@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cfloat>
+#include <functional>
 #include <string_view>
-#include <unordered_map>
 
 #include "engine/MRegistry.h"
 
@@ -12,31 +12,79 @@ namespace quorvel {
 // ---------------------------------------------------------------------------
 // ordnorm
 
+namespace {
+
+// The rank of each row's text among the column's distinct texts, in byte
+// order: one pass through an open-addressing table of the distinct texts,
+// then a sort of those alone.
+std::vector<uint32_t> textRanks(const TStringAttributeData& c) {
+  const size_t n = c.getRowCount();
+  std::vector<uint32_t> ofRow(n);
+  std::vector<std::string_view> texts;
+  std::vector<size_t> hashes;
+  size_t capacity = 16;
+  while (capacity < 2 * n) capacity *= 2;
+  std::vector<uint32_t> table(capacity, 0);  // distinct text + 1, or 0
+  const std::hash<std::string_view> hasher;
+  for (size_t r = 0; r < n; ++r) {
+    const std::string_view text = c.viewByRow(r);
+    const size_t h = hasher(text);
+    size_t slot = h & (capacity - 1);
+    while (true) {
+      const uint32_t t = table[slot];
+      if (t == 0) {
+        texts.push_back(text);
+        hashes.push_back(h);
+        table[slot] = static_cast<uint32_t>(texts.size());
+        ofRow[r] = static_cast<uint32_t>(texts.size() - 1);
+        break;
+      }
+      if (hashes[t - 1] == h && texts[t - 1] == text) {
+        ofRow[r] = t - 1;
+        break;
+      }
+      slot = (slot + 1) & (capacity - 1);
+    }
+  }
+  std::vector<uint32_t> order(texts.size());
+  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&texts](uint32_t a, uint32_t b) { return texts[a] < texts[b]; });
+  std::vector<uint32_t> rank(texts.size());
+  for (uint32_t i = 0; i < order.size(); ++i) rank[order[i]] = i;
+  for (uint32_t& t : ofRow) t = rank[t];
+  return ofRow;
+}
+
+// A float column with the rows of `c`, each value made by `value(row)`.
+template <class Column, class F>
+std::shared_ptr<TFloatAttributeData> sameRowsAs(const Column& c, F value) {
+  auto out = std::make_shared<TFloatAttributeData>(c.m_KeyName);
+  out->m_Rows.resize(c.m_Rows.size());
+  for (size_t r = 0; r < c.m_Rows.size(); ++r) out->m_Rows[r] = {c.m_Rows[r].id, value(r)};
+  out->finishRowsLike(c);
+  return out;
+}
+
+}  // namespace
+
+// The numeric form has the column's rows in the column's order, so it
+// shares the column's index.
 std::shared_ptr<TFloatAttributeData> ordnorm(const TAttributeData& column) {
-  auto out = std::make_shared<TFloatAttributeData>(column.m_KeyName);
   const std::string type = column.getAttributeType();
-  out->reserve(column.getRowCount());
   if (type == "string") {
     const auto& c = static_cast<const TStringAttributeData&>(column);
-    std::unordered_map<std::string_view, uint32_t> rank;
-    for (size_t r = 0; r < c.getRowCount(); ++r) rank.emplace(c.viewByRow(r), 0);
-    std::vector<std::string_view> texts;
-    texts.reserve(rank.size());
-    for (const auto& [text, unused] : rank) texts.push_back(text);
-    std::sort(texts.begin(), texts.end());
-    for (uint32_t i = 0; i < texts.size(); ++i) rank[texts[i]] = i;
-    for (size_t r = 0; r < c.getRowCount(); ++r)
-      out->addRow(c.getIdByRow(r), static_cast<float>(rank[c.viewByRow(r)]));
-  } else if (type == "float") {
-    const auto& c = static_cast<const TFloatAttributeData&>(column);
-    for (size_t r = 0; r < c.getRowCount(); ++r) out->addRow(c.getIdByRow(r), c.valueByRow(r));
-  } else if (type == "int") {
-    const auto& c = static_cast<const TIntegerAttributeData&>(column);
-    for (size_t r = 0; r < c.getRowCount(); ++r) out->addRow(c.getIdByRow(r), static_cast<float>(c.valueByRow(r)));
-  } else {
-    throw TFlowError("Unknown type");
+    const std::vector<uint32_t> ranks = textRanks(c);
+    return sameRowsAs(c, [&ranks](size_t r) { return static_cast<float>(ranks[r]); });
   }
-  return out;
+  if (type == "float") {
+    const auto& c = static_cast<const TFloatAttributeData&>(column);
+    return sameRowsAs(c, [&c](size_t r) { return c.m_Rows[r].value; });
+  }
+  if (type == "int") {
+    const auto& c = static_cast<const TIntegerAttributeData&>(column);
+    return sameRowsAs(c, [&c](size_t r) { return static_cast<float>(c.m_Rows[r].value); });
+  }
+  throw TFlowError("Unknown type");
 }
 
 void TAttributeNormalizerProcessor::postCreate() {

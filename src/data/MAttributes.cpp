@@ -279,6 +279,11 @@ void TTypedAttributeBase<T>::unstringify(const std::string& text) {
     }
   }
   rebuildIndex();
+  recomputeExtremes();
+}
+
+template <class T>
+void TTypedAttributeBase<T>::recomputeExtremes() {
   resetExtremes();
   for (size_t i = 0; i < m_Rows.size(); ++i) {
     if constexpr (std::is_same_v<T, std::string>) {

@@ -89,7 +89,7 @@ class TTypedAttributeBase : public TAttributeData {
   explicit TTypedAttributeBase(const std::string& key) : TTypedAttributeBase() { m_KeyName = key; }
 
   std::vector<Row> m_Rows;
-  TIdHashMap<uint32_t> m_Index;
+  TSharedIdIndex m_Index;
   T m_Minimum;
   T m_Maximum;
 
@@ -129,6 +129,14 @@ class TTypedAttributeBase : public TAttributeData {
   void unstringify(const std::string& text) override;
   void rebuildIndex() override;
 
+  // After rows were put into m_Rows directly, with the same ids in the same
+  // order as `source`'s: takes its index and computes the extremes.
+  template <class U>
+  void finishRowsLike(const TTypedAttributeBase<U>& source) {
+    m_Index.shareWith(source.m_Index);
+    recomputeExtremes();
+    m_HasChanged = true;
+  }
   // The rows hold the same ids and values in the same order.
   bool sameRows(const TTypedAttributeBase& other) const;
   void reserve(size_t n) {
@@ -143,6 +151,7 @@ class TTypedAttributeBase : public TAttributeData {
  protected:
   void resetExtremes();
   void noteExtremes(View v);
+  void recomputeExtremes();
   Store m_Store;
 };
 

@@ -14,10 +14,12 @@
 
 namespace quorvel {
 
-// Hash map from an integer key (32-bit ids, or pairs of them packed into 64
-// bits) to a small value, with separate chaining kept in arrays: a bucket
-// array of entry numbers and an entry array in insertion order. The table
-// grows before its load factor passes 1.0. Entries are never removed.
+// Map from an integer key (32-bit ids, or pairs of them packed into 64 bits)
+// to a small value: an entry array in insertion order, and a table from key
+// to entry. While the 32-bit keys are dense (none above about twice their
+// count) the table is indexed by the key itself, so a lookup is one load;
+// sparse keys use the table as the buckets of a hash with separate
+// chaining, kept below a load factor of 1.0. Entries are never removed.
 template <class V, class K = uint32_t>
 class TIdHashMap {
  public:
@@ -25,17 +27,23 @@ class TIdHashMap {
 
   size_t size() const { return m_Entries.size(); }
   bool empty() const { return m_Entries.empty(); }
-  size_t bucketCount() const { return m_Buckets.size(); }
-  float loadFactor() const { return m_Buckets.empty() ? 0.0f : float(m_Entries.size()) / float(m_Buckets.size()); }
+  // Slots of the table: buckets of the hash, or keys below the largest.
+  size_t bucketCount() const { return m_Table.size(); }
+  float loadFactor() const { return m_Table.empty() ? 0.0f : float(m_Entries.size()) / float(m_Table.size()); }
+  bool isDense() const { return m_Dense; }
 
   void clear() {
     m_Entries.clear();
-    std::fill(m_Buckets.begin(), m_Buckets.end(), kNone);
+    m_Table.clear();
+    m_Dense = kCanBeDense;
+    m_Reserved = 0;
+    m_MaxKey = K{};
   }
 
   void reserve(size_t n) {
     m_Entries.reserve(n);
-    if (n > m_Buckets.size()) rehash(n);
+    m_Reserved = std::max(m_Reserved, n);
+    if (!m_Dense && n > m_Table.size()) rehash(n);
   }
 
   // Inserts the key, or gives the existing value a new one.
@@ -55,8 +63,13 @@ class TIdHashMap {
   }
 
   V* find(K key) {
-    if (m_Buckets.empty()) return nullptr;
-    for (uint32_t e = m_Buckets[slot(key)]; e != kNone; e = m_Entries[e].next)
+    if (m_Dense) {
+      if (key >= m_Table.size()) return nullptr;
+      const uint32_t e = m_Table[static_cast<size_t>(key)];
+      return e == kNone ? nullptr : &m_Entries[e].value;
+    }
+    if (m_Table.empty()) return nullptr;
+    for (uint32_t e = m_Table[slot(key)]; e != kNone; e = m_Entries[e].next)
       if (m_Entries[e].key == key) return &m_Entries[e].value;
     return nullptr;
   }
@@ -70,16 +83,20 @@ class TIdHashMap {
   }
 
   size_t memoryBytes() const {
-    return m_Entries.capacity() * sizeof(Entry) + m_Buckets.capacity() * sizeof(uint32_t);
+    return m_Entries.capacity() * sizeof(Entry) + m_Table.capacity() * sizeof(uint32_t);
   }
 
  private:
   static constexpr uint32_t kNone = 0xffffffffu;
+  static constexpr bool kCanBeDense = sizeof(K) == 4;
   struct Entry {
     K key;
     uint32_t next;
     V value;
   };
+
+  // Keys below this many stay in a direct table for n entries.
+  size_t denseLimit(size_t n) const { return 2 * std::max(n, m_Reserved) + 1024; }
 
   size_t slot(K key) const {
     // Fibonacci hashing: spreads runs and strides of ids alike.
@@ -90,12 +107,42 @@ class TIdHashMap {
   }
 
   void insertNew(K key, const V& value) {
-    if (m_Entries.size() + 1 > m_Buckets.size()) rehash(std::max<size_t>(16, m_Buckets.size() * 2));
+    if (m_Entries.size() >= kNone) throw std::length_error("TIdHashMap: too many entries");
+    m_MaxKey = m_Entries.empty() ? key : std::max(m_MaxKey, key);
+    // Keys that became dense again, once the hash would grow.
+    if (kCanBeDense && !m_Dense && m_Entries.size() + 1 > m_Table.size() &&
+        static_cast<size_t>(m_MaxKey) < denseLimit(m_Entries.size() + 1))
+      makeDense();
+    if (m_Dense) {
+      const size_t k = static_cast<size_t>(key);
+      if (k >= m_Table.size()) {
+        const size_t limit = denseLimit(m_Entries.size() + 1);
+        if (k < limit) {
+          m_Table.resize(std::min(limit, std::max(k + 1, m_Table.size() * 2)), kNone);
+        } else {
+          m_Dense = false;
+          rehash(std::max<size_t>(16, m_Entries.size() + 1));
+        }
+      }
+      if (m_Dense) {
+        m_Entries.push_back(Entry{key, kNone, value});
+        m_Table[k] = static_cast<uint32_t>(m_Entries.size() - 1);
+        return;
+      }
+    }
+    if (m_Entries.size() + 1 > m_Table.size()) rehash(std::max<size_t>(16, m_Table.size() * 2));
     const size_t s = slot(key);
-    m_Entries.push_back(Entry{key, m_Buckets[s], value});
-    m_Buckets[s] = static_cast<uint32_t>(m_Entries.size() - 1);
+    m_Entries.push_back(Entry{key, m_Table[s], value});
+    m_Table[s] = static_cast<uint32_t>(m_Entries.size() - 1);
   }
 
+  void makeDense() {
+    m_Dense = true;
+    m_Table.assign(static_cast<size_t>(m_MaxKey) + 1, kNone);
+    for (uint32_t i = 0; i < m_Entries.size(); ++i) m_Table[static_cast<size_t>(m_Entries[i].key)] = i;
+  }
+
+  // Rebuilds the hash table for at least `atLeast` entries.
   void rehash(size_t atLeast) {
     size_t n = 16;
     unsigned bits = 4;
@@ -105,17 +152,50 @@ class TIdHashMap {
     }
     if (bits > 32) throw std::length_error("TIdHashMap: too many entries");
     m_Shift = 32 - bits;
-    m_Buckets.assign(n, kNone);
+    m_Table.assign(n, kNone);
     for (uint32_t i = 0; i < m_Entries.size(); ++i) {
       const size_t s = slot(m_Entries[i].key);
-      m_Entries[i].next = m_Buckets[s];
-      m_Buckets[s] = i;
+      m_Entries[i].next = m_Table[s];
+      m_Table[s] = i;
     }
   }
 
-  std::vector<uint32_t> m_Buckets;
+  std::vector<uint32_t> m_Table;
   std::vector<Entry> m_Entries;
+  K m_MaxKey{};
+  size_t m_Reserved = 0;
   unsigned m_Shift = 28;
+  bool m_Dense = kCanBeDense;
+};
+
+// The index from id to row of a column, shared by columns whose rows hold
+// the same ids in the same order (a column and its numeric form, copies of
+// a column). The first change to a shared index copies it.
+class TSharedIdIndex {
+ public:
+  using Map = TIdHashMap<uint32_t>;
+
+  size_t size() const { return m_Map ? m_Map->size() : 0; }
+  bool empty() const { return size() == 0; }
+  const uint32_t* find(uint32_t id) const { return m_Map ? m_Map->find(id) : nullptr; }
+  bool contains(uint32_t id) const { return find(id) != nullptr; }
+  void assign(uint32_t id, uint32_t row) { own().assign(id, row); }
+  void reserve(size_t n) { own().reserve(n); }
+  void clear() { m_Map.reset(); }
+  // Takes the other index, without copying it until one of them changes.
+  void shareWith(const TSharedIdIndex& other) { m_Map = other.m_Map; }
+  bool isSharedWith(const TSharedIdIndex& other) const { return m_Map && m_Map == other.m_Map; }
+  const Map* map() const { return m_Map.get(); }
+
+ private:
+  Map& own() {
+    if (!m_Map)
+      m_Map = std::make_shared<Map>();
+    else if (m_Map.use_count() > 1)
+      m_Map = std::make_shared<Map>(*m_Map);
+    return *m_Map;
+  }
+  std::shared_ptr<Map> m_Map;
 };
 
 // Ordered set of 32-bit ids: a sorted array, plus a small ordered buffer for

@@ -35,6 +35,32 @@ TEST(Derivation, OrdnormRanksTextsAndKeepsNumbers) {
   EXPECT_GT(empty->getMinimumValue(), empty->getMaximumValue());
   EXPECT_EQ(errorOf([] { ordnorm(TBoolAttributeData("b")); }), "Unknown type");
 
+
+  // Enough texts to wrap the table of distinct texts, with repeats and
+  // texts that are prefixes of others; ranks follow std::string order.
+  TStringAttributeData many("many");
+  std::vector<std::string> values;
+  for (uint32_t i = 0; i < 5000; ++i) values.push_back(std::string(i % 7, 'x') + std::to_string((i * 7919) % 1301));
+  for (uint32_t i = 0; i < values.size(); ++i) many.addRow(i + 1, values[i]);
+  std::vector<std::string> sorted = values;
+  std::sort(sorted.begin(), sorted.end());
+  sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
+  auto manyRanks = ordnorm(many);
+  for (uint32_t i = 0; i < values.size(); i += 37)
+    ASSERT_EQ(valueOf(*manyRanks, i + 1),
+              static_cast<float>(std::lower_bound(sorted.begin(), sorted.end(), values[i]) - sorted.begin()));
+  EXPECT_EQ(manyRanks->getMaximumValue(), static_cast<float>(sorted.size() - 1));
+
+  // The numeric form shares the column's index until either changes.
+  auto source = column<TFloatAttributeData, float>("f", {{1, 0.5f}, {2, 1.5f}});
+  auto numeric = ordnorm(*source);
+  EXPECT_TRUE(numeric->m_Index.isSharedWith(source->m_Index));
+  numeric->addRow(7, 3.0f);
+  EXPECT_FALSE(numeric->m_Index.isSharedWith(source->m_Index));
+  EXPECT_FALSE(source->hasValueById(7)) << "a change to one column leaves the other's index alone";
+  EXPECT_EQ(valueOf(*numeric, 7), 3.0f);
+  EXPECT_EQ(valueOf(*numeric, 2), 1.5f);
+
   Net net;
   auto array = net.add<TAttributeArrayNormalizerProcessor>(net.fm);
   auto in = std::make_shared<TAttributeDataArray>();

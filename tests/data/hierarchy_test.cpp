@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <random>
+#include <unordered_map>
+
 #include "support/TestHelpers.h"
 
 #include "data/MHierarchy.h"
@@ -170,4 +173,40 @@ TEST(Edges, HashIndexStaysWithinLoadFactorOne) {
   }
   EXPECT_EQ(*map.find(1024u * 777u), 777u);
   EXPECT_EQ(map.find(1), nullptr);
+}
+
+// Keys that start dense, turn sparse and fill in again: the map answers as
+// a reference map does through each change of its table.
+TEST(Edges, IdMapAgreesWithReferenceAcrossDenseAndSparseKeys) {
+  TIdHashMap<uint32_t> map;
+  std::unordered_map<uint32_t, uint32_t> reference;
+  std::mt19937 rng(11);
+  auto put = [&](uint32_t key, uint32_t value) {
+    map.assign(key, value);
+    reference[key] = value;
+  };
+  for (uint32_t i = 1; i <= 3000; ++i) put(i, i);
+  EXPECT_TRUE(map.isDense());
+  put(4000000000u, 1);
+  EXPECT_FALSE(map.isDense()) << "one far key makes the keys sparse";
+  for (uint32_t i = 0; i < 20000; ++i) put(rng() % 9000000u, i);
+  for (uint32_t i = 0; i < 9000000u && map.size() < 1000000; ++i) put(i, i + 1);
+  EXPECT_FALSE(map.isDense()) << "the far key still stands";
+  TIdHashMap<uint32_t> refilled;
+  for (uint32_t i = 0; i < 2000; ++i) refilled.assign(1000000u + i * 500u, i);
+  for (uint32_t i = 0; i < 1100000u; ++i) refilled.assign(i, i);
+  EXPECT_TRUE(refilled.isDense()) << "filled in below the largest key";
+  EXPECT_EQ(*refilled.find(1000000u + 7 * 500u), 1000000u + 7 * 500u);
+  EXPECT_EQ(refilled.find(1000000u + 1999 * 500u + 1), nullptr);
+  EXPECT_EQ(refilled.size(), 1100000u + 2000u - 200u);
+  ASSERT_EQ(map.size(), reference.size());
+  for (const auto& [key, value] : reference) ASSERT_EQ(*map.find(key), value) << key;
+  for (uint32_t i = 0; i < 1000; ++i) {
+    const uint32_t key = rng();
+    EXPECT_EQ(map.find(key) != nullptr, reference.count(key) != 0) << key;
+  }
+  std::vector<uint32_t> order;
+  map.forEach([&](uint32_t key, uint32_t) { order.push_back(key); });
+  EXPECT_EQ(order.front(), 1u) << "entries keep the order they came in";
+  EXPECT_EQ(order[3000], 4000000000u);
 }
