@@ -196,14 +196,26 @@ void TFanAttributeProcessor::process() {
   auto edges = dataAs<TEdgeData>(m_EdgeData);
   auto fanOut = std::make_shared<TIntegerAttributeData>("fan out (*)");
   auto fanIn = std::make_shared<TIntegerAttributeData>("fan in (*)");
-  TIntegerSetData scratch;
+  // Distinct neighbours over selected edges; nodes come in ascending order,
+  // each once.
+  std::vector<uint32_t> ends;
+  auto count = [&](uint32_t nid, bool forward, TIntegerAttributeData& out) {
+    ends.clear();
+    auto note = [&](uint32_t row) {
+      const TEdgeRow& e = edges->m_Rows[row];
+      if (edgeSelection->contains(e.eid)) ends.push_back(forward ? e.tonid : e.fromnid);
+    };
+    if (forward)
+      edges->forEachForwardRow(nid, note);
+    else
+      edges->forEachBackwardRow(nid, note);
+    if (ends.empty()) return;
+    std::sort(ends.begin(), ends.end());
+    out.addRow(nid, static_cast<int32_t>(std::unique(ends.begin(), ends.end()) - ends.begin()));
+  };
   for (uint32_t nid : nodes->m_Set) {
-    scratch.m_Set.clear();
-    edges->addForwardNeighbours(nid, *edgeSelection, scratch, nullptr);
-    if (scratch.getCount() > 0) fanOut->setValueById(nid, static_cast<int32_t>(scratch.getCount()));
-    scratch.m_Set.clear();
-    edges->addBackwardNeighbours(nid, *edgeSelection, scratch, nullptr);
-    if (scratch.getCount() > 0) fanIn->setValueById(nid, static_cast<int32_t>(scratch.getCount()));
+    count(nid, true, *fanOut);
+    count(nid, false, *fanIn);
   }
   setIfChanged(m_FanOut, fanOut);
   setIfChanged(m_FanIn, fanIn);
@@ -236,12 +248,32 @@ void TFromToAttributeCreator::process() {
   auto caption = dataAs<TAttributeData>(m_Caption);
   auto from = std::make_shared<TStringAttributeData>("from node");
   auto to = std::make_shared<TStringAttributeData>("to node");
-  bool found = false;
-  for (const TEdgeRow& e : dataAs<TEdgeData>(m_EdgeData)->m_Rows) {
-    std::string text = caption->getTextValueById(e.fromnid, found);
-    if (found) from->addRow(e.eid, text);
-    text = caption->getTextValueById(e.tonid, found);
-    if (found) to->addRow(e.eid, text);
+  const auto& edges = dataAs<TEdgeData>(m_EdgeData)->m_Rows;
+  if (auto texts = std::dynamic_pointer_cast<TStringAttributeData>(caption)) {
+    // The captions' own texts, shared rather than copied.
+    from->shareTextsOf(*texts);
+    to->shareTextsOf(*texts);
+    from->m_Rows.reserve(edges.size());
+    to->m_Rows.reserve(edges.size());
+    for (const TEdgeRow& e : edges) {
+      if (const auto* s = texts->findStored(e.fromnid)) from->m_Rows.push_back({e.eid, *s});
+      if (const auto* s = texts->findStored(e.tonid)) to->m_Rows.push_back({e.eid, *s});
+    }
+    from->finishRows();
+    const bool sameIds = std::equal(from->m_Rows.begin(), from->m_Rows.end(), to->m_Rows.begin(), to->m_Rows.end(),
+                                    [](const auto& a, const auto& b) { return a.id == b.id; });
+    if (sameIds)
+      to->finishRowsLike(*from);
+    else
+      to->finishRows();
+  } else {
+    bool found = false;
+    for (const TEdgeRow& e : edges) {
+      std::string text = caption->getTextValueById(e.fromnid, found);
+      if (found) from->addRow(e.eid, text);
+      text = caption->getTextValueById(e.tonid, found);
+      if (found) to->addRow(e.eid, text);
+    }
   }
   m_FromOut->setData(from);
   m_ToOut->setData(to);

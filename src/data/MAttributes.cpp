@@ -22,7 +22,13 @@ void TAttributeData::copyFrom(const TAttributeData&) { throw TFlowError("copyFro
 // ---------------------------------------------------------------------------
 // Text arena
 
+std::string& TAttributeStore<std::string>::own() {
+  if (m_Arena.use_count() > 1) m_Arena = std::make_shared<std::string>(*m_Arena);
+  return *m_Arena;
+}
+
 TAttributeStore<std::string>::Stored TAttributeStore<std::string>::put(std::string_view v) {
+  std::string& arena = own();
   if (arena.size() + v.size() > std::numeric_limits<uint32_t>::max())
     throw TFlowError("string column too large");
   Stored s{static_cast<uint32_t>(arena.size()), static_cast<uint32_t>(v.size())};
@@ -33,12 +39,11 @@ TAttributeStore<std::string>::Stored TAttributeStore<std::string>::put(std::stri
 void TAttributeStore<std::string>::replace(Stored& s, std::string_view v) {
   if (v.size() <= s.length) {
     // Fits in place.
-    garbage += s.length - v.size();
+    std::string& arena = own();
     std::copy(v.begin(), v.end(), arena.begin() + s.offset);
     s.length = static_cast<uint32_t>(v.size());
     return;
   }
-  garbage += s.length;
   s = put(v);
 }
 
@@ -501,6 +506,15 @@ TAttributePtr TVariantAttributeData::convertToSpecific() const {
     else ++ints;
   }
   const size_t n = m_Ids.size();
+  if (texts == n && n > 0) {
+    // Only texts: the column keeps the loaded arena.
+    auto out = std::make_shared<TStringAttributeData>(m_KeyName);
+    out->shareStore(m_Texts);
+    out->m_Rows.resize(n);
+    for (size_t i = 0; i < n; ++i) out->m_Rows[i] = {m_Ids[i], m_Values[i].s};
+    out->finishRows();
+    return out;
+  }
   if (texts > 0) {
     auto out = std::make_shared<TStringAttributeData>(m_KeyName);
     out->reserve(n);

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "data/MIdContainers.h"
@@ -56,6 +57,9 @@ struct TAttributeStore {
   void clear() {}
 };
 
+// Texts live in an arena that columns holding the same texts share (a
+// column decided from a loaded one, the end captions of edges); a column
+// copies a shared arena before its first change to it.
 template <>
 struct TAttributeStore<std::string> {
   struct Stored {
@@ -63,16 +67,18 @@ struct TAttributeStore<std::string> {
     uint32_t length;
   };
   using View = std::string_view;
-  std::string arena;
-  size_t garbage = 0;
 
   Stored put(std::string_view v);
-  View view(const Stored& s) const { return std::string_view(arena).substr(s.offset, s.length); }
+  View view(const Stored& s) const { return std::string_view(m_Arena->data() + s.offset, s.length); }
   void replace(Stored& s, std::string_view v);
-  void clear() {
-    arena.clear();
-    garbage = 0;
-  }
+  void clear() { m_Arena = std::make_shared<std::string>(); }
+  // Takes the other store's texts, so that its Stored values are valid here.
+  void shareWith(const TAttributeStore& other) { m_Arena = other.m_Arena; }
+  bool isSharedWith(const TAttributeStore& other) const { return m_Arena == other.m_Arena; }
+
+ private:
+  std::string& own();
+  std::shared_ptr<std::string> m_Arena = std::make_shared<std::string>();
 };
 
 template <class T>
@@ -136,6 +142,23 @@ class TTypedAttributeBase : public TAttributeData {
     m_Index.shareWith(source.m_Index);
     recomputeExtremes();
     m_HasChanged = true;
+  }
+  // After rows were put into m_Rows directly: indexes them and computes the
+  // extremes.
+  void finishRows() {
+    rebuildIndex();
+    recomputeExtremes();
+    m_HasChanged = true;
+  }
+  // Takes the texts of `source`, so that its stored values can be put into
+  // m_Rows as they are.
+  void shareTextsOf(const TTypedAttributeBase& source) { shareStore(source.m_Store); }
+  void shareStore(const Store& store) {
+    if constexpr (std::is_same_v<T, std::string>) m_Store.shareWith(store);
+  }
+  bool sharesTextsOf(const TTypedAttributeBase& source) const {
+    if constexpr (std::is_same_v<T, std::string>) return m_Store.isSharedWith(source.m_Store);
+    return false;
   }
   // The rows hold the same ids and values in the same order.
   bool sameRows(const TTypedAttributeBase& other) const;

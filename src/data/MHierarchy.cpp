@@ -127,43 +127,56 @@ std::string THierarchyData::toString() const {
 // ---------------------------------------------------------------------------
 // TEdgeData
 
-void TEdgeData::link(TIdHashMap<Ends>& lists, std::vector<uint32_t>& next, uint32_t nid, uint32_t row) {
-  next.push_back(kEnd);
-  Ends& ends = lists.findOrInsert(nid, Ends{row, row});
-  if (ends.head == row) return;  // a new list
-  next[ends.tail] = row;
-  ends.tail = row;
+template <class End>
+void TEdgeData::TRowsByNode::build(const std::vector<TEdgeRow>& edges, End end) {
+  uint32_t maxNid = 0;
+  for (const TEdgeRow& e : edges) maxNid = std::max(maxNid, end(e));
+  direct = static_cast<size_t>(maxNid) < 4 * edges.size() + 1024;
+  std::vector<uint32_t> slotOfRow;
+  size_t slots = static_cast<size_t>(maxNid) + 1;
+  if (!direct) {
+    slotOfRow.resize(edges.size());
+    slotOf.reserve(std::min<size_t>(edges.size(), 1u << 20));
+    for (size_t r = 0; r < edges.size(); ++r)
+      slotOfRow[r] = slotOf.findOrInsert(end(edges[r]), static_cast<uint32_t>(slotOf.size()));
+    slots = slotOf.size();
+  }
+  auto slotAt = [&](size_t r) -> size_t { return direct ? end(edges[r]) : slotOfRow[r]; };
+  // Counting sort of the rows by slot, which keeps rows ascending.
+  start.assign(slots + 1, 0);
+  for (size_t r = 0; r < edges.size(); ++r) ++start[slotAt(r) + 1];
+  for (size_t i = 1; i < start.size(); ++i) start[i] += start[i - 1];
+  rows.resize(edges.size());
+  std::vector<uint32_t> fill(start.begin(), start.end() - 1);
+  for (size_t r = 0; r < edges.size(); ++r) rows[fill[slotAt(r)]++] = static_cast<uint32_t>(r);
+}
+
+const TEdgeData::TAdjacency& TEdgeData::adjacency() const {
+  if (!m_Adjacency) {
+    auto a = std::make_unique<TAdjacency>();
+    a->forward.build(m_Rows, [](const TEdgeRow& e) { return e.fromnid; });
+    a->backward.build(m_Rows, [](const TEdgeRow& e) { return e.tonid; });
+    m_Adjacency = std::move(a);
+  }
+  return *m_Adjacency;
 }
 
 void TEdgeData::addRow(uint32_t eid, uint32_t fromnid, uint32_t tonid) {
   m_Rows.push_back({eid, fromnid, tonid});
-  const uint32_t row = static_cast<uint32_t>(m_Rows.size() - 1);
-  m_EidIndex.assign(eid, row);
-  link(m_Forward, m_NextForward, fromnid, row);
-  link(m_Backward, m_NextBackward, tonid, row);
+  m_EidIndex.assign(eid, static_cast<uint32_t>(m_Rows.size() - 1));
+  m_Adjacency.reset();
 }
 
-void TEdgeData::reserve(size_t n, size_t nodes) {
+void TEdgeData::reserve(size_t n) {
   m_Rows.reserve(n);
   m_EidIndex.reserve(n);
-  m_NextForward.reserve(n);
-  m_NextBackward.reserve(n);
-  m_Forward.reserve(std::min(n, nodes));
-  m_Backward.reserve(std::min(n, nodes));
 }
 
 void TEdgeData::rebuildIndex() {
   m_EidIndex = {};
-  m_Forward = {};
-  m_Backward = {};
-  m_NextForward.clear();
-  m_NextBackward.clear();
-  for (size_t i = 0; i < m_Rows.size(); ++i) {
-    const uint32_t row = static_cast<uint32_t>(i);
-    m_EidIndex.assign(m_Rows[i].eid, row);
-    link(m_Forward, m_NextForward, m_Rows[i].fromnid, row);
-    link(m_Backward, m_NextBackward, m_Rows[i].tonid, row);
-  }
+  m_EidIndex.reserve(m_Rows.size());
+  for (size_t i = 0; i < m_Rows.size(); ++i) m_EidIndex.assign(m_Rows[i].eid, static_cast<uint32_t>(i));
+  m_Adjacency.reset();
 }
 
 void TEdgeData::getFromToNidByEid(uint32_t eid, uint32_t& fromnid, uint32_t& tonid, bool& found) const {

@@ -77,8 +77,7 @@ class TEdgeData : public TAbstractData {
   std::vector<TEdgeRow> m_Rows;
 
   void addRow(uint32_t eid, uint32_t fromnid, uint32_t tonid);
-  // Room for n edges between about `nodes` nodes.
-  void reserve(size_t n, size_t nodes = 0);
+  void reserve(size_t n);
   size_t getRowCount() const { return m_Rows.size(); }
   // 0, 0 and found false for an unknown edge.
   void getFromToNidByEid(uint32_t eid, uint32_t& fromnid, uint32_t& tonid, bool& found) const;
@@ -91,34 +90,48 @@ class TEdgeData : public TAbstractData {
   // Row numbers of the edges leaving / entering a node, ascending.
   template <class F>
   void forEachForwardRow(uint32_t nid, F&& f) const {
-    walk(m_Forward, m_NextForward, nid, f);
+    adjacency().forward.walk(nid, f);
   }
   template <class F>
   void forEachBackwardRow(uint32_t nid, F&& f) const {
-    walk(m_Backward, m_NextBackward, nid, f);
+    adjacency().backward.walk(nid, f);
   }
   void rebuildIndex() override;
   std::string toString() const override;
 
  private:
-  struct Ends {
-    uint32_t head;
-    uint32_t tail;
+  // The rows of the edges at each node, grouped by node in ascending row
+  // order. Nodes are the slots themselves while their ids are dense, else
+  // a map gives each node its slot.
+  struct TRowsByNode {
+    bool direct = true;
+    TIdHashMap<uint32_t> slotOf;
+    std::vector<uint32_t> start;  // slots + 1
+    std::vector<uint32_t> rows;
+    template <class F>
+    void walk(uint32_t nid, F& f) const {
+      size_t slot = nid;
+      if (!direct) {
+        const uint32_t* s = slotOf.find(nid);
+        if (!s) return;
+        slot = *s;
+      } else if (slot + 1 >= start.size()) {
+        return;
+      }
+      for (uint32_t i = start[slot]; i < start[slot + 1]; ++i) f(rows[i]);
+    }
+    template <class End>
+    void build(const std::vector<TEdgeRow>& edges, End end);
   };
-  static constexpr uint32_t kEnd = 0xffffffffu;
-  template <class F>
-  static void walk(const TIdHashMap<Ends>& lists, const std::vector<uint32_t>& next, uint32_t nid, F& f) {
-    const Ends* ends = lists.find(nid);
-    if (!ends) return;
-    for (uint32_t row = ends->head; row != kEnd; row = next[row]) f(row);
-  }
-  static void link(TIdHashMap<Ends>& lists, std::vector<uint32_t>& next, uint32_t nid, uint32_t row);
+  struct TAdjacency {
+    TRowsByNode forward;
+    TRowsByNode backward;
+  };
+  // Built on the first walk after the rows changed: loading only appends.
+  const TAdjacency& adjacency() const;
 
   TIdHashMap<uint32_t> m_EidIndex;
-  TIdHashMap<Ends> m_Forward;
-  TIdHashMap<Ends> m_Backward;
-  std::vector<uint32_t> m_NextForward;
-  std::vector<uint32_t> m_NextBackward;
+  mutable std::unique_ptr<TAdjacency> m_Adjacency;
 };
 
 // For each lft, the lft of the visible node that stands for it.

@@ -275,9 +275,6 @@ void TDatasetLoader::readDatabase(TDatabase& db) {
     db.execute(index, {}, false, true);
 
   auto hierarchies = readHierarchies(db);
-  size_t nodes = 0;
-  for (size_t i = 0; i < hierarchies->getItemCount(); ++i)
-    nodes = std::max(nodes, hierarchies->itemAs<THierarchyData>(i)->getRowCount());
   m_Hierarchies->setData(hierarchies);
   m_NodeAttributes->setData(readAttributes(db, "SELECT nid,key,value FROM nodeattr", true));
 
@@ -297,7 +294,7 @@ void TDatasetLoader::readDatabase(TDatabase& db) {
   auto edges = std::make_shared<TEdgeData>();
   {
     const int64_t count = db.execute("SELECT count(*) FROM edges")->columnInt(0);
-    edges->reserve(static_cast<size_t>(std::max<int64_t>(0, count)), nodes);
+    edges->reserve(static_cast<size_t>(std::max<int64_t>(0, count)));
     TCursorPtr c = db.execute("SELECT eid,fromnid,tonid FROM edges");
     uint32_t eid = 0;
     uint32_t from = 0;

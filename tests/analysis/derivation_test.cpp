@@ -158,6 +158,17 @@ TEST(Derivation, FanIdsCaptionsIconsAndUnion) {
   EXPECT_EQ(from->getValueById(3, found), "b");
   EXPECT_FALSE(to->hasValueById(3)) << "30 has no caption";
   EXPECT_EQ(to->m_KeyName, "to node");
+  // The captions' texts are shared; changing a caption column afterwards
+  // leaves the end columns as they were, and the other way round.
+  auto names = dataAs<TStringAttributeData>(captions->m_Caption);
+  EXPECT_TRUE(from->sharesTextsOf(*names));
+  EXPECT_EQ(from->getMinimumValue(), "a");
+  EXPECT_EQ(from->getMaximumValue(), "b");
+  names->setValueById(20, "z");
+  from->setValueById(3, "c");
+  EXPECT_EQ(from->getValueById(3, found), "c");
+  EXPECT_EQ(names->getValueById(20, found), "z");
+  EXPECT_EQ(to->getValueById(1, found), "b") << "the edge 1 ends at 20";
 
   auto icons = net.add<TIconAttributeCreator>(net.fm);
   auto map = std::make_shared<TMapStringToIntegerData>();

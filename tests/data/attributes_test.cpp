@@ -105,6 +105,21 @@ TEST(Attributes, VariantColumnsDecideTheirType) {
   EXPECT_EQ(mixed.m_Minimum, 0.5f);
   EXPECT_EQ(mixed.m_Maximum, 2.0f);
   EXPECT_TRUE(mixed.hasValueById(4));
+
+  // A column of texts only keeps the loaded texts; a change copies them.
+  TVariantAttributeData texts("name");
+  texts.addText(7, "beta");
+  texts.addText(3, "alpha");
+  texts.addText(7, "gamma");
+  auto decided = std::dynamic_pointer_cast<TStringAttributeData>(texts.convertToSpecific());
+  ASSERT_TRUE(decided);
+  EXPECT_EQ(decided->getValueById(7, found), "gamma") << "the last row of an id wins";
+  EXPECT_EQ(decided->getMinimumValue(), "alpha");
+  EXPECT_EQ(decided->getMaximumValue(), "gamma");
+  decided->setValueById(3, "al");
+  decided->addRow(9, "delta");
+  EXPECT_EQ(decided->getValueById(3, found), "al");
+  EXPECT_EQ(texts.getTextValueById(3, found), "alpha") << "the loaded column is untouched";
 }
 
 TEST(Attributes, ExtremesFollowAddRowButNotOverwrites) {

@@ -126,6 +126,29 @@ TEST(Edges, IndexesAndNeighbours) {
   std::vector<uint32_t> rows;
   e.forEachForwardRow(1, [&](uint32_t r) { rows.push_back(r); });
   EXPECT_EQ(rows, (std::vector<uint32_t>{0, 1, 4}));
+  e.addRow(105, 4, 1);
+  e.addRow(106, 1, 3);
+  rows.clear();
+  e.forEachForwardRow(1, [&](uint32_t r) { rows.push_back(r); });
+  EXPECT_EQ(rows, (std::vector<uint32_t>{0, 1, 4, 6})) << "a row added after a walk";
+  rows.clear();
+  e.forEachBackwardRow(1, [&](uint32_t r) { rows.push_back(r); });
+  EXPECT_EQ(rows, (std::vector<uint32_t>{2, 5}));
+  rows.clear();
+  e.forEachForwardRow(1000000, [&](uint32_t r) { rows.push_back(r); });
+  EXPECT_TRUE(rows.empty()) << "a node above every end";
+
+  // Node ids far apart: the same lists, found through a map.
+  TEdgeData sparse;
+  for (const TEdgeRow& r : e.m_Rows) sparse.addRow(r.eid, r.fromnid * 1000003u, r.tonid * 1000003u);
+  rows.clear();
+  sparse.forEachForwardRow(1000003u, [&](uint32_t r) { rows.push_back(r); });
+  EXPECT_EQ(rows, (std::vector<uint32_t>{0, 1, 4, 6}));
+  rows.clear();
+  sparse.forEachBackwardRow(3u * 1000003u, [&](uint32_t r) { rows.push_back(r); });
+  EXPECT_EQ(rows, (std::vector<uint32_t>{3, 6}));
+  sparse.forEachForwardRow(2, [&](uint32_t r) { rows.push_back(r); });
+  EXPECT_EQ(rows.size(), 2u);
 }
 
 TEST(Edges, CollapsedRecordsAndAggLft) {
