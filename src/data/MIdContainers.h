@@ -10,45 +10,55 @@
 #include <memory>
 #include <set>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 namespace quorvel {
 
 // Map from an integer key (32-bit ids, or pairs of them packed into 64 bits)
-// to a small value: an entry array in insertion order, and a table from key
-// to entry. While the 32-bit keys are dense (none above about twice their
-// count) the table is indexed by the key itself, so a lookup is one load;
-// sparse keys use the table as the buckets of a hash with separate
-// chaining, kept below a load factor of 1.0. Entries are never removed.
+// to a 32-bit value such as a row number. While 32-bit keys are dense (none
+// above about twice their count) the map is a table indexed by the key, 4
+// bytes a slot, with 0xffffffff for "absent"; sparse keys, and that value,
+// go to a hash with separate chaining kept in arrays and below a load
+// factor of 1.0. Entries are never removed.
 template <class V, class K = uint32_t>
 class TIdHashMap {
+  static_assert(std::is_same_v<V, uint32_t>, "values are 32-bit numbers");
+
  public:
   TIdHashMap() = default;
 
-  size_t size() const { return m_Entries.size(); }
-  bool empty() const { return m_Entries.empty(); }
+  size_t size() const { return m_Dense ? m_Count : m_Entries.size(); }
+  bool empty() const { return size() == 0; }
   // Slots of the table: buckets of the hash, or keys below the largest.
   size_t bucketCount() const { return m_Table.size(); }
-  float loadFactor() const { return m_Table.empty() ? 0.0f : float(m_Entries.size()) / float(m_Table.size()); }
+  float loadFactor() const { return m_Table.empty() ? 0.0f : float(size()) / float(m_Table.size()); }
   bool isDense() const { return m_Dense; }
 
   void clear() {
-    m_Entries.clear();
-    m_Table.clear();
+    m_Entries = {};
+    m_Table = {};
     m_Dense = kCanBeDense;
+    m_Count = 0;
     m_Reserved = 0;
     m_MaxKey = K{};
   }
 
   void reserve(size_t n) {
-    m_Entries.reserve(n);
     m_Reserved = std::max(m_Reserved, n);
-    if (!m_Dense && n > m_Table.size()) rehash(n);
+    if (m_Dense) return;
+    m_Entries.reserve(n);
+    if (n > m_Table.size()) rehash(n);
   }
 
   // Inserts the key, or gives the existing value a new one.
   void assign(K key, const V& value) {
     if (V* v = find(key)) {
+      if (m_Dense && value == kNone) {
+        makeSparse();
+        *find(key) = value;
+        return;
+      }
       *v = value;
       return;
     }
@@ -59,14 +69,14 @@ class TIdHashMap {
   V& findOrInsert(K key, const V& value) {
     if (V* v = find(key)) return *v;
     insertNew(key, value);
-    return m_Entries.back().value;
+    return *find(key);
   }
 
   V* find(K key) {
     if (m_Dense) {
       if (key >= m_Table.size()) return nullptr;
-      const uint32_t e = m_Table[static_cast<size_t>(key)];
-      return e == kNone ? nullptr : &m_Entries[e].value;
+      V& v = m_Table[static_cast<size_t>(key)];
+      return v == kNone ? nullptr : &v;
     }
     if (m_Table.empty()) return nullptr;
     for (uint32_t e = m_Table[slot(key)]; e != kNone; e = m_Entries[e].next)
@@ -75,12 +85,6 @@ class TIdHashMap {
   }
   const V* find(K key) const { return const_cast<TIdHashMap*>(this)->find(key); }
   bool contains(K key) const { return find(key) != nullptr; }
-
-  // Entries in insertion order.
-  template <class F>
-  void forEach(F&& f) const {
-    for (const auto& e : m_Entries) f(e.key, e.value);
-  }
 
   size_t memoryBytes() const {
     return m_Entries.capacity() * sizeof(Entry) + m_Table.capacity() * sizeof(uint32_t);
@@ -107,26 +111,21 @@ class TIdHashMap {
   }
 
   void insertNew(K key, const V& value) {
-    if (m_Entries.size() >= kNone) throw std::length_error("TIdHashMap: too many entries");
-    m_MaxKey = m_Entries.empty() ? key : std::max(m_MaxKey, key);
+    if (size() >= kNone) throw std::length_error("TIdHashMap: too many entries");
+    m_MaxKey = empty() ? key : std::max(m_MaxKey, key);
     // Keys that became dense again, once the hash would grow.
-    if (kCanBeDense && !m_Dense && m_Entries.size() + 1 > m_Table.size() &&
+    if (kCanBeDense && !m_Dense && value != kNone && m_Entries.size() + 1 > m_Table.size() &&
         static_cast<size_t>(m_MaxKey) < denseLimit(m_Entries.size() + 1))
       makeDense();
     if (m_Dense) {
       const size_t k = static_cast<size_t>(key);
-      if (k >= m_Table.size()) {
-        const size_t limit = denseLimit(m_Entries.size() + 1);
-        if (k < limit) {
-          m_Table.resize(std::min(limit, std::max(k + 1, m_Table.size() * 2)), kNone);
-        } else {
-          m_Dense = false;
-          rehash(std::max<size_t>(16, m_Entries.size() + 1));
-        }
-      }
-      if (m_Dense) {
-        m_Entries.push_back(Entry{key, kNone, value});
-        m_Table[k] = static_cast<uint32_t>(m_Entries.size() - 1);
+      if (value == kNone || k >= denseLimit(m_Count + 1)) {
+        makeSparse();
+      } else {
+        if (k >= m_Table.size())
+          m_Table.resize(std::min(denseLimit(m_Count + 1), std::max(k + 1, m_Table.size() * 2)), kNone);
+        m_Table[k] = value;
+        ++m_Count;
         return;
       }
     }
@@ -137,9 +136,23 @@ class TIdHashMap {
   }
 
   void makeDense() {
+    std::vector<uint32_t> table(static_cast<size_t>(m_MaxKey) + 1, kNone);
+    for (const Entry& e : m_Entries) table[static_cast<size_t>(e.key)] = e.value;
+    m_Count = m_Entries.size();
+    m_Entries = {};
+    m_Table.swap(table);
     m_Dense = true;
-    m_Table.assign(static_cast<size_t>(m_MaxKey) + 1, kNone);
-    for (uint32_t i = 0; i < m_Entries.size(); ++i) m_Table[static_cast<size_t>(m_Entries[i].key)] = i;
+  }
+
+  void makeSparse() {
+    std::vector<Entry> entries;
+    entries.reserve(std::max(m_Count + 1, m_Reserved));
+    for (size_t k = 0; k < m_Table.size(); ++k)
+      if (m_Table[k] != kNone) entries.push_back(Entry{static_cast<K>(k), kNone, m_Table[k]});
+    m_Entries.swap(entries);
+    m_Dense = false;
+    m_Count = 0;
+    rehash(std::max<size_t>(16, m_Entries.size() + 1));
   }
 
   // Rebuilds the hash table for at least `atLeast` entries.
@@ -162,6 +175,7 @@ class TIdHashMap {
 
   std::vector<uint32_t> m_Table;
   std::vector<Entry> m_Entries;
+  size_t m_Count = 0;  // entries of the direct table
   K m_MaxKey{};
   size_t m_Reserved = 0;
   unsigned m_Shift = 28;
