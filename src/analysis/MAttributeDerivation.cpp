@@ -96,7 +96,9 @@ void TAttributeNormalizerProcessor::process() {
   if (!haveChanged({m_In})) return;
   resetPins({m_In});
   auto in = dataAs<TAttributeData>(m_In);
-  m_Out->setData(in ? ordnorm(*in) : nullptr);
+  m_Memo.begin();
+  m_Out->setData(in ? m_Memo.get(in, [&] { return ordnorm(*in); }) : nullptr);
+  m_Memo.finish();
 }
 
 void TAttributeArrayNormalizerProcessor::postCreate() {
@@ -108,13 +110,15 @@ void TAttributeArrayNormalizerProcessor::process() {
   if (!haveChanged({m_In})) return;
   resetPins({m_In});
   auto out = std::make_shared<TFloatAttributeDataArray>();
+  m_Memo.begin();
   if (auto in = dataAs<TDataArray>(m_In)) {
     for (const auto& item : in->m_Items) {
       auto column = std::dynamic_pointer_cast<TAttributeData>(item);
       if (!column) throw TFlowError("Unknown type");
-      out->add(ordnorm(*column));
+      out->add(m_Memo.get(item, [&] { return ordnorm(*column); }));
     }
   }
+  m_Memo.finish();
   m_Out->setData(out);
 }
 
@@ -293,20 +297,29 @@ void TIconAttributeCreator::process() {
   {
     auto icons = dataAs<TMapStringToIntegerData>(m_Icons);
     auto out = std::make_shared<TIntegerAttributeDataArray>();
+    // Columns made for another icon map are not kept.
+    m_Memo.begin();
+    if (m_MemoIcons.lock() != icons || m_MemoIconsGeneration != icons->m_HasChanged.generation()) m_Memo.forget();
+    m_MemoIcons = icons;
+    m_MemoIconsGeneration = icons->m_HasChanged.generation();
     for (const auto& item : dataAs<TDataArray>(m_Attributes)->m_Items) {
       auto column = std::dynamic_pointer_cast<TStringAttributeData>(item);
       if (!column) continue;
-      std::shared_ptr<TIntegerAttributeData> iconColumn;
-      for (size_t r = 0; r < column->getRowCount(); ++r) {
-        auto it = icons->m_Map.find(std::string(column->viewByRow(r)));
-        if (it == icons->m_Map.end()) continue;
-        if (!iconColumn) {
-          iconColumn = std::make_shared<TIntegerAttributeData>("icon for '" + column->m_KeyName + "'");
-          out->add(iconColumn);
+      auto iconColumn = m_Memo.get(item, [&] {
+        std::shared_ptr<TIntegerAttributeData> made;
+        std::string text;
+        for (size_t r = 0; r < column->getRowCount(); ++r) {
+          text.assign(column->viewByRow(r));
+          auto it = icons->m_Map.find(text);
+          if (it == icons->m_Map.end()) continue;
+          if (!made) made = std::make_shared<TIntegerAttributeData>("icon for '" + column->m_KeyName + "'");
+          made->addRow(column->getIdByRow(r), it->second);
         }
-        iconColumn->addRow(column->getIdByRow(r), it->second);
-      }
+        return made;
+      });
+      if (iconColumn) out->add(iconColumn);
     }
+    m_Memo.finish();
     m_Output->setData(out);
   }
   resetPins({});

@@ -13,6 +13,44 @@ namespace quorvel {
 // texts, a number as it stands. Raises "Unknown type" for other columns.
 std::shared_ptr<TFloatAttributeData> ordnorm(const TAttributeData& column);
 
+// What a processor derived from each column of its last input, kept while
+// the column stands unchanged: a network that delivers an array again with
+// some columns new derives only those.
+template <class Result>
+class TColumnMemo {
+ public:
+  // Starts a run.
+  void begin() { m_Next.clear(); }
+  void forget() { m_Last.clear(); }
+  // The result for `column`, from the last run when the same column object
+  // under the same key name has not changed since, else made by `derive`.
+  template <class F>
+  Result get(const TDataPtr& column, F&& derive) {
+    const uint64_t generation = column->m_HasChanged.generation();
+    for (const Entry& e : m_Last)
+      if (e.generation == generation && e.key == column->m_KeyName && e.column.lock() == column) {
+        m_Next.push_back(e);
+        return e.result;
+      }
+    m_Next.push_back({column, column->m_KeyName, generation, derive()});
+    return m_Next.back().result;
+  }
+  // Ends a run: what it did not ask for is forgotten.
+  void finish() {
+    m_Last.swap(m_Next);
+    m_Next.clear();
+  }
+
+ private:
+  struct Entry {
+    std::weak_ptr<TAbstractData> column;
+    std::string key;
+    uint64_t generation;
+    Result result;
+  };
+  std::vector<Entry> m_Last, m_Next;
+};
+
 class TAttributeNormalizerProcessor : public TAbstractProcessor {
  public:
   QV_CLASS_NAME(TAttributeNormalizerProcessor)
@@ -20,6 +58,9 @@ class TAttributeNormalizerProcessor : public TAbstractProcessor {
   void postCreate() override;
   std::string getTypeName() override { return "attr normalizer"; }
   void process() override;
+
+ private:
+  TColumnMemo<std::shared_ptr<TFloatAttributeData>> m_Memo;
 };
 
 class TAttributeArrayNormalizerProcessor : public TAbstractProcessor {
@@ -29,6 +70,9 @@ class TAttributeArrayNormalizerProcessor : public TAbstractProcessor {
   void postCreate() override;
   std::string getTypeName() override { return "attr array norm"; }
   void process() override;
+
+ private:
+  TColumnMemo<std::shared_ptr<TFloatAttributeData>> m_Memo;
 };
 
 class TAttributeAggregator : public TAbstractProcessor {
@@ -74,6 +118,12 @@ class TIconAttributeCreator : public TAbstractProcessor {
   void postCreate() override;
   std::string getTypeName() override { return "icon attr creator"; }
   void process() override;
+
+ private:
+  // Columns of icons by text column, for one icon map.
+  TColumnMemo<std::shared_ptr<TIntegerAttributeData>> m_Memo;
+  std::weak_ptr<TAbstractData> m_MemoIcons;
+  uint64_t m_MemoIconsGeneration = 0;
 };
 
 class TAttributeUnion : public TAbstractProcessor {

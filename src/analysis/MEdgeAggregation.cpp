@@ -52,15 +52,17 @@ const TVector4 kMagenta(1.0f, 0.0f, 1.0f, 1.0f);
 std::shared_ptr<TEdgeCollapsedData> aggregateEdges(const THierarchyData& hierarchy, const TAggLftData& agglft,
                                                    const TEdgeData& edges, const TIntegerSetData& selection) {
   auto out = std::make_shared<TEdgeCollapsedData>();
-  out->reserve(edges.m_Rows.size());
   const TNodeToAggLft aggOf(hierarchy, agglft);
+  std::vector<TEdgeCollapsedData::Edge> folded;
+  folded.reserve(edges.m_Rows.size());
   for (const TEdgeRow& e : edges.m_Rows) {
     if (!selection.contains(e.eid)) continue;
     const uint32_t from = aggOf(e.fromnid);
     const uint32_t to = aggOf(e.tonid);
     if (from == TNodeToAggLft::kNone || to == TNodeToAggLft::kNone) continue;
-    out->addEdge(e.eid, from, to);
+    folded.push_back({e.eid, from, to});
   }
+  out->addEdges(folded);
   return out;
 }
 

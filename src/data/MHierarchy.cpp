@@ -255,6 +255,7 @@ void TEdgeCollapsedData::reserve(size_t n) {
 }
 
 void TEdgeCollapsedData::addEdge(uint32_t eid, uint32_t source, uint32_t target) {
+  pairIndex();
   uint32_t a = source;
   uint32_t b = target;
   const bool backward = a > b;
@@ -296,8 +297,93 @@ void TEdgeCollapsedData::buildLookups() const {
   m_LookupsBuilt = true;
 }
 
+const TIdHashMap<uint32_t, uint64_t>& TEdgeCollapsedData::pairIndex() const {
+  if (!m_PairIndexBuilt) {
+    m_PairIndex.clear();
+    m_PairIndex.reserve(m_Records.size());
+    for (uint32_t r = 0; r < m_Records.size(); ++r)
+      m_PairIndex.assign(key(m_Records[r].smallerlft, m_Records[r].largerlft), r);
+    m_PairIndexBuilt = true;
+  }
+  return m_PairIndex;
+}
+
+namespace {
+
+// Sorts items by a key of `bits` bits, keeping the order of equal keys:
+// least significant digits first, 11 bits a pass, so that the counts and
+// the places written to stay in cache.
+template <class T, class Key>
+void radixSort(std::vector<T>& items, unsigned bits, Key keyOf) {
+  std::vector<T> other(items.size());
+  constexpr unsigned kDigit = 11;
+  constexpr uint64_t kMask = (1u << kDigit) - 1;
+  std::vector<uint32_t> counts(1u << kDigit);
+  for (unsigned shift = 0; shift < bits; shift += kDigit) {
+    std::fill(counts.begin(), counts.end(), 0);
+    for (const T& t : items) ++counts[(keyOf(t) >> shift) & kMask];
+    uint32_t sum = 0;
+    for (uint32_t& c : counts) {
+      const uint32_t n = c;
+      c = sum;
+      sum += n;
+    }
+    for (const T& t : items) other[counts[(keyOf(t) >> shift) & kMask]++] = t;
+    items.swap(other);
+  }
+}
+
+}  // namespace
+
+void TEdgeCollapsedData::addEdges(const std::vector<Edge>& edges) {
+  if (!m_Records.empty()) throw TFlowError("TEdgeCollapsedData: addEdges needs an empty value");
+  // Each edge under its pair, ordered by pair; edges of one pair stay in
+  // their order, so the first of a run is where addEdge would have made
+  // the record.
+  struct Item {
+    uint64_t pair;
+    uint32_t row;
+  };
+  std::vector<Item> items(edges.size());
+  uint32_t largest = 0;
+  for (uint32_t i = 0; i < edges.size(); ++i) {
+    const auto [a, b] = std::minmax(edges[i].source, edges[i].target);
+    items[i] = {key(a, b), i};
+    largest = std::max(largest, b);
+  }
+  unsigned bits = 0;
+  while (bits < 32 && (uint64_t(1) << bits) <= largest) ++bits;
+  radixSort(items, 2 * bits, [bits](const Item& t) { return (t.pair >> 32) << bits | (t.pair & 0xffffffffu); });
+
+  // Runs of one pair, numbered in the order their first edges came.
+  constexpr uint32_t kNoRun = 0xffffffffu;
+  std::vector<uint32_t> runOfFirstRow(edges.size(), kNoRun);
+  std::vector<uint32_t> runStart;
+  for (uint32_t i = 0; i < items.size(); ++i)
+    if (i == 0 || items[i].pair != items[i - 1].pair) {
+      runOfFirstRow[items[i].row] = static_cast<uint32_t>(runStart.size());
+      runStart.push_back(i);
+    }
+  runStart.push_back(static_cast<uint32_t>(items.size()));
+  m_Records.resize(runStart.size() - 1);
+  uint32_t next = 0;
+  for (uint32_t run : runOfFirstRow) {
+    if (run == kNoRun) continue;
+    Record& rec = m_Records[next++];
+    const uint64_t pair = items[runStart[run]].pair;
+    rec.smallerlft = static_cast<uint32_t>(pair >> 32);
+    rec.largerlft = static_cast<uint32_t>(pair);
+    for (uint32_t i = runStart[run]; i < runStart[run + 1]; ++i) {
+      const Edge& e = edges[items[i].row];
+      (e.source > e.target ? rec.backward : rec.forward).insert(e.eid);
+    }
+  }
+  m_PairIndexBuilt = false;
+  m_LookupsBuilt = false;
+}
+
 const TEdgeCollapsedData::Record* TEdgeCollapsedData::findRecord(uint32_t smallerlft, uint32_t largerlft) const {
-  const uint32_t* r = m_PairIndex.find(key(smallerlft, largerlft));
+  const uint32_t* r = pairIndex().find(key(smallerlft, largerlft));
   return r ? &m_Records[*r] : nullptr;
 }
 

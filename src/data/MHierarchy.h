@@ -171,6 +171,14 @@ class TEdgeCollapsedData : public TAbstractData {
   std::vector<Record> m_Records;
 
   void addEdge(uint32_t eid, uint32_t source, uint32_t target);
+  struct Edge {
+    uint32_t eid;
+    uint32_t source;
+    uint32_t target;
+  };
+  // The records of these edges, as addEdge in their order would make them,
+  // into an empty value: sorted by pair instead of looked up one by one.
+  void addEdges(const std::vector<Edge>& edges);
   // Room for about n records.
   void reserve(size_t n);
   size_t getRecordCount() const { return m_Records.size(); }
@@ -195,8 +203,12 @@ class TEdgeCollapsedData : public TAbstractData {
   void buildLookups() const;
   std::vector<Pair> pairsOf(const TIdHashMap<uint32_t>& byNode, uint32_t node) const;
 
-  // Pair to record number. The key is the pair packed into 64 bits.
-  TIdHashMap<uint32_t, uint64_t> m_PairIndex;
+  const TIdHashMap<uint32_t, uint64_t>& pairIndex() const;
+
+  // Pair to record number. The key is the pair packed into 64 bits. After
+  // addEdges, built on the first question that needs it.
+  mutable TIdHashMap<uint32_t, uint64_t> m_PairIndex;
+  mutable bool m_PairIndexBuilt = true;
   // Built on demand: per node the records in which edges leave (enter) it,
   // as runs of a shared array, and the record of each eid.
   mutable bool m_LookupsBuilt = false;

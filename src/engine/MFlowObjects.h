@@ -87,6 +87,24 @@ class TFlowError : public std::runtime_error {
 // ---------------------------------------------------------------------------
 // Values
 
+// Whether a value changed in place since the last pass; every change also
+// advances a generation, which the pass does not reset, so that work done
+// for one state of a value can be known to still hold.
+class TChangeFlag {
+ public:
+  TChangeFlag& operator=(bool changed) {
+    if (changed) ++m_Generation;
+    m_Set = changed;
+    return *this;
+  }
+  operator bool() const { return m_Set; }
+  uint64_t generation() const { return m_Generation; }
+
+ private:
+  uint64_t m_Generation = 0;
+  bool m_Set = false;
+};
+
 class TAbstractData {
  public:
   static constexpr const char* kClassName = "TAbstractData";
@@ -97,7 +115,7 @@ class TAbstractData {
   virtual ~TAbstractData() = default;
 
   uint32_t m_DataId;
-  bool m_HasChanged = false;
+  TChangeFlag m_HasChanged;
   // True for array values; lets a pass skip values with no items cheaply.
   bool m_IsArray = false;
   std::string m_KeyName = "<no keyname>";

@@ -146,7 +146,9 @@ void bindEngine(py::module_& m) {
   py::class_<TAbstractData, PyData, TDataPtr>(m, "TAbstractData")
       .def(py::init<>())
       .def_readonly("m_DataId", &TAbstractData::m_DataId)
-      .def_readwrite("m_HasChanged", &TAbstractData::m_HasChanged)
+      .def_property(
+          "m_HasChanged", [](const TAbstractData& d) { return static_cast<bool>(d.m_HasChanged); },
+          [](TAbstractData& d, bool changed) { d.m_HasChanged = changed; })
       .def_readwrite("m_KeyName", &TAbstractData::m_KeyName)
       .def("isArray", &TAbstractData::isArray)
       .def("getKeyName", &TAbstractData::getKeyName)

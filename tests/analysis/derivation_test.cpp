@@ -71,6 +71,30 @@ TEST(Derivation, OrdnormRanksTextsAndKeepsNumbers) {
   auto out = dataAs<TFloatAttributeDataArray>(array->m_Out);
   ASSERT_EQ(out->getItemCount(), 2u);
   EXPECT_EQ(out->itemAs<TFloatAttributeData>(1)->m_KeyName, "f");
+
+  // A new array with the same columns: unchanged columns keep their
+  // numeric form; one changed in place, or renamed, gets a new one.
+  auto again = std::make_shared<TAttributeDataArray>();
+  again->add(texts);
+  auto f = in->itemAs<TFloatAttributeData>(1);
+  again->add(f);
+  again->add(column<TIntegerAttributeData, int32_t>("n", {{1, 3}}));
+  array->m_In->setData(again);
+  net.pass();
+  auto out2 = dataAs<TFloatAttributeDataArray>(array->m_Out);
+  ASSERT_EQ(out2->getItemCount(), 3u);
+  EXPECT_EQ(out2->m_Items[0], out->m_Items[0]);
+  EXPECT_EQ(out2->m_Items[1], out->m_Items[1]);
+  f->setValueById(1, 9.0f);
+  texts->m_KeyName = "kind2";
+  array->m_In->setData(again);
+  net.pass();
+  auto out3 = dataAs<TFloatAttributeDataArray>(array->m_Out);
+  EXPECT_NE(out3->m_Items[0], out->m_Items[0]);
+  EXPECT_EQ(out3->m_Items[0]->getKeyName(), "kind2");
+  EXPECT_EQ(valueOf(*out3->itemAs<TFloatAttributeData>(1), 1), 9.0f);
+  EXPECT_EQ(out3->m_Items[2], out2->m_Items[2]);
+  texts->m_KeyName = "kind";
   auto single = net.add<TAttributeNormalizerProcessor>(net.fm);
   single->m_In->setData(texts);
   net.pass();

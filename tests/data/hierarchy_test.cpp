@@ -188,6 +188,39 @@ TEST(Edges, CollapsedRecordsAndAggLft) {
   EXPECT_EQ(agg.getAggLftByLft(4, found), 2u);
 }
 
+// Records made all at once equal those made edge by edge: the same pairs
+// in the same order with the same eids each way, and the same answers.
+TEST(Edges, CollapsedRecordsInOneGoEqualThoseEdgeByEdge) {
+  std::mt19937 rng(3);
+  for (uint32_t ends : {3u, 50u, 100000u, 3000000u}) {
+    std::vector<TEdgeCollapsedData::Edge> edges;
+    for (uint32_t eid = 1; eid <= 5000; ++eid) edges.push_back({eid * 7u % 5003u, static_cast<uint32_t>(rng() % ends), static_cast<uint32_t>(rng() % ends)});
+    TEdgeCollapsedData one;
+    TEdgeCollapsedData each;
+    one.addEdges(edges);
+    for (const auto& e : edges) each.addEdge(e.eid, e.source, e.target);
+    ASSERT_EQ(one.getRecordCount(), each.getRecordCount()) << ends;
+    for (size_t r = 0; r < each.m_Records.size(); ++r) {
+      const auto& a = one.m_Records[r];
+      const auto& b = each.m_Records[r];
+      ASSERT_EQ(std::tie(a.smallerlft, a.largerlft), std::tie(b.smallerlft, b.largerlft)) << r;
+      ASSERT_EQ(a.forward, b.forward);
+      ASSERT_EQ(a.backward, b.backward);
+    }
+    const auto& e = edges[4321];
+    EXPECT_EQ(one.getRecordIndexOfEid(e.eid), each.getRecordIndexOfEid(e.eid));
+    EXPECT_EQ(one.getPairsOfSource(e.source), each.getPairsOfSource(e.source));
+    const auto [lo, hi] = std::minmax(e.source, e.target);
+    EXPECT_EQ(&one.getRecord(lo, hi), &one.m_Records[static_cast<size_t>(one.getRecordIndexOfEid(e.eid))]);
+    one.addEdge(99999, hi, lo);
+    EXPECT_TRUE(one.getRecord(lo, hi).forward.contains(99999) || one.getRecord(lo, hi).backward.contains(99999))
+        << "edges added after the bulk land in the same record";
+  }
+  TEdgeCollapsedData empty;
+  empty.addEdges({});
+  EXPECT_EQ(empty.getRecordCount(), 0u);
+}
+
 TEST(Edges, HashIndexStaysWithinLoadFactorOne) {
   TIdHashMap<uint32_t> map;
   for (uint32_t i = 0; i < 100000; ++i) {
