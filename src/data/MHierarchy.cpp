@@ -249,11 +249,6 @@ std::string TAggLftData::toString() const {
 // ---------------------------------------------------------------------------
 // TEdgeCollapsedData
 
-void TEdgeCollapsedData::reserve(size_t n) {
-  m_Records.reserve(n);
-  m_PairIndex.reserve(n);
-}
-
 void TEdgeCollapsedData::addEdge(uint32_t eid, uint32_t source, uint32_t target) {
   pairIndex();
   uint32_t a = source;

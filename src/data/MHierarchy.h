@@ -179,8 +179,6 @@ class TEdgeCollapsedData : public TAbstractData {
   // The records of these edges, as addEdge in their order would make them,
   // into an empty value: sorted by pair instead of looked up one by one.
   void addEdges(const std::vector<Edge>& edges);
-  // Room for about n records.
-  void reserve(size_t n);
   size_t getRecordCount() const { return m_Records.size(); }
   // The eids of the pair, or an empty set and found false. The pair is not
   // reordered.

@@ -199,7 +199,6 @@ class TSharedIdIndex {
   // Takes the other index, without copying it until one of them changes.
   void shareWith(const TSharedIdIndex& other) { m_Map = other.m_Map; }
   bool isSharedWith(const TSharedIdIndex& other) const { return m_Map && m_Map == other.m_Map; }
-  const Map* map() const { return m_Map.get(); }
 
  private:
   Map& own() {
