@@ -25,6 +25,7 @@ void TCppFlowManager::destroy() {
   TAbstractBox::destroy();
   // The run queue of the last pass holds the processors just destroyed.
   m_RunQueue.reset();
+  m_SeenEpoch = 0;
   m_LastWalkOrder.clear();
   m_WalkOrder.clear();
   m_AllPins.clear();
@@ -55,7 +56,19 @@ void TCppFlowManager::unregisterObject(uint32_t id) { m_Objects.erase(id); }
 // ---------------------------------------------------------------------------
 // One pass: stage1 spreads changes, stage2 offers every processor its turn.
 
+bool TCppFlowManager::quietStage1() {
+  if (!m_RunQueue || m_SeenEpoch != TFlowEpoch::now()) return false;
+  // Moving a processor on the canvas changes its key and nothing else.
+  for (const auto& entry : *m_RunQueue)
+    if (entry.proc->m_Area.tl.y != entry.key) return false;
+  return true;
+}
+
 void TCppFlowManager::stage1() {
+  ++m_Stage1Count;
+  m_QuietStage1 = quietStage1();
+  if (m_QuietStage1) return;
+
   m_AllPins.clear();
   m_WalkOrder.clear();
   m_ChangeQueue.clear();
@@ -128,7 +141,10 @@ void TCppFlowManager::stage1() {
   if (!m_RunQueue || m_WalkOrder != m_LastWalkOrder) {
     auto queue = std::make_shared<std::vector<TRunEntry>>();
     queue->reserve(m_WalkOrder.size());
-    for (const auto& [key, proc] : m_WalkOrder) queue->push_back({key, proc->selfPtr()});
+    for (const auto& [key, proc] : m_WalkOrder) {
+      const bool before = (proc->hookMask() & TAbstractProcessor::kHookBeforeProcess) != 0;
+      queue->push_back({key, before, false, proc->selfPtr()});
+    }
     std::stable_sort(queue->begin(), queue->end(),
                      [](const TRunEntry& a, const TRunEntry& b) { return a.key < b.key; });
     m_RunQueue = std::move(queue);
@@ -164,21 +180,34 @@ void TCppFlowManager::stage1() {
     pin->m_DataHasChanged = false;
     pin->m_DataFullUpdate = false;
   }
+  m_SeenEpoch = TFlowEpoch::now();
 }
 
 bool TCppFlowManager::stage2() {
   // Hold the queue: a processor may run a nested pass that rebuilds it.
   const auto queue = m_RunQueue;
+  const bool quiet = m_QuietStage1 && m_SeenEpoch == TFlowEpoch::now();
+  const uint64_t stage1Count = m_Stage1Count;
+  // Until this pass ends complete, the next one scans: a processor that
+  // raises leaves those behind it with their changes.
+  const uint64_t seen = m_SeenEpoch;
+  m_SeenEpoch = 0;
   bool any = false;
   if (queue) {
-    for (const auto& entry : *queue) {
-      if (entry.proc->m_Destroyed) continue;
-      if (activateProcessor(entry.proc.get())) any = true;
+    for (auto& entry : *queue) {
+      if (quiet && !entry.before && !entry.pending) continue;
+      TAbstractProcessor* proc = entry.proc.get();
+      if (proc->m_Destroyed) continue;
+      if (activateProcessor(proc)) any = true;
+      entry.pending = proc->getInputChanged();
     }
   }
   for (const auto& pin : m_ArrayKeyPins)
     if (pin) pin->m_ArrayKeysChanged.reset();
   m_ArrayKeyPins.clear();
+  // A pass run from inside this one has left flags that these entries do
+  // not know of.
+  if (m_Stage1Count == stage1Count) m_SeenEpoch = seen;
   return any;
 }
 
@@ -223,7 +252,7 @@ void TCppFlowManager::autoconnect() {
           if (!other->isIdentity() || other->m_OutputPins.empty()) continue;
           const TPinPtr& output = other->m_OutputPins[0];
           if (output->m_Name != name) continue;
-          output->m_DataReplaced = true;
+          output->markReplaced();
           createConnection(output, input);
         }
       }

@@ -31,9 +31,13 @@ class TCppFlowManager : public TAbstractBox {
   // it while running, so a nested pass can replace it safely.
   struct TRunEntry {
     float key;
+    // The processor has the hook beforeprocess_python.
+    bool before = false;
+    // An input pin was still up after the processor's last turn.
+    bool pending = false;
     TProcessorPtr proc;
   };
-  std::shared_ptr<const std::vector<TRunEntry>> m_RunQueue;
+  std::shared_ptr<std::vector<TRunEntry>> m_RunQueue;
   TProcessorPtr m_ErroneousProcessor;
 
   void postCreate() override;
@@ -70,6 +74,19 @@ class TCppFlowManager : public TAbstractBox {
   // Pins given array keys in this pass; stage2 drops the keys again.
   std::vector<TPinPtr> m_ArrayKeyPins;
   uint64_t m_PassMark = 0;
+
+  // A quiet pass. When nothing has advanced TFlowEpoch since the last pass
+  // ended complete, every pin's flags, every value's change flag and the
+  // structure are as that pass left them: stage1 would spread nothing, and
+  // stage2 would run only the processors whose inputs stayed up. Such a pass
+  // checks the running order's keys and offers its turn to the processors
+  // with the before-hook or inputs up, and to no other.
+  bool quietStage1();
+  // TFlowEpoch as the last stage1 left it; 0 when the next one must scan.
+  uint64_t m_SeenEpoch = 0;
+  bool m_QuietStage1 = false;
+  // Counts stage1 calls, so that stage2 knows a pass ran inside it.
+  uint64_t m_Stage1Count = 0;
 };
 
 using TProcessorFactory = std::function<TProcessorPtr()>;

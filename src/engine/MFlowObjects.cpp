@@ -41,6 +41,7 @@ void TFlowObject::destroy() { flowobject_destroy(); }
 void TFlowObject::flowobject_destroy() {
   auto keep = shared_from_this();
   m_Destroyed = true;
+  TFlowEpoch::advance();
   if (m_RegisteredIn && m_Id != 0) m_RegisteredIn->unregisterObject(m_Id);
   m_RegisteredIn = nullptr;
 }
@@ -73,18 +74,18 @@ void TAbstractPin::destroy() {
 
 void TAbstractPin::setData(TDataPtr data) {
   m_Data = std::move(data);
-  m_DataReplaced = true;
+  markReplaced();
   m_DataSetHere = true;
 }
 
 void TAbstractPin::touch() {
-  m_DataReplaced = true;
+  markReplaced();
   m_DataSetHere = true;
 }
 
 void TAbstractPin::setDataFromSource(TDataPtr data) {
   m_Data = std::move(data);
-  m_DataReplaced = true;
+  markReplaced();
   m_DataSetHere = false;
 }
 
@@ -172,6 +173,7 @@ TPinPtr TAbstractProcessor::addTypedPin(TPinPtr pin, const std::string& accepted
   pin->m_AcceptedType = acceptedtype;
   pin->m_Processor = selfPtr();
   pin->m_Self = pin;
+  TFlowEpoch::advance();
   if (pin->isInputPin()) {
     m_InputPins.push_back(pin);
     m_InputPinsByName.emplace(name, pin);
@@ -223,6 +225,7 @@ TProcessorPtr TAbstractProcessor::getConnectedProcessor(const std::string& name)
 
 void TAbstractProcessor::reparent(const TBoxPtr& newbox) {
   auto keep = selfPtr();
+  TFlowEpoch::advance();
   newbox->m_Processors.push_back(keep);
   if (m_Box) {
     // The first entry is the old place, also when the box stays the same.
@@ -280,6 +283,9 @@ bool TAbstractProcessor::haveChanged(const TPinList& list) {
 }
 
 void TAbstractProcessor::resetPins(const TPinList& list) {
+  // A list noted outside a processor's turn waits for its next turn, which
+  // a quiet pass would not give it.
+  TFlowEpoch::advance();
   if (list.empty()) {
     m_PinsToReset.insert(m_PinsToReset.end(), m_InputPins.begin(), m_InputPins.end());
     return;
@@ -293,7 +299,7 @@ void TAbstractProcessor::resetPins(const TPinList& list) {
 }
 
 void TAbstractProcessor::touchPins() {
-  for (const auto& p : m_InputPins) p->m_DataReplaced = true;
+  for (const auto& p : m_InputPins) p->markReplaced();
 }
 
 void TAbstractProcessor::setError(const std::string& text) {
@@ -345,6 +351,7 @@ void TAbstractBox::addProcessor(const TProcessorPtr& proc) {
   proc->m_Box = selfPtr();
   manager->registerObject(proc);
   m_Processors.push_back(proc);
+  TFlowEpoch::advance();
   for (const auto& p : proc->m_InputPins) manager->registerObject(p);
   for (const auto& p : proc->m_OutputPins) manager->registerObject(p);
   if (manager->m_DeferSizes)
@@ -358,6 +365,7 @@ void TAbstractBox::addBox(const TBoxPtr& box) {
   auto manager = getFlowManager();
   m_Children.push_back(box);
   box->m_Parent = this;
+  TFlowEpoch::advance();
   manager->registerObject(box);
   if (manager->m_DeferSizes)
     manager->m_SizesDue.push_back(this);

@@ -7,6 +7,7 @@
 // last outside reference does nothing.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -87,13 +88,31 @@ class TFlowError : public std::runtime_error {
 // ---------------------------------------------------------------------------
 // Values
 
+// Counts, for the whole process, everything that can give a pass work: a
+// value changed in place, a pin given a value or touched, consumed pins
+// noted, and every change of a network's structure. A network whose last
+// pass saw the count where it stands now has nothing new to scan. Values may
+// change on other threads, so the count is atomic; a plain load and store is
+// enough, since a reader only asks whether it moved.
+class TFlowEpoch {
+ public:
+  static uint64_t now() { return s_Count.load(std::memory_order_relaxed); }
+  static void advance() { s_Count.store(s_Count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
+
+ private:
+  static inline std::atomic<uint64_t> s_Count{1};
+};
+
 // Whether a value changed in place since the last pass; every change also
 // advances a generation, which the pass does not reset, so that work done
 // for one state of a value can be known to still hold.
 class TChangeFlag {
  public:
   TChangeFlag& operator=(bool changed) {
-    if (changed) ++m_Generation;
+    if (changed) {
+      ++m_Generation;
+      TFlowEpoch::advance();
+    }
     m_Set = changed;
     return *this;
   }
@@ -210,11 +229,19 @@ class TAbstractPin : public TFlowObject {
   virtual bool isInputPin() const = 0;
 
   const TDataPtr& getData() const { return m_Data; }
+  // Raises m_DataReplaced, so that the next pass spreads the value.
+  void markReplaced() {
+    m_DataReplaced = true;
+    TFlowEpoch::advance();
+  }
   void setData(TDataPtr data);
   void touch();
   void setDataFromSource(TDataPtr data);
   bool hasChanged() const { return m_DataHasChanged || m_DataFullUpdate; }
-  void attach(const TConnectorPtr& connector) { m_Connectors.push_back(connector); }
+  void attach(const TConnectorPtr& connector) {
+    m_Connectors.push_back(connector);
+    TFlowEpoch::advance();
+  }
   std::vector<TPinPtr> getConnectedTo();
 };
 

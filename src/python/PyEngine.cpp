@@ -47,6 +47,17 @@ py::handle lastArg(const py::args& args, size_t expected) {
   return args[args.size() - 1];
 }
 
+// A pin flag as scripts see it. Writing one may give the next pass work, so
+// the network is told as the engine's own writers tell it.
+template <bool TAbstractPin::*Flag>
+struct pinFlag {
+  static bool get(const TAbstractPin& p) { return p.*Flag; }
+  static void set(TAbstractPin& p, bool value) {
+    p.*Flag = value;
+    TFlowEpoch::advance();
+  }
+};
+
 py::object newObjectsToList(const std::optional<std::vector<std::shared_ptr<TFlowObject>>>& objs) {
   if (!objs) return py::none();
   py::list out;
@@ -177,11 +188,17 @@ void bindEngine(py::module_& m) {
       .def_readonly("m_Processor", &TAbstractPin::m_Processor)
       .def_property(
           "m_Data", [](const TAbstractPin& p) { return p.m_Data; },
-          [](TAbstractPin& p, TDataPtr d) { p.m_Data = std::move(d); })
+          [](TAbstractPin& p, TDataPtr d) {
+            p.m_Data = std::move(d);
+            TFlowEpoch::advance();
+          })
       .def_property_readonly("m_Connectors", [](const TAbstractPin& p) { return p.m_Connectors; })
-      .def_readwrite("m_DataReplaced", &TAbstractPin::m_DataReplaced)
-      .def_readwrite("m_DataHasChanged", &TAbstractPin::m_DataHasChanged)
-      .def_readwrite("m_DataFullUpdate", &TAbstractPin::m_DataFullUpdate)
+      .def_property("m_DataReplaced", pinFlag<&TAbstractPin::m_DataReplaced>::get,
+                    pinFlag<&TAbstractPin::m_DataReplaced>::set)
+      .def_property("m_DataHasChanged", pinFlag<&TAbstractPin::m_DataHasChanged>::get,
+                    pinFlag<&TAbstractPin::m_DataHasChanged>::set)
+      .def_property("m_DataFullUpdate", pinFlag<&TAbstractPin::m_DataFullUpdate>::get,
+                    pinFlag<&TAbstractPin::m_DataFullUpdate>::set)
       .def_readwrite("m_DataSetHere", &TAbstractPin::m_DataSetHere)
       .def_property_readonly("m_ArrayKeysChanged",
                              [](const TAbstractPin& p) -> py::object {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "engine/MMediator.h"
 #include "support/TestProcessors.h"
 
@@ -392,4 +394,160 @@ TEST(Scheduling, AProcessorCannotRunTheNetworkFromItsProcessing) {
   EXPECT_EQ(failure, "doflow(): the network is running already; a processor cannot run it");
   EXPECT_EQ(relay->runs, 1);
   EXPECT_EQ(doflow(*net.fm), 1) << "the network runs again afterwards";
+}
+
+namespace {
+
+// A processor that shows every way a pass can find work: on every third
+// run it does nothing at all and so leaves its input up; it may have the
+// before-hook, which now and then puts a value on its output. Each turn it
+// is given goes to `log`.
+class TMoody : public TRelay {
+ public:
+  bool hooked = false;
+  int before = 0;
+  std::string* log = nullptr;
+  unsigned hookMask() override { return hooked ? unsigned{kHookBeforeProcess} : 0u; }
+  void beforeprocess_python() override {
+    *log += " b" + m_KeyName;
+    if (++before % 7 == 0) out->setData(std::make_shared<TTestValue>(100 + before));
+  }
+  void process() override {
+    *log += " p" + m_KeyName;
+    if (++runs % 3 == 0) return;
+    auto v = std::dynamic_pointer_cast<TTestValue>(in->getData());
+    seen = v ? v->value : -1;
+    out->setData(v ? std::make_shared<TTestValue>(v->value + 1) : nullptr);
+    resetPins({});
+  }
+};
+
+// Plays one seeded scenario of outside changes and passes on a fresh
+// network and writes down what each pass did. With `scan`, every pass is
+// forced to scan all pins, as if something had changed.
+std::vector<std::string> playScenario(unsigned seed, bool scan) {
+  Net net;
+  std::vector<std::shared_ptr<TSource>> sources;
+  std::vector<std::shared_ptr<TMoody>> procs;
+  std::vector<TBoxPtr> boxes{net.fm, net.box(net.fm), net.box(net.fm)};
+  std::mt19937 rng(seed);
+  auto pick = [&rng](size_t n) { return static_cast<size_t>(rng() % n); };
+  for (int i = 0; i < 4; ++i) sources.push_back(net.add<TSource>(boxes[pick(3)], static_cast<float>(pick(50))));
+  std::string log;
+  for (int i = 0; i < 30; ++i) {
+    auto p = net.add<TMoody>(boxes[pick(3)], static_cast<float>(pick(50)));
+    p->hooked = pick(4) == 0;
+    p->log = &log;
+    p->m_KeyName = std::to_string(i);
+    TPinPtr from = sources[pick(sources.size())]->out;
+    if (!procs.empty() && pick(3) != 0) from = procs[pick(procs.size())]->out;
+    net.fm->createConnection(from, p->in);
+    procs.push_back(p);
+  }
+  std::vector<std::string> trace;
+  auto record = [&](bool ran) {
+    std::string line = (ran ? "ran:" : "quiet:") + log + " |";
+    log.clear();
+    for (const auto& p : procs) {
+      auto v = std::dynamic_pointer_cast<TTestValue>(p->in->getData());
+      line += " " + std::to_string(p->runs) + "/" + std::to_string(p->before) + "/" +
+              std::to_string(v ? v->value : -1) + (p->in->hasChanged() ? "*" : "");
+    }
+    trace.push_back(line);
+  };
+  for (int step = 0; step < 120; ++step) {
+    switch (pick(9)) {
+      case 0:
+        sources[pick(sources.size())]->out->setData(std::make_shared<TTestValue>(step));
+        break;
+      case 1: {  // a value edited in place where it stands
+        auto v = std::dynamic_pointer_cast<TTestValue>(procs[pick(procs.size())]->in->getData());
+        if (v) {
+          v->value += 1000;
+          v->setHasChanged();
+        }
+        break;
+      }
+      case 2:
+        procs[pick(procs.size())]->m_Area.move(TVector2(0.0f, static_cast<float>(pick(40)) - 20.0f));
+        break;
+      case 3:
+        procs[pick(procs.size())]->touchPins();
+        break;
+      case 4:  // consumed from outside a turn: applied in the next one
+        procs[pick(procs.size())]->resetPins({});
+        break;
+      case 5: {  // a flag raised the way a script raises it
+        procs[pick(procs.size())]->in->m_DataFullUpdate = true;
+        TFlowEpoch::advance();
+        break;
+      }
+      default:  // nothing: the passes that follow are quiet ones
+        break;
+    }
+    const int passes = static_cast<int>(pick(4));
+    for (int i = 0; i < passes; ++i) {
+      if (scan) TFlowEpoch::advance();
+      net.fm->stage1();
+      record(net.fm->stage2());
+    }
+  }
+  return trace;
+}
+
+}  // namespace
+
+// Quiet passes skip the scan of pins and the processors with nothing to do:
+// whatever happens between passes, they must run exactly what a scanning
+// pass runs, in the same order, with the same flags left up.
+TEST(Scheduling, QuietPassesRunWhatScanningPassesRun) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    const auto quiet = playScenario(seed, false);
+    const auto scanned = playScenario(seed, true);
+    ASSERT_EQ(quiet.size(), scanned.size());
+    for (size_t i = 0; i < quiet.size(); ++i) ASSERT_EQ(quiet[i], scanned[i]) << "seed " << seed << ", pass " << i;
+  }
+}
+
+TEST(Scheduling, QuietPassesStillSeeMovesAndLeftoverInputs) {
+  std::vector<std::string> order;
+  g_Order = &order;
+  {
+    Net net;
+    auto src = net.add<TSource>(net.fm, 0);
+    auto a = net.add<TNamed>(net.fm, 10);
+    auto b = net.add<TNamed>(net.fm, 20);
+    a->m_KeyName = "a";
+    b->m_KeyName = "b";
+    net.fm->createConnection(src->out, a->in);
+    net.fm->createConnection(src->out, b->in);
+    src->out->setData(std::make_shared<TTestValue>(0));
+    net.settle();
+    // A move is the one change that advances nothing: the order follows it.
+    b->m_Area.move(TVector2(0, -15));
+    a->onProcess = [](TRelay&) {};  // leaves its input up
+    src->out->setData(std::make_shared<TTestValue>(1));
+    order.clear();
+    net.pass();
+    EXPECT_EQ(order, (std::vector<std::string>{"b", "a"}));
+    order.clear();
+    EXPECT_TRUE(net.pass()) << "an input left up runs its processor again";
+    EXPECT_TRUE(net.pass());
+    EXPECT_EQ(order, (std::vector<std::string>{"a", "a"}));
+    a->onProcess = [](TRelay& self) { self.resetPins({}); };
+    net.pass();
+    EXPECT_FALSE(net.pass());
+
+    // Pins consumed outside a turn are let go in the next turn, also when
+    // that pass is a quiet one: they must not swallow a later change.
+    a->resetPins({});
+    EXPECT_FALSE(net.pass());
+    a->onProcess = [](TRelay&) {};
+    src->out->setData(std::make_shared<TTestValue>(2));
+    order.clear();
+    net.pass();
+    EXPECT_TRUE(net.pass());
+    EXPECT_EQ(order, (std::vector<std::string>{"b", "a", "a"}));
+  }
+  g_Order = nullptr;
 }

@@ -56,6 +56,37 @@ class ModuleTest(unittest.TestCase):
         fm.destroy()
         self.assertEqual(len(fm.m_Processors), 0)
 
+    def test_flags_written_by_a_script_reach_the_next_pass(self):
+        fm = TFlowManager(True)
+        fm.postCreate(fm)
+        src = fm.constructProcessor(Source)
+        fm.addProcessor(fm, src)
+        counter = fm.constructProcessor(Counter)
+        fm.addProcessor(fm, counter)
+        fm.createConnection(src.getOutputPinByName("out"), counter.getInputPinByName("in"))
+        value = MQuorvel.TAbstractData()
+        src.getOutputPinByName("out").setData(value)
+        doflow(fm)
+        self.assertEqual(doflow(fm), 1)
+        # Each way a script can give the settled network work.
+        counter.getInputPinByName("in").m_DataFullUpdate = True
+        doflow(fm)
+        self.assertEqual(counter.runs, 2)
+        counter.getInputPinByName("in").m_DataHasChanged = True
+        doflow(fm)
+        self.assertEqual(counter.runs, 3)
+        src.getOutputPinByName("out").m_DataReplaced = True
+        doflow(fm)
+        self.assertEqual(counter.runs, 4)
+        other = MQuorvel.TAbstractData()
+        other.m_HasChanged = True
+        doflow(fm)
+        src.getOutputPinByName("out").m_Data = other
+        doflow(fm)
+        self.assertEqual(counter.runs, 5)
+        self.assertIs(counter.getInputPinByName("in").getData(), other)
+        fm.destroy()
+
     def test_mediator_and_logger(self):
         self.assertIsNotNone(me.logger)
         saved = me.logger
