@@ -14,47 +14,6 @@ namespace quorvel {
 
 namespace {
 
-// The rank of each row's text among the column's distinct texts, in byte
-// order: one pass through an open-addressing table of the distinct texts,
-// then a sort of those alone.
-std::vector<uint32_t> textRanks(const TStringAttributeData& c) {
-  const size_t n = c.getRowCount();
-  std::vector<uint32_t> ofRow(n);
-  std::vector<std::string_view> texts;
-  std::vector<size_t> hashes;
-  size_t capacity = 16;
-  while (capacity < 2 * n) capacity *= 2;
-  std::vector<uint32_t> table(capacity, 0);  // distinct text + 1, or 0
-  const std::hash<std::string_view> hasher;
-  for (size_t r = 0; r < n; ++r) {
-    const std::string_view text = c.viewByRow(r);
-    const size_t h = hasher(text);
-    size_t slot = h & (capacity - 1);
-    while (true) {
-      const uint32_t t = table[slot];
-      if (t == 0) {
-        texts.push_back(text);
-        hashes.push_back(h);
-        table[slot] = static_cast<uint32_t>(texts.size());
-        ofRow[r] = static_cast<uint32_t>(texts.size() - 1);
-        break;
-      }
-      if (hashes[t - 1] == h && texts[t - 1] == text) {
-        ofRow[r] = t - 1;
-        break;
-      }
-      slot = (slot + 1) & (capacity - 1);
-    }
-  }
-  std::vector<uint32_t> order(texts.size());
-  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-  std::sort(order.begin(), order.end(), [&texts](uint32_t a, uint32_t b) { return texts[a] < texts[b]; });
-  std::vector<uint32_t> rank(texts.size());
-  for (uint32_t i = 0; i < order.size(); ++i) rank[order[i]] = i;
-  for (uint32_t& t : ofRow) t = rank[t];
-  return ofRow;
-}
-
 // A float column with the rows of `c`, each value made by `value(row)`.
 template <class Column, class F>
 std::shared_ptr<TFloatAttributeData> sameRowsAs(const Column& c, F value) {
@@ -73,7 +32,8 @@ std::shared_ptr<TFloatAttributeData> ordnorm(const TAttributeData& column) {
   const std::string type = column.getAttributeType();
   if (type == "string") {
     const auto& c = static_cast<const TStringAttributeData&>(column);
-    const std::vector<uint32_t> ranks = textRanks(c);
+    uint32_t distinct = 0;
+    const std::vector<uint32_t> ranks = c.textRanks(distinct);
     return sameRowsAs(c, [&ranks](size_t r) { return static_cast<float>(ranks[r]); });
   }
   if (type == "float") {
@@ -254,9 +214,10 @@ void TFromToAttributeCreator::process() {
   auto to = std::make_shared<TStringAttributeData>("to node");
   const auto& edges = dataAs<TEdgeData>(m_EdgeData)->m_Rows;
   if (auto texts = std::dynamic_pointer_cast<TStringAttributeData>(caption)) {
-    // The captions' own texts, shared rather than copied.
-    from->shareTextsOf(*texts);
-    to->shareTextsOf(*texts);
+    // The captions' own texts, shared rather than copied, and ranked
+    // through the captions' order.
+    from->drawTextsFrom(texts);
+    to->drawTextsFrom(texts);
     from->m_Rows.reserve(edges.size());
     to->m_Rows.reserve(edges.size());
     for (const TEdgeRow& e : edges) {

@@ -23,8 +23,119 @@ void TAttributeData::copyFrom(const TAttributeData&) { throw TFlowError("copyFro
 // Text arena
 
 std::string& TAttributeStore<std::string>::own() {
-  if (m_Arena.use_count() > 1) m_Arena = std::make_shared<std::string>(*m_Arena);
-  return *m_Arena;
+  if (m_Arena.use_count() > 1) {
+    auto copy = std::make_shared<Arena>();
+    copy->bytes = m_Arena->bytes;
+    m_Arena = std::move(copy);
+  } else {
+    // The texts are about to change under the order.
+    m_Arena->order.reset();
+  }
+  return m_Arena->bytes;
+}
+
+int64_t TAttributeStore<std::string>::TTextOrder::find(const Stored& s) const {
+  const size_t word = s.offset >> 6;
+  if (word >= starts.size()) return -1;
+  const uint64_t bit = uint64_t{1} << (s.offset & 63);
+  if (!(starts[word] & bit)) return -1;
+  const uint32_t k = before[word] + static_cast<uint32_t>(__builtin_popcountll(starts[word] & (bit - 1)));
+  return length[k] == s.length ? int64_t{k} : int64_t{-1};
+}
+
+void TAttributeStore<std::string>::noteOrigin(const std::shared_ptr<const TStringAttributeData>& origin) {
+  if (m_Arena->origin.expired()) m_Arena->origin = origin;
+}
+
+namespace {
+
+// The rank of each text among the distinct texts, in byte order: one pass
+// through an open-addressing table of the distinct texts, then a sort of
+// those alone.
+template <class ViewOf>
+std::vector<uint32_t> rankTexts(size_t n, ViewOf viewOf, uint32_t& distinct) {
+  std::vector<uint32_t> ofText(n);
+  std::vector<std::string_view> texts;
+  std::vector<size_t> hashes;
+  size_t capacity = 16;
+  while (capacity < 2 * n) capacity *= 2;
+  std::vector<uint32_t> table(capacity, 0);  // distinct text + 1, or 0
+  const std::hash<std::string_view> hasher;
+  for (size_t r = 0; r < n; ++r) {
+    const std::string_view text = viewOf(r);
+    const size_t h = hasher(text);
+    size_t slot = h & (capacity - 1);
+    while (true) {
+      const uint32_t t = table[slot];
+      if (t == 0) {
+        texts.push_back(text);
+        hashes.push_back(h);
+        table[slot] = static_cast<uint32_t>(texts.size());
+        ofText[r] = static_cast<uint32_t>(texts.size() - 1);
+        break;
+      }
+      if (hashes[t - 1] == h && texts[t - 1] == text) {
+        ofText[r] = t - 1;
+        break;
+      }
+      slot = (slot + 1) & (capacity - 1);
+    }
+  }
+  std::vector<uint32_t> order(texts.size());
+  for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&texts](uint32_t a, uint32_t b) { return texts[a] < texts[b]; });
+  std::vector<uint32_t> rank(texts.size());
+  for (uint32_t i = 0; i < order.size(); ++i) rank[order[i]] = i;
+  for (uint32_t& t : ofText) t = rank[t];
+  distinct = static_cast<uint32_t>(texts.size());
+  return ofText;
+}
+
+using TTextOrder = TAttributeStore<std::string>::TTextOrder;
+
+// The order of the texts that `rows` hold in `bytes`; null when two rows
+// hold texts of different lengths at one offset.
+template <class Rows>
+std::shared_ptr<const TTextOrder> makeTextOrder(const std::string& bytes, const Rows& rows) {
+  auto order = std::make_shared<TTextOrder>();
+  order->starts.assign(bytes.size() / 64 + 1, 0);
+  for (const auto& row : rows) order->starts[row.value.offset >> 6] |= uint64_t{1} << (row.value.offset & 63);
+  order->before.resize(order->starts.size());
+  uint32_t count = 0;
+  for (size_t w = 0; w < order->starts.size(); ++w) {
+    order->before[w] = count;
+    count += static_cast<uint32_t>(__builtin_popcountll(order->starts[w]));
+  }
+  constexpr uint32_t kUnset = UINT32_MAX;
+  order->length.assign(count, kUnset);
+  std::vector<uint32_t> offsets(count);
+  for (const auto& row : rows) {
+    const auto& s = row.value;
+    const size_t word = s.offset >> 6;
+    const uint64_t bit = uint64_t{1} << (s.offset & 63);
+    const uint32_t k = order->before[word] + static_cast<uint32_t>(__builtin_popcountll(order->starts[word] & (bit - 1)));
+    if (order->length[k] == kUnset) {
+      order->length[k] = s.length;
+      offsets[k] = s.offset;
+    } else if (order->length[k] != s.length) {
+      return nullptr;
+    }
+  }
+  order->rank = rankTexts(
+      count, [&](size_t k) { return std::string_view(bytes.data() + offsets[k], order->length[k]); },
+      order->distinct);
+  return order;
+}
+
+}  // namespace
+
+const TTextOrder* TAttributeStore<std::string>::order() const {
+  if (!m_Arena->order) {
+    auto origin = m_Arena->origin.lock();
+    if (!origin || !origin->store().isSharedWith(*this)) return nullptr;
+    m_Arena->order = makeTextOrder(m_Arena->bytes, origin->m_Rows);
+  }
+  return m_Arena->order.get();
 }
 
 TAttributeStore<std::string>::Stored TAttributeStore<std::string>::put(std::string_view v) {
@@ -494,6 +605,43 @@ std::string TVariantAttributeData::rowText(size_t row) const {
       return formatFloat6(m_Values[row].f);
   }
   return {};
+}
+
+// ---------------------------------------------------------------------------
+// Ranks of texts
+
+std::vector<uint32_t> TStringAttributeData::textRanks(uint32_t& distinct) const {
+  const size_t n = m_Rows.size();
+  if (const TTextOrder* order = m_Store.order()) {
+    // The ranks in the order, taken down to those of the texts used here.
+    std::vector<uint32_t> ofRow(n);
+    std::vector<uint32_t> dense(order->distinct, 0);
+    bool held = true;
+    for (size_t r = 0; r < n && held; ++r) {
+      const int64_t k = order->find(m_Rows[r].value);
+      held = k >= 0;
+      if (held) {
+        ofRow[r] = order->rank[static_cast<size_t>(k)];
+        dense[ofRow[r]] = 1;
+      }
+    }
+    if (held) {
+      distinct = 0;
+      for (uint32_t& d : dense) {
+        const uint32_t used = d;
+        d = distinct;
+        distinct += used;
+      }
+      for (uint32_t& t : ofRow) t = dense[t];
+      return ofRow;
+    }
+  }
+  return rankTexts(n, [this](size_t r) { return viewByRow(r); }, distinct);
+}
+
+void TStringAttributeData::drawTextsFrom(const std::shared_ptr<const TStringAttributeData>& source) {
+  m_Store.shareWith(source->m_Store);
+  m_Store.noteOrigin(source);
 }
 
 TAttributePtr TVariantAttributeData::convertToSpecific() const {

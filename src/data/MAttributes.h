@@ -19,6 +19,7 @@
 namespace quorvel {
 
 class TAttributeData;
+class TStringAttributeData;
 using TAttributePtr = std::shared_ptr<TAttributeData>;
 
 class TAttributeData : public TAbstractData {
@@ -68,17 +69,41 @@ struct TAttributeStore<std::string> {
   };
   using View = std::string_view;
 
+  // The byte order of the texts of one arena: which offsets start a text,
+  // with its length and its rank among the distinct texts. Columns that
+  // draw their texts from one column rank them through it with integers.
+  struct TTextOrder {
+    std::vector<uint64_t> starts;  // a bit for each arena offset
+    std::vector<uint32_t> before;  // set bits in the words before each word
+    std::vector<uint32_t> length;  // of each text, in the order of offsets
+    std::vector<uint32_t> rank;
+    uint32_t distinct = 0;
+    // The number of the text stored at `s`, or -1 when the order does not
+    // hold that text.
+    int64_t find(const Stored& s) const;
+  };
+
   Stored put(std::string_view v);
-  View view(const Stored& s) const { return std::string_view(m_Arena->data() + s.offset, s.length); }
+  View view(const Stored& s) const { return std::string_view(m_Arena->bytes.data() + s.offset, s.length); }
   void replace(Stored& s, std::string_view v);
-  void clear() { m_Arena = std::make_shared<std::string>(); }
+  void clear() { m_Arena = std::make_shared<Arena>(); }
   // Takes the other store's texts, so that its Stored values are valid here.
   void shareWith(const TAttributeStore& other) { m_Arena = other.m_Arena; }
   bool isSharedWith(const TAttributeStore& other) const { return m_Arena == other.m_Arena; }
+  // Notes the column that columns sharing these texts take them from.
+  void noteOrigin(const std::shared_ptr<const TStringAttributeData>& origin);
+  // The order of the texts, made once from the origin's rows while the
+  // origin holds these texts; null without one.
+  const TTextOrder* order() const;
 
  private:
+  struct Arena {
+    std::string bytes;
+    std::weak_ptr<const TStringAttributeData> origin;
+    std::shared_ptr<const TTextOrder> order;
+  };
   std::string& own();
-  std::shared_ptr<std::string> m_Arena = std::make_shared<std::string>();
+  std::shared_ptr<Arena> m_Arena = std::make_shared<Arena>();
 };
 
 template <class T>
@@ -226,6 +251,13 @@ class TStringAttributeData : public TTypedAttributeBase<std::string> {
   void copyValueFrom(const TAttributeData& source, uint32_t id) override;
   void copyFrom(const TAttributeData& source) override;
   std::shared_ptr<std::map<std::string, uint32_t>> getUniqueValues() const;
+  // The rank of each row's text among the column's distinct texts, in byte
+  // order, by row; `distinct` gets their number.
+  std::vector<uint32_t> textRanks(uint32_t& distinct) const;
+  // Takes the texts of `source`, for a column whose rows will hold only
+  // values of `source`'s rows: the two rank their texts through one order.
+  void drawTextsFrom(const std::shared_ptr<const TStringAttributeData>& source);
+  const Store& store() const { return m_Store; }
 };
 
 // The column of undecided type that exists while a dataset loads. Values are

@@ -3,6 +3,8 @@
 #include "support/TestHelpers.h"
 
 #include <cfloat>
+#include <map>
+#include <random>
 
 #include "data/MAttributes.h"
 
@@ -236,4 +238,50 @@ TEST(Attributes, CloneScriptTextsAndBoolOperations) {
   EXPECT_EQ(f.getStringValueById(1, found), "0.10000000149011612");
   EXPECT_EQ(f.getStringValueById(2, found), "2.5");
   EXPECT_EQ(f.getTextValueById(2, found), "2.5");
+}
+
+namespace {
+
+// The rank of each row's text among the column's distinct texts, the slow
+// and obvious way.
+std::vector<uint32_t> ranksByMap(const TStringAttributeData& c) {
+  std::map<std::string, uint32_t> ranks;
+  for (size_t r = 0; r < c.getRowCount(); ++r) ranks[std::string(c.viewByRow(r))] = 0;
+  uint32_t next = 0;
+  for (auto& [text, rank] : ranks) rank = next++;
+  std::vector<uint32_t> out;
+  for (size_t r = 0; r < c.getRowCount(); ++r) out.push_back(ranks[std::string(c.viewByRow(r))]);
+  return out;
+}
+
+}  // namespace
+
+// Columns drawn from another column's texts rank them through its order; the
+// ranks must be those of their own distinct texts, whatever the order holds
+// besides, and also when the order does not hold a text or is out of date.
+TEST(Attributes, TextRanksThroughTheOriginsOrder) {
+  std::mt19937 rng(7);
+  for (int round = 0; round < 20; ++round) {
+    auto captions = std::make_shared<TStringAttributeData>("caption");
+    const char* words[] = {"", "a", "ab", "b", "ba", "abc", "zz", "a b"};
+    for (uint32_t id = 0; id < 200; ++id) captions->addRow(id, words[rng() % 8] + std::to_string(rng() % 5));
+    captions->addRow(200, "");
+    auto drawn = std::make_shared<TStringAttributeData>("from node");
+    drawn->drawTextsFrom(captions);
+    const size_t rows = rng() % 300;
+    for (size_t i = 0; i < rows; ++i)
+      drawn->m_Rows.push_back({static_cast<uint32_t>(i), captions->m_Rows[rng() % 60].value});
+    if (round % 4 == 1 && !drawn->m_Rows.empty()) {
+      // A row that points into a text: no text of the order.
+      auto& s = drawn->m_Rows.back().value;
+      if (s.length > 0) ++s.offset, --s.length;
+    }
+    drawn->finishRows();
+    if (round % 4 == 2) captions->setValueById(3, "a changed caption");  // the origin lets the texts go
+    uint32_t distinct = 0;
+    EXPECT_EQ(drawn->textRanks(distinct), ranksByMap(*drawn)) << "round " << round;
+    const auto expected = ranksByMap(*drawn);
+    EXPECT_EQ(distinct, expected.empty() ? 0 : *std::max_element(expected.begin(), expected.end()) + 1);
+    EXPECT_EQ(captions->textRanks(distinct), ranksByMap(*captions));
+  }
 }
