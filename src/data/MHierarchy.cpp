@@ -330,48 +330,64 @@ void radixSort(std::vector<T>& items, unsigned bits, Key keyOf) {
 
 }  // namespace
 
+namespace {
+// The top bit of an item's row marks an edge that runs from the larger lft
+// to the smaller.
+constexpr uint32_t kBackward = 0x80000000u;
+
+unsigned bitsFor(uint32_t largest) {
+  unsigned bits = 0;
+  while (bits < 32 && (uint64_t(1) << bits) <= largest) ++bits;
+  return bits;
+}
+}  // namespace
+
 void TEdgeCollapsedData::addEdges(const std::vector<Edge>& edges) {
   if (!m_Records.empty()) throw TFlowError("TEdgeCollapsedData: addEdges needs an empty value");
-  // Each edge under its pair, ordered by pair; edges of one pair stay in
-  // their order, so the first of a run is where addEdge would have made
-  // the record.
+  if (edges.size() >= kBackward) throw TFlowError("TEdgeCollapsedData: too many edges");
+  // Each edge as an item that holds all its record needs, ordered by pair;
+  // edges of one pair stay in their order, so the first of a run is where
+  // addEdge would have made the record.
   struct Item {
     uint64_t pair;
-    uint32_t row;
+    uint32_t row;  // with kBackward
+    uint32_t eid;
   };
   std::vector<Item> items(edges.size());
   uint32_t largest = 0;
   for (uint32_t i = 0; i < edges.size(); ++i) {
-    const auto [a, b] = std::minmax(edges[i].source, edges[i].target);
-    items[i] = {key(a, b), i};
+    const Edge& e = edges[i];
+    const auto [a, b] = std::minmax(e.source, e.target);
+    items[i] = {key(a, b), e.source > e.target ? (i | kBackward) : i, e.eid};
     largest = std::max(largest, b);
   }
-  unsigned bits = 0;
-  while (bits < 32 && (uint64_t(1) << bits) <= largest) ++bits;
+  const unsigned bits = bitsFor(largest);
   radixSort(items, 2 * bits, [bits](const Item& t) { return (t.pair >> 32) << bits | (t.pair & 0xffffffffu); });
 
-  // Runs of one pair, numbered in the order their first edges came.
-  constexpr uint32_t kNoRun = 0xffffffffu;
-  std::vector<uint32_t> runOfFirstRow(edges.size(), kNoRun);
-  std::vector<uint32_t> runStart;
-  for (uint32_t i = 0; i < items.size(); ++i)
+  // Every item takes the row of its run's first edge; sorted by that, the
+  // runs stand in the order addEdge makes records, each in its own order,
+  // and the records are made in one pass instead of one gather per record.
+  size_t runs = 0;
+  uint32_t first = 0;
+  for (uint32_t i = 0; i < items.size(); ++i) {
     if (i == 0 || items[i].pair != items[i - 1].pair) {
-      runOfFirstRow[items[i].row] = static_cast<uint32_t>(runStart.size());
-      runStart.push_back(i);
+      first = items[i].row & ~kBackward;
+      ++runs;
     }
-  runStart.push_back(static_cast<uint32_t>(items.size()));
-  m_Records.resize(runStart.size() - 1);
-  uint32_t next = 0;
-  for (uint32_t run : runOfFirstRow) {
-    if (run == kNoRun) continue;
-    Record& rec = m_Records[next++];
-    const uint64_t pair = items[runStart[run]].pair;
-    rec.smallerlft = static_cast<uint32_t>(pair >> 32);
-    rec.largerlft = static_cast<uint32_t>(pair);
-    for (uint32_t i = runStart[run]; i < runStart[run + 1]; ++i) {
-      const Edge& e = edges[items[i].row];
-      (e.source > e.target ? rec.backward : rec.forward).insert(e.eid);
+    items[i].row = first | (items[i].row & kBackward);
+  }
+  const auto rowBits = bitsFor(static_cast<uint32_t>(items.size()));
+  radixSort(items, rowBits, [](const Item& t) { return t.row & ~kBackward; });
+
+  m_Records.reserve(runs);
+  for (size_t i = 0; i < items.size(); ++i) {
+    if (i == 0 || items[i].pair != items[i - 1].pair) {
+      Record& rec = m_Records.emplace_back();
+      rec.smallerlft = static_cast<uint32_t>(items[i].pair >> 32);
+      rec.largerlft = static_cast<uint32_t>(items[i].pair);
     }
+    Record& rec = m_Records.back();
+    ((items[i].row & kBackward) ? rec.backward : rec.forward).insert(items[i].eid);
   }
   m_PairIndexBuilt = false;
   m_LookupsBuilt = false;
