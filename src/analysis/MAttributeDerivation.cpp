@@ -194,7 +194,9 @@ void TIdAttributeProcessor::process() {
   if (!requireAllElseReset({m_Selection})) return;
   resetPins({m_Selection});
   auto ids = std::make_shared<TIntegerAttributeData>("id (*)");
-  for (uint32_t id : dataAs<TIntegerSetData>(m_Selection)->m_Set) ids->addRow(id, static_cast<int32_t>(id));
+  const auto& set = dataAs<TIntegerSetData>(m_Selection)->m_Set;
+  ids->reserve(set.size());
+  for (uint32_t id : set) ids->addRow(id, static_cast<int32_t>(id));
   setIfChanged(m_Out, ids);
 }
 

@@ -268,6 +268,10 @@ class TIdSet {
     m_Pending.reset();
   }
   void reserve(size_t n) { m_Sorted.reserve(n); }
+  void shrinkToFit() {
+    if (hasPending()) merge();
+    m_Sorted.shrink_to_fit();
+  }
 
   // The ids in ascending order.
   const std::vector<uint32_t>& ids() const {
