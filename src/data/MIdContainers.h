@@ -44,9 +44,15 @@ class TIdHashMap {
     m_MaxKey = K{};
   }
 
+  // Room for n entries: in the direct table, for the keys up to n, which
+  // is where the ids of n rows mostly lie; the table grows within that room
+  // before it grows by doubling.
   void reserve(size_t n) {
     m_Reserved = std::max(m_Reserved, n);
-    if (m_Dense) return;
+    if (m_Dense) {
+      m_Table.reserve(n + 1);
+      return;
+    }
     m_Entries.reserve(n);
     if (n > m_Table.size()) rehash(n);
   }
@@ -122,8 +128,10 @@ class TIdHashMap {
       if (value == kNone || k >= denseLimit(m_Count + 1)) {
         makeSparse();
       } else {
-        if (k >= m_Table.size())
+        if (k >= m_Table.capacity())
           m_Table.resize(std::min(denseLimit(m_Count + 1), std::max(k + 1, m_Table.size() * 2)), kNone);
+        else if (k >= m_Table.size())
+          m_Table.resize(k + 1, kNone);
         m_Table[k] = value;
         ++m_Count;
         return;

@@ -284,6 +284,8 @@ void TDatasetLoader::readDatabase(TDatabase& db) {
     uint32_t id = 0;
     while (c->step())
       if (toId(c->column(0), id)) set->m_Set.insert(id);
+    // The set stays as long as the dataset: without the room it grew into.
+    set->m_Set.shrinkToFit();
     auto array = std::make_shared<TIntegerSetDataArray>();
     array->add(set);
     return array;
