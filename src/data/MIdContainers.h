@@ -5,6 +5,8 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 #include <cstdint>
 #include <iterator>
 #include <memory>
@@ -307,12 +309,12 @@ class TIdSet {
   std::unique_ptr<std::set<uint32_t>> m_Pending;
 };
 
-// A small ordered set of ids, as the records of aggregated edges hold: the
-// first few ids stand inline, so most records need no allocation of their
-// own.
+// A small ordered set of ids, as the records of aggregated edges hold, in
+// eight bytes: one id stands inline, so most records need no allocation of
+// their own; more ids live in a block of their own.
 class TSmallIdSet {
  public:
-  TSmallIdSet() : m_Inline{} {}
+  TSmallIdSet() = default;
   TSmallIdSet(const TSmallIdSet& o) { assign(o.begin(), o.end()); }
   TSmallIdSet& operator=(const TSmallIdSet& o) {
     if (this != &o) {
@@ -333,69 +335,87 @@ class TSmallIdSet {
 
   // True when the id was new.
   bool insert(uint32_t id) {
-    uint32_t* first = data();
-    uint32_t* last = first + m_Size;
-    if (m_Size == 0 || id > last[-1]) {
+    const size_t n = size();
+    const uint32_t* first = begin();
+    if (n == 0 || id > first[n - 1]) {
       push(id);
       return true;
     }
-    uint32_t* at = std::lower_bound(first, last, id);
-    if (at != last && *at == id) return false;
+    const uint32_t* at = std::lower_bound(first, first + n, id);
+    if (at != first + n && *at == id) return false;
     const size_t pos = static_cast<size_t>(at - first);
     push(0);
-    first = data();
-    std::copy_backward(first + pos, first + m_Size - 1, first + m_Size);
-    first[pos] = id;
+    uint32_t* ids = data();
+    std::copy_backward(ids + pos, ids + n, ids + n + 1);
+    ids[pos] = id;
     return true;
   }
   bool contains(uint32_t id) const { return std::binary_search(begin(), end(), id); }
-  size_t size() const { return m_Size; }
-  bool empty() const { return m_Size == 0; }
-  const uint32_t* begin() const { return data(); }
-  const uint32_t* end() const { return data() + m_Size; }
+  size_t size() const { return isInline() ? m_Word[0] >> 1 : block()[0]; }
+  bool empty() const { return size() == 0; }
+  const uint32_t* begin() const { return const_cast<TSmallIdSet*>(this)->data(); }
+  const uint32_t* end() const { return begin() + size(); }
   std::vector<uint32_t> ids() const { return std::vector<uint32_t>(begin(), end()); }
   bool operator==(const TSmallIdSet& o) const { return std::equal(begin(), end(), o.begin(), o.end()); }
   void clear() {
-    if (m_Capacity > kInline) delete[] m_Heap;
-    m_Size = 0;
-    m_Capacity = kInline;
+    if (!isInline()) delete[] block();
+    m_Word[0] = kEmpty;
+    m_Word[1] = 0;
   }
 
  private:
-  static constexpr uint32_t kInline = 2;
-  uint32_t* data() { return m_Capacity > kInline ? m_Heap : m_Inline; }
-  const uint32_t* data() const { return m_Capacity > kInline ? m_Heap : m_Inline; }
+  static_assert(std::endian::native == std::endian::little, "the tag shares the pointer's low word");
+  // An odd first word: the ids stand inline, at most one, in the second
+  // word, and the first word counts them above its tag bit. Otherwise the
+  // two words hold a pointer to a block: size, capacity, then the ids.
+  static constexpr uint32_t kEmpty = 1;
+  static constexpr uint32_t kHeader = 2;
+  bool isInline() const { return (m_Word[0] & 1u) != 0; }
+  uint32_t* block() const {
+    uint32_t* b;
+    std::memcpy(&b, m_Word, sizeof b);
+    return b;
+  }
+  void setBlock(uint32_t* b) { std::memcpy(m_Word, &b, sizeof b); }
+  uint32_t* data() { return isInline() ? &m_Word[1] : block() + kHeader; }
+  static uint32_t* newBlock(uint32_t capacity, const uint32_t* ids, uint32_t n) {
+    auto* b = new uint32_t[kHeader + capacity];
+    b[0] = n;
+    b[1] = capacity;
+    std::copy(ids, ids + n, b + kHeader);
+    return b;
+  }
   void push(uint32_t id) {
-    if (m_Size == m_Capacity) {
-      const uint32_t capacity = m_Capacity * 2;
-      auto* grown = new uint32_t[capacity];
-      std::copy(data(), data() + m_Size, grown);
-      if (m_Capacity > kInline) delete[] m_Heap;
-      m_Heap = grown;
-      m_Capacity = capacity;
+    if (isInline()) {
+      if (m_Word[0] == kEmpty) {
+        m_Word[0] = kEmpty | 2u;
+        m_Word[1] = id;
+        return;
+      }
+      const uint32_t first[2] = {m_Word[1], id};
+      setBlock(newBlock(4, first, 2));
+      return;
     }
-    data()[m_Size++] = id;
+    uint32_t* b = block();
+    if (b[0] == b[1]) {
+      uint32_t* grown = newBlock(b[1] * 2, b + kHeader, b[0]);
+      delete[] b;
+      setBlock(grown);
+      b = grown;
+    }
+    b[kHeader + b[0]++] = id;
   }
   void assign(const uint32_t* b, const uint32_t* e) {
     for (; b != e; ++b) push(*b);
   }
   void take(TSmallIdSet& o) {
-    m_Size = o.m_Size;
-    m_Capacity = o.m_Capacity;
-    if (o.m_Capacity > kInline)
-      m_Heap = o.m_Heap;
-    else
-      std::copy(o.m_Inline, o.m_Inline + o.m_Size, m_Inline);
-    o.m_Size = 0;
-    o.m_Capacity = kInline;
+    m_Word[0] = o.m_Word[0];
+    m_Word[1] = o.m_Word[1];
+    o.m_Word[0] = kEmpty;
+    o.m_Word[1] = 0;
   }
 
-  uint32_t m_Size = 0;
-  uint32_t m_Capacity = kInline;
-  union {
-    uint32_t m_Inline[kInline];
-    uint32_t* m_Heap;
-  };
+  uint32_t m_Word[2] = {kEmpty, 0};
 };
 
 }  // namespace quorvel

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <set>
 #include <unordered_map>
 
 #include "support/TestHelpers.h"
@@ -272,4 +273,40 @@ TEST(Edges, IdMapAgreesWithReferenceAcrossDenseAndSparseKeys) {
   EXPECT_EQ(*marks.find(7), 2u);
   EXPECT_EQ(marks.size(), 3u);
   EXPECT_EQ(marks.find(4), nullptr);
+}
+
+// The eid sets of aggregated edges: one id inline, more in a block. Every
+// operation agrees with an ordered set, across the step from inline to block
+// and through copies and moves of either form.
+TEST(Edges, SmallIdSetsAgreeWithAnOrderedSet) {
+  static_assert(sizeof(TSmallIdSet) == 8);
+  std::mt19937 rng(11);
+  for (int round = 0; round < 200; ++round) {
+    TSmallIdSet set;
+    std::set<uint32_t> reference;
+    const int inserts = static_cast<int>(rng() % 12);
+    for (int i = 0; i < inserts; ++i) {
+      const uint32_t id = round % 3 == 0 ? static_cast<uint32_t>(i) : rng() % 20 + (rng() % 2 ? 0xfffffff0u : 0u);
+      ASSERT_EQ(set.insert(id), reference.insert(id).second);
+    }
+    ASSERT_EQ(set.ids(), std::vector<uint32_t>(reference.begin(), reference.end()));
+    ASSERT_EQ(set.size(), reference.size());
+    EXPECT_EQ(set.empty(), reference.empty());
+    for (uint32_t id : {0u, 5u, 19u, 0xfffffff5u}) EXPECT_EQ(set.contains(id), reference.count(id) == 1);
+    TSmallIdSet copy(set);
+    EXPECT_EQ(copy, set);
+    TSmallIdSet moved(std::move(copy));
+    EXPECT_EQ(moved, set);
+    EXPECT_TRUE(copy.empty());  // NOLINT: a moved-from set is empty
+    copy = moved;
+    copy = copy;
+    moved = std::move(copy);
+    EXPECT_EQ(moved, set);
+    moved.insert(7);
+    EXPECT_EQ(set.contains(7), reference.count(7) == 1) << "a copy has ids of its own";
+    moved.clear();
+    EXPECT_TRUE(moved.empty());
+    moved.insert(3);
+    EXPECT_EQ(moved.ids(), std::vector<uint32_t>{3});
+  }
 }
