@@ -91,13 +91,13 @@ void TCppFlowManager::stage1() {
         if (pin->m_DataReplaced) {
           m_ChangeQueue.push_back(pin);
           m_ClearingList.push_back(pin);
-          if (data) m_ValueList.push_back(data);
+          if (data) m_ValueList.push_back(pin->m_Data);
           pin->m_DataReplaced = false;
           pin->m_DataFullUpdate = true;
         } else if (data && data->m_HasChanged) {
           m_ChangeQueue.push_back(pin);
           m_ClearingList.push_back(pin);
-          m_ValueList.push_back(data);
+          m_ValueList.push_back(pin->m_Data);
           pin->m_DataHasChanged = true;
         } else if (data && data->m_IsArray) {
           if (const auto* items = data->arrayItems()) {
@@ -110,7 +110,7 @@ void TCppFlowManager::stage1() {
               pin->m_ArrayKeysChanged->insert(item->getKeyName());
               m_ChangeQueue.push_back(pin);
               m_ClearingList.push_back(pin);
-              m_ValueList.push_back(item.get());
+              m_ValueList.push_back(item);
               pin->m_DataHasChanged = true;
             }
           }
@@ -124,12 +124,12 @@ void TCppFlowManager::stage1() {
         if (pin->m_DataReplaced) {
           m_ChangeQueue.push_back(pin);
           if (!pin->m_DataSetHere) m_ClearingList.push_back(pin);
-          if (data) m_ValueList.push_back(data);
+          if (data) m_ValueList.push_back(pin->m_Data);
           pin->m_DataReplaced = false;
           pin->m_DataFullUpdate = true;
         } else if (data && data->m_HasChanged) {
           m_ChangeQueue.push_back(pin);
-          m_ValueList.push_back(data);
+          m_ValueList.push_back(pin->m_Data);
           pin->m_DataHasChanged = true;
         }
       }
@@ -174,7 +174,8 @@ void TCppFlowManager::stage1() {
     }
   }
 
-  for (TAbstractData* value : m_ValueList) value->m_HasChanged = false;
+  for (const TDataPtr& value : m_ValueList) value->m_HasChanged = false;
+  m_ValueList.clear();
   for (TAbstractPin* pin : m_ClearingList) {
     pin->m_DataReplaced = false;
     pin->m_DataHasChanged = false;

@@ -70,7 +70,9 @@ class TCppFlowManager : public TAbstractBox {
   std::vector<TAbstractBox*> m_BoxQueue;
   std::deque<TAbstractPin*> m_ChangeQueue;
   std::vector<TAbstractPin*> m_ClearingList;
-  std::vector<TAbstractData*> m_ValueList;
+  // The values whose change flags the pass clears at its end; held, since
+  // spreading may take a value off the last pin that held it.
+  std::vector<TDataPtr> m_ValueList;
   // Pins given array keys in this pass; stage2 drops the keys again.
   std::vector<TPinPtr> m_ArrayKeyPins;
   uint64_t m_PassMark = 0;
