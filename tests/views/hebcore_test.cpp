@@ -332,7 +332,8 @@ TEST(HebDrawing, MoreThanTwentyThousandRowsWarnAndSelectionsOutlineTheirNodes) {
   ASSERT_EQ(small.sink.count(TDrawSink::LineLoop), 1u);
   // Select a hidden leaf too: its visible stand-in gets the wide inset.
   auto agg = std::make_shared<TAggLftData>();
-  for (const auto& r : twoBranches()->m_Rows) agg->addRow(r.lft, r.lft >= 3 && r.lft <= 8 ? 2 : r.lft);
+  const auto tree = twoBranches();
+  for (const auto& r : tree->m_Rows) agg->addRow(r.lft, r.lft >= 3 && r.lft <= 8 ? 2 : r.lft);
   small.proc->m_AggLft->setData(agg);
   selected->add(3);
   small.sink.prims.clear();
