@@ -129,10 +129,10 @@ std::shared_ptr<const TTextOrder> makeTextOrder(const std::string& bytes, const 
 
 }  // namespace
 
-const TTextOrder* TAttributeStore<std::string>::order() const {
+const TTextOrder* TAttributeStore<std::string>::order(size_t rows) const {
   if (!m_Arena->order) {
     auto origin = m_Arena->origin.lock();
-    if (!origin || !origin->store().isSharedWith(*this)) return nullptr;
+    if (!origin || !origin->store().isSharedWith(*this) || origin->m_Rows.size() > rows) return nullptr;
     m_Arena->order = makeTextOrder(m_Arena->bytes, origin->m_Rows);
   }
   return m_Arena->order.get();
@@ -612,7 +612,7 @@ std::string TVariantAttributeData::rowText(size_t row) const {
 
 std::vector<uint32_t> TStringAttributeData::textRanks(uint32_t& distinct) const {
   const size_t n = m_Rows.size();
-  if (const TTextOrder* order = m_Store.order()) {
+  if (const TTextOrder* order = m_Store.order(n)) {
     // The ranks in the order, taken down to those of the texts used here.
     std::vector<uint32_t> ofRow(n);
     std::vector<uint32_t> dense(order->distinct, 0);

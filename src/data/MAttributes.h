@@ -93,8 +93,9 @@ struct TAttributeStore<std::string> {
   // Notes the column that columns sharing these texts take them from.
   void noteOrigin(const std::shared_ptr<const TStringAttributeData>& origin);
   // The order of the texts, made once from the origin's rows while the
-  // origin holds these texts; null without one.
-  const TTextOrder* order() const;
+  // origin holds these texts and has no more rows than `rows`, so that
+  // making it costs no more than ranking those rows alone; null otherwise.
+  const TTextOrder* order(size_t rows) const;
 
  private:
   struct Arena {
