@@ -133,7 +133,7 @@ class TIdHashMap {
         if (k >= m_Table.capacity())
           m_Table.resize(std::min(denseLimit(m_Count + 1), std::max(k + 1, m_Table.size() * 2)), kNone);
         else if (k >= m_Table.size())
-          m_Table.resize(k + 1, kNone);
+          m_Table.resize(std::min(m_Table.capacity(), std::max(k + 1, m_Table.size() * 2)), kNone);
         m_Table[k] = value;
         ++m_Count;
         return;
