@@ -145,17 +145,10 @@ void BM_OrdnormStrings(benchmark::State& state) {
 
 // Arguments: nodes (with three times as many edges), and 1 for a collapse
 // near the root, 0 for one near a leaf.
-BENCHMARK(BM_Collapse)
-    ->Args({100000, 1})
-    ->Args({1000000, 1})
-    ->Args({1000000, 0})
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_EdgeAggregation)
-    ->Args({100000, 1})
-    ->Args({1000000, 1})
-    ->Args({1000000, 0})
-    ->UseManualTime()
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_EdgeColors)->Args({100000, 1})->Args({1000000, 1})->Args({1000000, 0})->Unit(benchmark::kMillisecond);
+static void foldCases(benchmark::internal::Benchmark* b) {
+  b->Args({100000, 1})->Args({1000000, 1})->Args({1000000, 0})->Unit(benchmark::kMillisecond);
+}
+BENCHMARK(BM_Collapse)->Apply(foldCases)->UseManualTime();
+BENCHMARK(BM_EdgeAggregation)->Apply(foldCases)->UseManualTime();
+BENCHMARK(BM_EdgeColors)->Apply(foldCases);
 BENCHMARK(BM_OrdnormStrings)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);

@@ -36,10 +36,8 @@ std::string& TAttributeStore<std::string>::own() {
 
 int64_t TAttributeStore<std::string>::TTextOrder::find(const Stored& s) const {
   const size_t word = s.offset >> 6;
-  if (word >= starts.size()) return -1;
-  const uint64_t bit = uint64_t{1} << (s.offset & 63);
-  if (!(starts[word] & bit)) return -1;
-  const uint32_t k = before[word] + static_cast<uint32_t>(__builtin_popcountll(starts[word] & (bit - 1)));
+  if (word >= starts.size() || !(starts[word] & (uint64_t{1} << (s.offset & 63)))) return -1;
+  const uint32_t k = numberAt(s.offset);
   return length[k] == s.length ? int64_t{k} : int64_t{-1};
 }
 
@@ -111,9 +109,7 @@ std::shared_ptr<const TTextOrder> makeTextOrder(const std::string& bytes, const 
   std::vector<uint32_t> offsets(count);
   for (const auto& row : rows) {
     const auto& s = row.value;
-    const size_t word = s.offset >> 6;
-    const uint64_t bit = uint64_t{1} << (s.offset & 63);
-    const uint32_t k = order->before[word] + static_cast<uint32_t>(__builtin_popcountll(order->starts[word] & (bit - 1)));
+    const uint32_t k = order->numberAt(s.offset);
     if (order->length[k] == kUnset) {
       order->length[k] = s.length;
       offsets[k] = s.offset;

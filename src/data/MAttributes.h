@@ -81,6 +81,13 @@ struct TAttributeStore<std::string> {
     // The number of the text stored at `s`, or -1 when the order does not
     // hold that text.
     int64_t find(const Stored& s) const;
+    // The number of the text that starts at a marked offset: the marked
+    // offsets below it.
+    uint32_t numberAt(uint32_t offset) const {
+      const size_t word = offset >> 6;
+      const uint64_t below = (uint64_t{1} << (offset & 63)) - 1;
+      return before[word] + static_cast<uint32_t>(__builtin_popcountll(starts[word] & below));
+    }
   };
 
   Stored put(std::string_view v);

@@ -328,9 +328,6 @@ void radixSort(std::vector<T>& items, unsigned bits, Key keyOf) {
   }
 }
 
-}  // namespace
-
-namespace {
 // The top bit of an item's row marks an edge that runs from the larger lft
 // to the smaller.
 constexpr uint32_t kBackward = 0x80000000u;
@@ -340,6 +337,7 @@ unsigned bitsFor(uint32_t largest) {
   while (bits < 32 && (uint64_t(1) << bits) <= largest) ++bits;
   return bits;
 }
+
 }  // namespace
 
 void TEdgeCollapsedData::addEdges(const std::vector<Edge>& edges) {
