@@ -19,6 +19,7 @@
 #include "engine/MPython.h"
 #include "engine/MRegistry.h"
 #include "engine/MSources.h"
+#include "render/MGlCanvas.h"
 #include "shell/MActionInterfaces.h"
 #include "shell/MGui.h"
 #include "shell/MMainFrame.h"
@@ -66,6 +67,20 @@ std::shared_ptr<T> valueOf(const TBoxPtr& box, const std::string& name) {
   auto typed = std::dynamic_pointer_cast<T>(data);
   if (!typed) throw TFlowError("Processor '" + name + "' holds no " + T::kClassName);
   return typed;
+}
+
+// A processor of the view's; what a view leaves to the dataset's box (the
+// collapsed state, the levels, the edge colours) is found there.
+template <class T>
+std::shared_ptr<T> viewOrMainValue(const TBoxPtr& view, const std::string& name) {
+  if (view && view->getProcessorByName(name)) return valueOf<T>(view, name);
+  return valueOf<T>(mainBox(), name);
+}
+
+TProcessorPtr viewOrMainProcessor(const TBoxPtr& view, const std::string& name) {
+  TProcessorPtr p = view ? view->getProcessorByName(name) : nullptr;
+  if (!p && mainBox()) p = mainBox()->getProcessorByName(name);
+  return p;
 }
 
 std::vector<uint32_t> idList(const py::object& ids) {
@@ -124,7 +139,8 @@ void filterHook(const char* event, const TProcessorPtr& hook) {
 
 void edgeClickHook(const TProcessorPtr& hook) {
   auto value = std::dynamic_pointer_cast<TIntegerData>(hook->getOnlyInputPin()->getData());
-  if (value) sendToListener("OnEdgeClick(" + std::to_string(value->getValue()) + ")");
+  // -1: no edge has been clicked yet.
+  if (value && value->getValue() >= 0) sendToListener("OnEdgeClick(" + std::to_string(value->getValue()) + ")");
 }
 
 // ---------------------------------------------------------------------------
@@ -147,8 +163,25 @@ void cmdMakeScreenshot(const std::optional<std::string>& filename, bool large) {
 void cmdSaveWindowPicture(const std::string& filename) {
   TMainFrame* frame = mainFrame();
   if (!frame) throw TFlowError("There is no main window");
-  // The toolkit draws on its own clock: give it a few rounds first.
-  for (int i = 0; i < 20; ++i) {
+  // What the commands before this one did must be on the screen: the
+  // toolkit shows and lays out windows in its own events, and a canvas
+  // shown just now has not been painted yet.
+  wxSize last;
+  for (int i = 0, quiet = 0; i < 200 && quiet < 3; ++i) {
+    frame->Update();
+    wxYield();
+    frame->doflow();
+    const wxSize now = frame->GetClientSize();
+    quiet = now == last ? quiet + 1 : 0;
+    last = now;
+    wxMilliSleep(10);
+  }
+  std::function<void(wxWindow*)> paint = [&](wxWindow* w) {
+    if (auto* canvas = dynamic_cast<TGlCanvasBase*>(w); canvas && canvas->IsShownOnScreen()) canvas->paintNow(true);
+    for (wxWindow* child : w->GetChildren()) paint(child);
+  };
+  paint(frame);
+  for (int i = 0; i < 5; ++i) {
     frame->Update();
     wxYield();
     wxMilliSleep(10);
@@ -202,15 +235,15 @@ void cmdEnsureOpen(const py::object& filename, bool) {
 }
 
 void cmdExpandAll(bool expand) {
-  auto collapsed = valueOf<TBoolAttributeData>(checkView(), "collapsed attr");
+  auto collapsed = viewOrMainValue<TBoolAttributeData>(checkView(), "collapsed attr");
   collapsed->setAllValues(!expand);
   collapsed->setValueById(0, false);
 }
 
 void cmdExpandToLevel(int targetlevel, bool expand) {
   TBoxPtr view = checkView();
-  auto collapsed = valueOf<TBoolAttributeData>(view, "collapsed attr");
-  auto levels = valueOf<TIntegerAttributeData>(view, "level attr");
+  auto collapsed = viewOrMainValue<TBoolAttributeData>(view, "collapsed attr");
+  auto levels = viewOrMainValue<TIntegerAttributeData>(view, "level attr");
   for (size_t row = 0; row < collapsed->getRowCount(); ++row) {
     const uint32_t nid = collapsed->getIdByRow(row);
     bool found = false;
@@ -338,8 +371,7 @@ void cmdSetAttributes(const std::string& nodeoredge, const std::string& key, con
 }
 
 void cmdSetSourceText(const std::string& name, const std::string& key) {
-  TBoxPtr view = activeView();
-  TProcessorPtr p = view ? view->getProcessorByName(name) : nullptr;
+  TProcessorPtr p = viewOrMainProcessor(activeView(), name);
   if (!p || p->m_OutputPins.empty()) throw TFlowError("Processor '" + name + "' not found");
   p->m_OutputPins[0]->setData(std::make_shared<TStringData>(key));
 }
@@ -348,7 +380,7 @@ void cmdShowPane(const std::string& name, const py::object& show) {
   TBoxPtr view = activeView();
   const std::string full = name + " pane collapse state";
   TProcessorPtr p = view ? view->getProcessorByName(full) : nullptr;
-  if (!p || p->m_OutputPins.empty()) throw TFlowError("Processor '" + full + "' not found");
+  if (!p || p->m_OutputPins.empty()) raiseMessage("Processor '" + full + "' not found");
   bool visible = false;
   if (show.is_none()) {
     auto present = std::dynamic_pointer_cast<TBooleanData>(p->m_OutputPins[0]->getData());

@@ -14,10 +14,13 @@
 #include <wx/app.h>
 
 #include <atomic>
+#include <chrono>
+#include <optional>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "engine/MFlowObjects.h"
 #include "engine/MMediator.h"
@@ -30,6 +33,13 @@ std::shared_ptr<TMessageServer> g_Server;
 
 constexpr uint32_t kMaxMessage = 16u << 20;
 constexpr int kSendTimeoutMs = 5000;
+// A frame has this long to arrive whole once it has begun; a connection
+// that says nothing for kIdleTimeoutMs is closed.
+constexpr int kFrameTimeoutMs = 5000;
+constexpr int kIdleTimeoutMs = 60000;
+constexpr int kPollMs = 250;
+constexpr size_t kMaxPeers = 512;
+using Clock = std::chrono::steady_clock;
 
 std::string errnoText() { return std::strerror(errno); }
 
@@ -156,7 +166,7 @@ class TSocketServer : public TMessageServer {
     if (m_Listen < 0) throw std::runtime_error("socket: " + errnoText());
     const sockaddr_un a = addressOf(m_Path);
     if (::bind(m_Listen, reinterpret_cast<const sockaddr*>(&a), sizeof(a)) != 0 || ::chmod(m_Path.c_str(), 0600) != 0 ||
-        ::listen(m_Listen, 8) != 0) {
+        ::listen(m_Listen, SOMAXCONN) != 0) {
       const std::string why = errnoText();
       ::close(m_Listen);
       throw std::runtime_error(m_Path + ": " + why);
@@ -183,10 +193,15 @@ class TSocketServer : public TMessageServer {
       int fd;
       ~Closer() { ::close(fd); }
     } closer{fd};
-    const sockaddr_un a = addressOf(channelSocket(to));
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&a), sizeof(a)) != 0) fail("no listener (" + errnoText() + ")");
+    // The limit holds from the start: a listener whose queue of
+    // connections is full would otherwise keep connect waiting for ever.
     timeval tv{kSendTimeoutMs / 1000, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof(tv));
+    const sockaddr_un a = addressOf(channelSocket(to));
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&a), sizeof(a)) != 0) {
+      if (errno == EAGAIN || errno == EINPROGRESS || errno == ETIMEDOUT) fail("the listener accepts no connection");
+      fail("no listener (" + errnoText() + ")");
+    }
     unsigned char head[4];
     putLe32(head, static_cast<uint32_t>(message.size()));
     if (!writeAll(fd, head, 4) || !writeAll(fd, message.data(), message.size())) fail(errnoText());
@@ -218,44 +233,112 @@ class TSocketServer : public TMessageServer {
   std::atomic<bool> m_Closed{false};
   std::thread m_Thread;
 
-  // Accepts connections and reads their messages, one connection at a
-  // time; each message is handed to the main thread, which queues it.
+  // One peer's connection and what has come of its present frame.
+  struct TPeer {
+    int fd = -1;
+    std::string buffer;  // the bytes of the frame so far, length first
+    Clock::time_point lastheard;
+    std::optional<Clock::time_point> framestart;  // when the length came
+  };
+
+  // Accepts connections and reads their messages, every connection on its
+  // own: a peer that says nothing, or sends half a frame, holds no other
+  // back. Each whole message is answered and then handed to the main
+  // thread, which queues it.
   void serve() {
+    std::vector<TPeer> peers;
+    auto drop = [&](size_t i) {
+      ::close(peers[i].fd);
+      peers[i] = std::move(peers.back());
+      peers.pop_back();
+    };
     while (!m_Closed) {
-      pollfd pfd[2] = {{m_Listen, POLLIN, 0}, {m_Wake[0], POLLIN, 0}};
-      if (::poll(pfd, 2, -1) < 0 && errno != EINTR) return;
-      if (m_Closed || (pfd[1].revents & POLLIN)) return;
-      if (!(pfd[0].revents & POLLIN)) continue;
-      const int fd = ::accept4(m_Listen, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd < 0) continue;
-      ucred peer{};
-      socklen_t len = sizeof(peer);
-      if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0 || peer.uid != getuid()) {
-        report("Refused a connection of another user");
-      } else {
-        converse(fd);
+      std::vector<pollfd> pfd;
+      pfd.reserve(peers.size() + 2);
+      pfd.push_back({m_Wake[0], POLLIN, 0});
+      pfd.push_back({m_Listen, POLLIN, 0});
+      for (const auto& peer : peers) pfd.push_back({peer.fd, POLLIN, 0});
+      const int ready = ::poll(pfd.data(), pfd.size(), peers.empty() ? -1 : kPollMs);
+      if (ready < 0 && errno != EINTR) break;
+      if (m_Closed || (pfd[0].revents & POLLIN)) break;
+      const auto now = Clock::now();
+      // Peers first, from the back, so that dropping one keeps the indexes
+      // of those still to look at.
+      for (size_t i = peers.size(); i-- > 0;) {
+        const short events = pfd[i + 2].revents;
+        if (events & (POLLIN | POLLHUP | POLLERR)) {
+          if (!readFrom(peers[i], now)) {
+            drop(i);
+            continue;
+          }
+        }
+        TPeer& peer = peers[i];
+        if (peer.framestart && now - *peer.framestart > std::chrono::milliseconds(kFrameTimeoutMs)) {
+          report("Message channel: a message ended early");
+          drop(i);
+        } else if (!peer.framestart && now - peer.lastheard > std::chrono::milliseconds(kIdleTimeoutMs)) {
+          drop(i);
+        }
       }
-      ::close(fd);
+      if (pfd[1].revents & POLLIN) {
+        const int fd = ::accept4(m_Listen, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd < 0) continue;
+        ucred peer{};
+        socklen_t len = sizeof(peer);
+        if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0 || peer.uid != getuid()) {
+          report("Refused a connection of another user");
+          ::close(fd);
+          continue;
+        }
+        // With too many connections open, the one silent longest goes.
+        if (peers.size() >= kMaxPeers) {
+          size_t oldest = 0;
+          for (size_t i = 1; i < peers.size(); ++i)
+            if (peers[i].lastheard < peers[oldest].lastheard) oldest = i;
+          drop(oldest);
+        }
+        peers.push_back(TPeer{fd, {}, now, std::nullopt});
+      }
     }
+    for (auto& peer : peers) ::close(peer.fd);
   }
 
-  void converse(int fd) {
-    while (!m_Closed) {
-      unsigned char head[4];
-      pollfd pfd[2] = {{fd, POLLIN, 0}, {m_Wake[0], POLLIN, 0}};
-      if (::poll(pfd, 2, -1) < 0 || (pfd[1].revents & POLLIN)) return;
-      if (!readAll(fd, head, 4, kSendTimeoutMs)) return;
-      const uint32_t n = getLe32(head);
-      if (n > kMaxMessage) return report("Message channel: a message of " + std::to_string(n) + " bytes is too long");
-      std::string text(n, '\0');
-      if (n > 0 && !readAll(fd, text.data(), n, kSendTimeoutMs))
-        return report("Message channel: a message ended early");
-      if (!validUtf8(text)) return report("Message channel: a message that is not UTF-8");
-      hand(text);
+  // Reads what a peer has sent and answers and hands on every whole
+  // message in it; false when the connection is to go.
+  bool readFrom(TPeer& peer, Clock::time_point now) {
+    char chunk[65536];
+    const ssize_t got = ::read(peer.fd, chunk, sizeof(chunk));
+    if (got < 0) return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK;
+    if (got == 0) {
+      if (!peer.buffer.empty()) report("Message channel: a message ended early");
+      return false;
+    }
+    peer.lastheard = now;
+    peer.buffer.append(chunk, static_cast<size_t>(got));
+    while (peer.buffer.size() >= 4) {
+      const uint32_t n = getLe32(reinterpret_cast<const unsigned char*>(peer.buffer.data()));
+      if (n > kMaxMessage) {
+        report("Message channel: a message of " + std::to_string(n) + " bytes is too long");
+        return false;
+      }
+      if (!peer.framestart) peer.framestart = now;
+      if (peer.buffer.size() < 4 + static_cast<size_t>(n)) return true;
+      std::string text = peer.buffer.substr(4, n);
+      peer.buffer.erase(0, 4 + static_cast<size_t>(n));
+      peer.framestart.reset();
+      if (!validUtf8(text)) {
+        report("Message channel: a message that is not UTF-8");
+        return false;
+      }
+      // The answer goes first: a peer that can no longer hear it was told
+      // nothing, and its command does not run.
       unsigned char answer[4];
       putLe32(answer, 0);
-      if (!writeAll(fd, answer, 4)) return;
+      if (!writeAll(peer.fd, answer, 4)) return false;
+      hand(text);
     }
+    if (!peer.buffer.empty() && !peer.framestart) peer.framestart = now;
+    return true;
   }
 
   // On the main thread: what OnMessage does with a message.

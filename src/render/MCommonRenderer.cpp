@@ -74,6 +74,8 @@ std::vector<std::vector<unsigned>> TCommonRendererCpp::exitSelectMode() {
 }
 
 bool TCommonRendererCpp::renderDisplayList(const std::string& name) {
+  for (GLuint stale : m_StaleLists) glDeleteLists(stale, 1);
+  m_StaleLists.clear();
   auto it = m_DisplayLists.find(name);
   if (it != m_DisplayLists.end()) {
     glCallList(it->second);
@@ -91,7 +93,7 @@ void TCommonRendererCpp::endDisplayList() { glEndList(); }
 void TCommonRendererCpp::clearDisplayLists(const std::string& prefix) {
   for (auto it = m_DisplayLists.begin(); it != m_DisplayLists.end();) {
     if (it->first.compare(0, prefix.size(), prefix) == 0) {
-      glDeleteLists(it->second, 1);
+      m_StaleLists.push_back(it->second);
       it = m_DisplayLists.erase(it);
     } else {
       ++it;
@@ -179,22 +181,31 @@ void TLabelGenerator::generate() {
     buildTexture(bitmap, m_LabelTextures[static_cast<size_t>(index)]);
     dc.SelectObject(bitmap);
   };
-  for (const std::string& text : tobegenerated) {
-    if (name2id.count(text)) continue;
-    wxCoord ex = 0, ey = 0, descent = 0;
-    const wxString label = wxString::FromUTF8(text);
-    dc.GetTextExtent(label, &ex, &ey, &descent);
-    const TLabelPacker::TPlace place = packer.place(ex, ey, descent);
-    if (place.flush) {
-      upload(place.flushTexture);
-      clearBitmap();
+  // Whatever was drawn into the present texture goes up also when the
+  // textures run out, so that every label already placed shows.
+  bool drawn = false;
+  try {
+    for (const std::string& text : tobegenerated) {
+      if (name2id.count(text)) continue;
+      wxCoord ex = 0, ey = 0, descent = 0;
+      const wxString label = wxString::FromUTF8(text);
+      dc.GetTextExtent(label, &ex, &ey, &descent);
+      const TLabelPacker::TPlace place = packer.place(ex, ey, descent);
+      if (place.flush) {
+        if (drawn) upload(place.flushTexture);
+        clearBitmap();
+      }
+      dc.DrawText(label, place.x, place.y);
+      drawn = true;
+      const GLuint texture = m_LabelTextures[static_cast<size_t>(place.texture)];
+      if (texture == 0) throw std::runtime_error("labeltexture == 0, curtex=" + std::to_string(packer.curtex));
+      name2id[text] = {texture, std::make_shared<TBox>(place.box)};
     }
-    dc.DrawText(label, place.x, place.y);
-    const GLuint texture = m_LabelTextures[static_cast<size_t>(place.texture)];
-    if (texture == 0) throw std::runtime_error("labeltexture == 0, curtex=" + std::to_string(packer.curtex));
-    name2id[text] = {texture, std::make_shared<TBox>(place.box)};
+  } catch (...) {
+    if (drawn) upload(packer.curtex);
+    throw;
   }
-  if (!packer.toomany) upload(packer.curtex);
+  if (drawn) upload(packer.curtex);
   if (packer.toowide > toowideBefore)
     std::printf("Warning: %d captions were too wide and were cut.\n", packer.toowide - toowideBefore);
 }

@@ -37,6 +37,10 @@ class TCommonRendererCpp : public TLabelCache {
   // compiling and the caller must draw and call endDisplayList.
   bool renderDisplayList(const std::string& name);
   void endDisplayList();
+  // Forgets the lists whose names begin with the prefix. Their OpenGL
+  // names are given back the next time a list is drawn, when this
+  // renderer's context is current: a hidden canvas, whose context cannot
+  // be made current, drops its lists all the same.
   void clearDisplayLists(const std::string& prefix);
   size_t displayListCount() const { return m_DisplayLists.size(); }
   // The OpenGL list of that name, 0 when there is none.
@@ -55,6 +59,7 @@ class TCommonRendererCpp : public TLabelCache {
  private:
   std::vector<GLuint> m_SelectBuffer;
   std::map<std::string, GLuint> m_DisplayLists;
+  std::vector<GLuint> m_StaleLists;
   std::string m_CurrentList;
 };
 

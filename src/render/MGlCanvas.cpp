@@ -1,7 +1,9 @@
 #include "MGlCanvas.h"
 
+#include <wx/aui/tabmdi.h>
 #include <wx/clipbrd.h>
 
+#include <chrono>
 #include <cstdio>
 
 #include "engine/MMediator.h"
@@ -157,9 +159,42 @@ void TGlCanvasBase::saveImage(wxImage& image, const std::optional<std::string>& 
   if (!saved) throw TFlowError(userMessage("Cannot save to '" + *filename + "'", {"popup"}));
 }
 
-void TGlCanvasBase::makeScreenshot(const std::optional<std::string>& filename) {
+bool TGlCanvasBase::prepareForPicture() {
+  if (!IsShownOnScreen()) {
+    for (wxWindow* w = GetParent(); w; w = w->GetParent()) {
+      if (auto* child = dynamic_cast<wxAuiMDIChildFrame*>(w)) {
+        child->Activate();
+        break;
+      }
+    }
+  }
+  // The toolkit shows a window and lays it out in its own events.
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  int quiet = 0;
+  wxSize last = GetClientSize();
+  while (std::chrono::steady_clock::now() < until) {
+    wxYield();
+    const wxSize now = GetClientSize();
+    quiet = IsShownOnScreen() && now == last && now.x > 0 && now.y > 0 ? quiet + 1 : 0;
+    last = now;
+    if (quiet >= 3) break;
+    wxMilliSleep(5);
+  }
   size = GetClientSize();
-  if (!setCurrent()) throw TFlowError(userMessage("Cannot save to '" + filename.value_or("") + "'", {"popup"}));
+  resetViewport();
+  return setCurrent();
+}
+
+namespace {
+[[noreturn]] void cannotTakePicture(const std::optional<std::string>& filename) {
+  throw TFlowError(userMessage(filename ? "Cannot save to '" + *filename + "'"
+                                        : std::string("Cannot copy a picture of a view that is not shown"),
+                               {"popup"}));
+}
+}  // namespace
+
+void TGlCanvasBase::makeScreenshot(const std::optional<std::string>& filename) {
+  if (!prepareForPicture()) cannotTakePicture(filename);
   drawFrame();
   const int w = size.GetWidth(), h = size.GetHeight();
   wxImage image(w, h);
@@ -170,8 +205,7 @@ void TGlCanvasBase::makeScreenshot(const std::optional<std::string>& filename) {
 }
 
 void TGlCanvasBase::makeScreenshotLarge(const std::optional<std::string>& filename) {
-  size = GetClientSize();
-  if (!setCurrent()) throw TFlowError(userMessage("Cannot save to '" + filename.value_or("") + "'", {"popup"}));
+  if (!prepareForPicture()) cannotTakePicture(filename);
   const int cw = size.GetWidth(), ch = size.GetHeight();
   const int viewwidth = cw / 2, viewheight = ch / 2;
   const int width = cw * 2, height = ch * 2;

@@ -54,6 +54,9 @@ class TGlCanvasBase : public wxGLCanvas {
   // Draws one frame into the back buffer now, as a paint does, and shows it
   // unless told otherwise.
   void paintNow(bool swap = true);
+  // Brings the canvas to the screen for a picture: its tab to the front,
+  // and the toolkit's pending layout done; false when it cannot be shown.
+  bool prepareForPicture();
 
  private:
   void OnPaint(wxPaintEvent& evt);

@@ -34,21 +34,25 @@ TLabelPacker::TPlace TLabelPacker::place(int width, int height, int descent) {
   }
   if (ey >= kSize) ey = kSize - 1;
   TPlace p;
-  if (x + ex > kSize) {
-    x = 0;
-    y += ey;
+  int nx = x, ny = y;
+  if (nx + ex > kSize) {
+    nx = 0;
+    ny += ey;
   }
-  if (curtex == 0 || y + ey > kSize) {
-    p.flush = true;
-    p.flushTexture = curtex;
-    x = y = 0;
-    ++curtex;
-    if (curtex >= kTextures) {
-      --curtex;
+  if (curtex == 0 || ny + ey > kSize) {
+    // A text that does not fit anywhere moves nothing: what the textures
+    // hold stays where it is.
+    if (curtex + 1 >= textures) {
       toomany = true;
       throw std::runtime_error("Too many textures");
     }
+    p.flush = true;
+    p.flushTexture = curtex;
+    nx = ny = 0;
+    ++curtex;
   }
+  x = nx;
+  y = ny;
   p.x = x;
   p.y = y;
   p.texture = curtex;

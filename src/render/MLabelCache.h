@@ -59,6 +59,8 @@ class TLabelPacker {
   };
 
   int x = 0, y = 0, curtex = 0;
+  // How many textures there are to fill (texture 0 included).
+  int textures = kTextures;
   bool toomany = false;
   int toowide = 0;
 

@@ -205,11 +205,11 @@ void TVListBox::OnDrawItem(wxDC& dc, const wxRect& rect, size_t n) const {
 
 int TEventMap::add(py::object func, py::tuple args) {
   m_Entries.emplace_back(std::move(func), std::move(args));
-  return kFirstId + static_cast<int>(m_Entries.size() - 1);
+  return m_FirstId + static_cast<int>(m_Entries.size() - 1);
 }
 
 bool TEventMap::run(int windowId) const {
-  const int index = windowId - kFirstId;
+  const int index = windowId - m_FirstId;
   if (index < 0 || index >= static_cast<int>(m_Entries.size())) return false;
   const auto& [func, args] = m_Entries[static_cast<size_t>(index)];
   if (func && !func.is_none()) func(*args);
@@ -263,7 +263,7 @@ void TGuiMgr::appendEntries(wxMenu* menu, const std::vector<TActionEntry>& entri
         if (!e.passes(tags)) break;
         const int id = eventmap.add(e.func, e.args);
         if (!e.enabled.has_value()) break;  // runs by name only
-        menu->Append(id, wxText(e.menuText()), wxText(e.help));
+        menu->Append(id, menuLabel(e), wxText(e.help));
         menu->Enable(id, *e.enabled);
         break;
       }
@@ -278,6 +278,19 @@ wxMenu* TGuiMgr::buildContextMenu(py::handle list, const std::shared_ptr<TEventM
   auto* menu = new wxMenu();
   appendEntries(menu, parseActionList(list), *eventmap, tags);
   return menu;
+}
+
+void TGuiMgr::refillMenu(wxMenu* menu, py::handle list, const std::shared_ptr<TEventMap>& eventmap,
+                         const std::set<std::string>* tags) {
+  while (menu->GetMenuItemCount() > 0) menu->Destroy(menu->FindItemByPosition(0));
+  appendEntries(menu, parseActionList(list), *eventmap, tags);
+}
+
+wxString menuLabel(const TActionEntry& entry) {
+  // A tab would make the toolkit read the rest as an accelerator of its
+  // own, which it cannot parse and which would act beside processKey.
+  const std::string key = entry.keyText();
+  return wxText(key.empty() ? entry.name : entry.name + "  " + key);
 }
 
 void TGuiMgr::showContextMenu(wxWindow*, py::handle list, const std::set<std::string>* tags) {

@@ -135,14 +135,20 @@ class TEventMap {
   // Item ids come from the count of entries; the window ids used for them
   // start above the toolkit's own.
   static constexpr int kFirstId = wxID_HIGHEST + 2000;
+  explicit TEventMap(int firstId = kFirstId) : m_FirstId(firstId) {}
   int add(pybind11::object func, pybind11::tuple args);
   size_t size() const { return m_Entries.size(); }
   // Runs the entry of a window id; false when the id is not one of these.
   bool run(int windowId) const;
 
  private:
+  int m_FirstId;
   std::vector<std::pair<pybind11::object, pybind11::tuple>> m_Entries;
 };
+
+// The text of an entry as a menu shows it: the name, and the key that runs
+// it in brackets. The key is a hint only; keys act through processKey.
+wxString menuLabel(const TActionEntry& entry);
 
 class TGuiMgr {
  public:
@@ -161,6 +167,10 @@ class TGuiMgr {
 
   wxMenu* buildContextMenu(pybind11::handle list, const std::shared_ptr<TEventMap>& eventmap,
                            const std::set<std::string>* tags = nullptr);
+  // Puts the entries of the list into a menu that exists, in place of what
+  // it held: a menu that the toolkit shows must never be deleted.
+  void refillMenu(wxMenu* menu, pybind11::handle list, const std::shared_ptr<TEventMap>& eventmap,
+                  const std::set<std::string>* tags = nullptr);
   void showContextMenu(wxWindow* parent, pybind11::handle list, const std::set<std::string>* tags = nullptr);
 
  private:

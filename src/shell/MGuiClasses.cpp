@@ -7,6 +7,7 @@
 #include <pybind11/stl.h>
 
 #include "analysis/MCoreClasses.h"
+#include "automation/MMessageServer.h"
 #include "automation/MPluginSystem.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
@@ -24,6 +25,21 @@ namespace py = pybind11;
 namespace quorvel {
 
 namespace {
+
+// References to parts of the main window; the window may go first.
+struct TStatusBarRef {
+  wxWeakRef<wxStatusBar> bar;
+};
+struct TImageListRef {
+  wxWeakRef<wxWindow> frame;
+  wxImageList* list() const {
+    auto* f = dynamic_cast<TMainFrame*>(frame.get());
+    return f ? &f->imagelist : nullptr;
+  }
+};
+struct TMenuBarRef {
+  wxWeakRef<wxMenuBar> bar;
+};
 
 TInstantiateOptions optionsOf(const py::object& options) {
   TInstantiateOptions o;
@@ -74,6 +90,28 @@ void bindGui(void* module) {
       .def_property_readonly("activepopupmenu",
                              [](const TGuiMgr& g) { return g.activepopupmenu != nullptr ? py::object(py::bool_(true)) : py::object(py::none()); });
 
+  // The main window's parts, as scripts reach them through me.
+  py::class_<TStatusBarRef>(m, "TStatusBar")
+      .def("SetStatusText", [](TStatusBarRef& r, const std::string& text) {
+        if (r.bar) r.bar->SetStatusText(wxText(text));
+      })
+      .def("GetStatusText", [](TStatusBarRef& r) { return r.bar ? stdText(r.bar->GetStatusText()) : std::string(); });
+  py::class_<TImageListRef>(m, "TImageList")
+      .def("GetImageCount", [](TImageListRef& r) { return r.list() ? r.list()->GetImageCount() : 0; })
+      .def("__len__", [](TImageListRef& r) { return r.list() ? r.list()->GetImageCount() : 0; });
+  py::class_<TMenuBarRef>(m, "TMenuBar")
+      .def("GetMenuCount", [](TMenuBarRef& r) { return r.bar ? r.bar->GetMenuCount() : 0; })
+      .def("GetMenuLabels", [](TMenuBarRef& r) {
+        std::vector<std::string> labels;
+        if (r.bar)
+          for (size_t i = 0; i < r.bar->GetMenuCount(); ++i) labels.push_back(stdText(r.bar->GetMenuLabelText(i)));
+        return labels;
+      });
+  py::class_<TMessageServer, std::unique_ptr<TMessageServer, py::nodelete>>(m, "TMessageServer")
+      .def("windowHandle", &TMessageServer::windowHandle)
+      .def("sendMessageToListener", &TMessageServer::sendMessageToListener, py::arg("message"))
+      .def("close", &TMessageServer::close);
+
   bindDerived<TMdiChildCreator, TMdiChildCreatorCpp>(m, "TMdiChildCreator");
   bindDerived<TSplitWindowProcessor, TSplitWindowProcessorCpp>(m, "TSplitWindowProcessor");
   bindDerived<TGlCanvasActions, TGlCanvasActionsCpp>(m, "TGlCanvasActions")
@@ -116,10 +154,17 @@ void registerGuiClasses() {
 }
 
 void publishGuiObjects() {
+  auto publish = [](TPyRef& field, py::object obj) { field = TPyRef::borrow(obj.ptr()); };
   if (TMainFrame* frame = mainFrame()) {
-    py::object obj = py::cast(frame, py::return_value_policy::reference);
-    me.mainwindow = TPyRef::borrow(obj.ptr());
+    publish(me.mainwindow, py::cast(frame, py::return_value_policy::reference));
+    if (frame->statusbar) publish(me.statusbar, py::cast(TStatusBarRef{frame->statusbar}));
+    publish(me.imagelist, py::cast(TImageListRef{frame}));
+    if (frame->menubar) publish(me.menubar, py::cast(TMenuBarRef{frame->menubar}));
   }
+  if (TMessageServer* server = messageServer())
+    publish(me.server, py::cast(server, py::return_value_policy::reference));
+  else
+    me.server = TPyRef::none();
   if (TGuiMgr* mgr = guiMgr()) {
     py::object obj = py::cast(mgr, py::return_value_policy::reference);
     me.guimgr = TPyRef::borrow(obj.ptr());

@@ -18,6 +18,7 @@
 #include "engine/MPython.h"
 #include "engine/MSources.h"
 #include "render/MImageBuilder.h"
+#include "shell/MGuiClasses.h"
 
 namespace py = pybind11;
 
@@ -101,6 +102,8 @@ TMainFrame::TMainFrame(Clock clock)
                           wxDEFAULT_FRAME_STYLE | wxFRAME_NO_WINDOW_MENU),
       m_Clock(clock ? std::move(clock) : Clock(steadySeconds)) {
   g_MainFrame = this;
+  // Plug-ins, made below with the menus, may ask for me.mainwindow.
+  publishGuiObjects();
   Bind(wxEVT_CLOSE_WINDOW, &TMainFrame::OnClose, this);
 
   logDebug("Reading icons...");
@@ -116,6 +119,7 @@ TMainFrame::TMainFrame(Clock clock)
   buildMenus();
   // GTK 3 draws no size grips: asking for one only brings warnings.
   statusbar = CreateStatusBar(1, wxSTB_DEFAULT_STYLE & ~wxSTB_SIZEGRIP);
+  publishGuiObjects();
 
   if (me.cmdoptions && !me.cmdoptions.isNone() &&
       py::bool_(py::getattr(py::handle(me.cmdoptions.get()), "showflow", py::none())))
@@ -248,7 +252,7 @@ void TMainFrame::buildMenus() {
 }
 
 void TMainFrame::OnMenu(wxCommandEvent& event) {
-  if (!eventmap->run(event.GetId())) event.Skip();
+  if (!eventmap->run(event.GetId()) && !toolsEventmap->run(event.GetId())) event.Skip();
 }
 
 void TMainFrame::OnMenuOpen(wxMenuEvent& event) {
@@ -256,19 +260,30 @@ void TMainFrame::OnMenuOpen(wxMenuEvent& event) {
   const double now = m_Clock();
   if (now - m_LastToolsUpdate < 1.0) return;
   m_LastToolsUpdate = now;
-  auto* child = dynamic_cast<TChildFrame*>(GetActiveChild());
-  if (!child) return;
-  auto proc = child->proc.lock();
-  if (!proc) return;
-  const std::set<std::string> tags{"menubar"};
-  wxMenu* tools = guiMgr()->buildContextMenu(actionListOn(proc->getInputPinByName("actions")), eventmap, &tags);
-  const int pos = menubar->FindMenu("&Tools") != wxNOT_FOUND ? menubar->FindMenu("&Tools") : menubar->FindMenu("Tools");
-  if (pos == wxNOT_FOUND) {
-    delete tools;
+  updateToolsMenu(true);
+}
+
+void TMainFrame::updateToolsMenu(bool always) {
+  if (!toolsmenu || !guiMgr()) return;
+  wxWindow* active = GetActiveChild();
+  auto* child = dynamic_cast<TChildFrame*>(active);
+  TProcessorPtr proc = child ? child->proc.lock() : nullptr;
+  const bool changed = active != m_ToolsChild || proc != m_ToolsProc.lock();
+  if (!changed && !always) return;
+  m_ToolsChild = active;
+  m_ToolsProc = proc;
+  // A child window without a processor leaves the menu as it is; with no
+  // view left the menu offers nothing.
+  if (!proc && active) return;
+  if (!proc) {
+    while (toolsmenu->GetMenuItemCount() > 0) toolsmenu->Destroy(toolsmenu->FindItemByPosition(0));
+    toolsEventmap = std::make_shared<TEventMap>(kToolsFirstId);
     return;
   }
-  delete menubar->Replace(static_cast<size_t>(pos), tools, "&Tools");
-  toolsmenu = tools;
+  const std::set<std::string> tags{"menubar"};
+  auto entries = std::make_shared<TEventMap>(kToolsFirstId);
+  guiMgr()->refillMenu(toolsmenu, actionListOn(proc->getInputPinByName("actions")), entries, &tags);
+  toolsEventmap = entries;
 }
 
 void TMainFrame::animateMe(std::function<void(double)> animate, double totaltime) {
@@ -310,6 +325,7 @@ void TMainFrame::idleStep() {
     ~Leave() { flag = false; }
   } leave{m_InIdle};
   try {
+    updateToolsMenu(false);
     if (!me.manualupdate) {
       doflow();
       // Only a new text: setting the same one repaints the bar, and the

@@ -42,6 +42,11 @@ class TMainFrame : public wxAuiMDIParentFrame {
   wxMenu* toolsmenu = nullptr;
   wxMenu* helpmenu = nullptr;
   std::shared_ptr<TEventMap> eventmap = std::make_shared<TEventMap>();
+  // The entries of the "&Tools" menu, made anew with it.
+  std::shared_ptr<TEventMap> toolsEventmap = std::make_shared<TEventMap>(kToolsFirstId);
+  // Item ids of the toolkit end below 0x7fff: the main menus take the
+  // ids from kFirstId on, the Tools menu those from here.
+  static constexpr int kToolsFirstId = TEventMap::kFirstId + 12000;
   wxImageList imagelist{16, 16, true};
   int count = 0;
 
@@ -80,9 +85,14 @@ class TMainFrame : public wxAuiMDIParentFrame {
   void OnMenuOpen(wxMenuEvent& event);
   void OnClose(wxCloseEvent& event);
   void setMenuItemsEnabled(bool enabled);
+  // Fills the "&Tools" menu from the active view's actions when the active
+  // view changed, or when asked to; the menu itself stays.
+  void updateToolsMenu(bool always);
 
   Clock m_Clock;
   double m_LastToolsUpdate = -1e9;
+  wxWindow* m_ToolsChild = nullptr;
+  std::weak_ptr<TAbstractProcessor> m_ToolsProc;
   bool m_InIdle = false;
 };
 

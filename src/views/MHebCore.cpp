@@ -13,6 +13,7 @@ void THebProcessorCpp::postCreate() {
   m_EdgePrimarySelection = addInputPin<TIntegerSetData>("edge primary selection");
   m_IncidentEdgeSelection = addInputPin<TIntegerSetData>("incident edge selection");
   m_EdgeData = addInputPin<TEdgeData>("edge data");
+  addInputPin<TIntegerData>("clicked edge");
   m_EdgeCollapsed = addInputPin<TEdgeCollapsedData>("edge collapsed");
   m_EdgeColors = addInputPin("TEdgeColorData", "edge colors");
   m_NonLeafHeight = addInputPin<TFloatData>("settings.non-leaf height");

@@ -104,7 +104,7 @@ THebProcessorImplementation::~THebProcessorImplementation() {
 std::string THebProcessorImplementation::listPrefix() const { return "list" + std::to_string(m_Processor->m_Id); }
 
 void THebProcessorImplementation::clearLists(const std::string& part) {
-  if (canvas && canvas->setCurrent()) renderer->clearDisplayLists(listPrefix() + part);
+  if (canvas) renderer->clearDisplayLists(listPrefix() + part);
 }
 
 void THebProcessorImplementation::refresh() {

@@ -1,5 +1,7 @@
 #include "MNodeEdgeInteractor.h"
 
+#include <optional>
+
 #include <GL/gl.h>
 
 #include <algorithm>
@@ -50,11 +52,22 @@ void TNodeEdgeInteractorCanvas::selectEdges(const TPicked& edges, bool clearsele
   auto selection = pinData<TIntegerSetData>("edge primary selection");
   if (!selection || edges.empty()) return;
   if (clearselection) selection->clear();
+  std::optional<uint32_t> first;
   for (const auto& [a, b] : edges) {
     bool found = false;
-    for (uint32_t eid : collapsed->getForwardEids(a, b, found)) selection->add(eid);
-    for (uint32_t eid : collapsed->getBackwardEids(a, b, found)) selection->add(eid);
+    for (uint32_t eid : collapsed->getForwardEids(a, b, found)) {
+      selection->add(eid);
+      if (!first) first = eid;
+    }
+    for (uint32_t eid : collapsed->getBackwardEids(a, b, found)) {
+      selection->add(eid);
+      if (!first) first = eid;
+    }
   }
+  // The view's clicked edge, where it has one, is the first edge of the
+  // first record under the mouse.
+  if (auto clicked = pinData<TIntegerData>("clicked edge"); clicked && first)
+    clicked->setValue(static_cast<int32_t>(*first));
 }
 
 void TNodeEdgeInteractorCanvas::processHoverNodes(const TPicked& nodes) {

@@ -75,7 +75,8 @@ void TTableLensProcessorCpp::process() {
     impl->computeMinMax();
     impl->clearLists();
   }
-  if (impl && (attributes || m_Sort->hasChanged()) && m_Attributes->getData()) {
+  // A new selection makes the rows anew in id order: the sort goes on them again.
+  if (impl && (attributes || selection || m_Sort->hasChanged()) && m_Attributes->getData()) {
     impl->clearLists();
     impl->applySort();
   }

@@ -273,7 +273,7 @@ TTableLensImplementation::~TTableLensImplementation() {
 }
 
 void TTableLensImplementation::clearLists() {
-  if (TCanvas* c = canvas(); c && c->setCurrent()) renderer->clearDisplayLists(listPrefix());
+  if (canvas()) renderer->clearDisplayLists(listPrefix());
 }
 
 void TTableLensImplementation::refresh() {

@@ -91,7 +91,7 @@ std::string TTreemapProcessorImplementation::listPrefix() const {
 }
 
 void TTreemapProcessorImplementation::clearLists() {
-  if (canvas && canvas->setCurrent()) renderer->clearDisplayLists(listPrefix());
+  if (canvas) renderer->clearDisplayLists(listPrefix());
 }
 
 // ---------------------------------------------------------------------------

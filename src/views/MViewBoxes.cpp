@@ -241,7 +241,11 @@ void buildHebView(TFlowManager& lib) {
   };
   auto nodeFilter = filter("node", "Node inclusion filter", "all nodes", "node attributes", 200);
   auto edgeFilter = filter("edge", "Edge inclusion filter", "all edges", "edge attributes", 400);
-  addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 600, 80);
+  // The edge last clicked, -1 until one is: what a listening process hears
+  // as OnEdgeClick.
+  auto clickedEdge =
+      addSource(lib, box, "TIntDataSource", "clicked edge", std::make_shared<TIntegerData>(-1), 650, 60);
+  wire(box, clickedEdge, "out", addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 600, 80), "in");
   const TViewHierarchy tree = addViewHierarchy(lib, box, port, nodeFilter, "output");
   const TProcessorPtr& collapser = tree.collapser;
 
@@ -282,6 +286,7 @@ void buildHebView(TFlowManager& lib) {
                            "edge primary selection"})
     wire(box, port[name], "out", heb, name);
   wire(box, shownEdges, "out", heb, "incident edge selection");
+  wire(box, clickedEdge, "out", heb, "clicked edge");
   wire(box, edgeCollapser, "out", heb, "edge collapsed");
   wire(box, edgeColors, "output", heb, "edge colors");
   wire(box, port["edges"], "out", heb, "edge data");

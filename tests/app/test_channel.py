@@ -80,6 +80,83 @@ class ChannelTest(unittest.TestCase):
         self.assertIn("not UTF-8", log)
         self.assertIn("No such command", log)
 
+    def test_no_peer_can_stall_the_channel(self):
+        with quorvel_channel.Listener() as events:
+            pid = events.start_program([EXE], cwd=self.work, env=self.env)
+            path = quorvel_channel.socket_path(pid)
+            silent = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+            silent.connect(path)
+            half = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+            half.connect(path)
+            half.sendall(struct.pack("<I", 100) + b"only a part")
+            # While both hold their connections, another peer is served at once.
+            started = time.time()
+            self.assertEqual(quorvel_channel.send(pid, "enableEvents(True)", timeout=5), 0)
+            self.assertLess(time.time() - started, 1.0)
+
+            # 200 idle peers do not keep a new one out.
+            idle = []
+            for _ in range(200):
+                s = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+                s.settimeout(5)
+                s.connect(path)
+                idle.append(s)
+            started = time.time()
+            self.assertEqual(quorvel_channel.send(pid, "ensureOpen('orbit.db')", timeout=5), 0)
+            self.assertLess(time.time() - started, 1.0)
+
+            # The half frame is given up within its 5 s, and its command never runs.
+            half.settimeout(10)
+            self.assertEqual(half.recv(4), b"", "the program closes a frame that does not come whole")
+            for s in idle + [silent, half]:
+                s.close()
+            events.send(pid, "selectNids([3])")
+            deadline = time.time() + 30
+            heard = []
+            while "OnNodeSelectionChanged([3])" not in heard and time.time() < deadline:
+                heard.append(events.next(timeout=30))
+            self.assertIn("OnNodeSelectionChanged([3])", heard)
+            events.send(pid, "exit()")
+            self.assertEqual(events.process.wait(timeout=60), 0)
+        self.assertNotIn("Recv command: 'only a part", self.log())
+
+    def test_a_listener_that_never_accepts_does_not_hold_up_the_start(self):
+        # A listener whose queue is full: connect would wait for ever.
+        folder = quorvel_channel.channel_folder()
+        os.makedirs(folder, mode=0o700, exist_ok=True)
+        deaf = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        deaf.bind(quorvel_channel.socket_path(7))
+        deaf.listen(0)
+        fillers = []
+        for _ in range(4):
+            s = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+            s.setblocking(False)
+            try:
+                s.connect(quorvel_channel.socket_path(7))
+            except OSError:
+                s.close()
+                break
+            fillers.append(s)
+        script = os.path.join(self.work, "quit.qvscript")
+        with open(script, "w") as f:
+            f.write("exit()\n")
+        started = time.time()
+        r = subprocess.run([EXE, "-l", "1", "-s", "7", "-r", script], cwd=self.work, env=self.env, timeout=120)
+        self.assertEqual(r.returncode, 0)
+        self.assertLess(time.time() - started, 60)
+        self.assertIn("Error while sending message 'OnQuorvelStarted(", self.log())
+        for s in fillers + [deaf]:
+            s.close()
+
+    def test_the_client_refuses_a_folder_open_to_others(self):
+        folder = quorvel_channel.channel_folder()
+        os.makedirs(folder, mode=0o700, exist_ok=True)
+        os.chmod(folder, 0o755)
+        with self.assertRaises(PermissionError):
+            quorvel_channel.send(1, "exit()")
+        with self.assertRaises(PermissionError):
+            quorvel_channel.Listener()
+
     def test_a_dead_listener_and_a_folder_open_to_others_are_logged_and_the_program_goes_on(self):
         script = os.path.join(self.work, "quit.qvscript")
         with open(script, "w") as f:

@@ -51,7 +51,55 @@ class SubprocessThreadTest(unittest.TestCase):
         self.assertEqual(t.returncode, 1)
 
 
+    def test_a_command_line_given_as_one_string(self):
+        t = run("%s -c 'print(\"***STATUS: one string\")'" % sys.executable)
+        self.assertFalse(t.openerror)
+        self.assertEqual(t.status, "one string")
+        self.assertEqual(t.returncode, 0)
+
+
+class WaitTest(unittest.TestCase):
+    class AbortingUi:
+        """The progress dialog of a user who presses Abort at once."""
+        pulses = 0
+
+        def pluginProgressOpen(self, title):
+            pass
+
+        def pluginProgressPulse(self, text):
+            WaitTest.AbortingUi.pulses += 1
+            return False
+
+        def pluginProgressClose(self):
+            pass
+
+        def pluginYield(self):
+            pass
+
+    def test_an_aborted_wait_for_a_function_ends_when_the_function_has_ended(self):
+        saved = quorvel_plugin._ui
+        quorvel_plugin._ui = lambda: WaitTest.AbortingUi()
+        try:
+            done = []
+            quorvel_plugin.Plugin().waitForFunction(lambda: (time.sleep(0.5), done.append(True)))
+            self.assertEqual(done, [True])
+        finally:
+            quorvel_plugin._ui = saved
+
+
 class PluginSystemTest(unittest.TestCase):
+    def test_the_default_log_reaches_the_program_log(self):
+        import MQuorvel
+        folder = tempfile.mkdtemp()
+        saved = MQuorvel.me.logger
+        MQuorvel.me.logger = MQuorvel.TLogger(os.path.join(folder, "Quorvel.log"))
+        try:
+            quorvel_plugin.TPluginSystem(os.path.join(folder, "missing"))
+        finally:
+            MQuorvel.me.logger = saved
+        with open(os.path.join(folder, "Quorvel.log"), encoding="utf-8") as f:
+            self.assertIn("Cannot find plugin folder", f.read())
+
     def test_plugins_load_by_folder_name_in_order_of_importance(self):
         root = tempfile.mkdtemp()
         plugins = os.path.join(root, "plugins")

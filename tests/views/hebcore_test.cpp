@@ -141,6 +141,16 @@ TEST(Labels, RowsFillTexturesAndTheCacheQueuesWhatIsMissing) {
             "Too many textures");
   EXPECT_TRUE(packer.toomany);
   EXPECT_EQ(packer.curtex, 255);
+  // A text refused for want of room moves nothing: the next small one goes
+  // beside the last text, not over the first of the last texture.
+  const int x = packer.x, y = packer.y;
+  EXPECT_EQ(errorOf([&] { packer.place(200, 511, 0); }), "Too many textures");
+  EXPECT_EQ(packer.x, x);
+  EXPECT_EQ(packer.y, y);
+  const TLabelPacker::TPlace small = packer.place(10, 10, 0);
+  EXPECT_EQ(small.texture, 255);
+  EXPECT_FALSE(small.flush);
+  EXPECT_EQ(small.x, x);
 
   TLabelCache cache;
   TBox box;

@@ -303,14 +303,23 @@ TEST(HebView, KeysFoldUndoHideAndFilterTheView) {
     const std::set<std::string> popup{"popup"};
     return std::unique_ptr<wxMenu>(guiMgr()->buildContextMenu(actionListOn(app.heb->m_Actions), map, &popup));
   };
+  // An entry by its name; the key that runs it shows in brackets behind.
+  auto itemNamed = [](wxMenu& m, const std::string& name) {
+    for (wxMenuItem* item : m.GetMenuItems()) {
+      const std::string label = stdText(item->GetItemLabel());
+      if (label == name || label.rfind(name + "  (", 0) == 0) return item->GetId();
+    }
+    return static_cast<int>(wxNOT_FOUND);
+  };
   canvas->hoverAt(app.pixelOf(0.3f, 0.9f));
   app.settle();
   auto menu = menuOf();
-  const int collapseId = menu->FindItem("Collapse");
+  const int collapseId = itemNamed(*menu, "Collapse");
   ASSERT_NE(collapseId, wxNOT_FOUND);
+  EXPECT_EQ(stdText(menu->FindItem(collapseId)->GetItemLabel()), "Collapse  (C)");
   EXPECT_FALSE(menu->IsEnabled(collapseId));
-  EXPECT_EQ(menu->FindItem("Collapse toggle"), wxNOT_FOUND);
-  EXPECT_TRUE(menu->IsEnabled(menu->FindItem("Unhide all nodes")));
+  EXPECT_EQ(itemNamed(*menu, "Collapse toggle"), wxNOT_FOUND);
+  EXPECT_TRUE(menu->IsEnabled(itemNamed(*menu, "Unhide all nodes")));
 
   // C folds the selected node, Ctrl-Z brings the state before it back.
   canvas->clickAt(app.centreOf(parent), false, false);

@@ -82,6 +82,12 @@ TEST(TableLens, SortKeysOrderRowsStablyAndRankTheHeaderArrows) {
   t.run();
   EXPECT_EQ(t.impl->m_Row2Id, (std::vector<uint32_t>{2, 4, 6, 3, 1, 5}));
   EXPECT_EQ(t.impl->m_HeaderIcons, (std::vector<int>{7, 9, -1}));
+
+  // A new selection keeps the order along with the arrows.
+  t.proc->m_Selection->setData(ids({5, 4, 3, 2}));
+  t.run();
+  EXPECT_EQ(t.impl->m_Row2Id, (std::vector<uint32_t>{2, 4, 3, 5}));
+  EXPECT_EQ(t.impl->m_HeaderIcons, (std::vector<int>{7, 9, -1}));
   me.imagelistmap = TPyRef();
 }
 

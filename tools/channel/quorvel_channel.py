@@ -16,6 +16,7 @@ answers each with a 4-byte little-endian signed result, 0 when taken.
 import os
 import queue
 import socket
+import stat
 import struct
 import subprocess
 import threading
@@ -28,6 +29,18 @@ def channel_folder():
     if runtime:
         return os.path.join(runtime, "quorvel")
     return "/tmp/quorvel-%d" % os.getuid()
+
+
+def check_folder(folder):
+    """Refuses, as the program does, a folder of sockets that another user
+    owns or that others may enter: raises PermissionError."""
+    st = os.lstat(folder)
+    if not stat.S_ISDIR(st.st_mode):
+        raise PermissionError("%s is not a folder" % folder)
+    if st.st_uid != os.getuid():
+        raise PermissionError("%s belongs to another user" % folder)
+    if stat.S_IMODE(st.st_mode) & 0o077:
+        raise PermissionError("%s is open to other users" % folder)
 
 
 def socket_path(number):
@@ -48,6 +61,7 @@ def send(number, message, timeout=5.0):
     """Sends one message to the end listening under `number` and gives its
     result; raises OSError when nobody listens there or nobody answers."""
     data = message.encode("utf-8")
+    check_folder(channel_folder())
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
         s.settimeout(timeout)
         s.connect(socket_path(number))
@@ -66,13 +80,14 @@ class Listener:
         self.number = os.getpid() if number is None else number
         folder = channel_folder()
         os.makedirs(folder, mode=0o700, exist_ok=True)
+        check_folder(folder)
         self.path = socket_path(self.number)
         if os.path.exists(self.path):
             os.unlink(self.path)
         self._server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self._server.bind(self.path)
         os.chmod(self.path, 0o600)
-        self._server.listen(8)
+        self._server.listen(socket.SOMAXCONN)
         self._messages = queue.Queue()
         self._closed = False
         self._thread = threading.Thread(target=self._serve, daemon=True)

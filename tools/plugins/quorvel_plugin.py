@@ -10,6 +10,7 @@ plug-in needs a toolkit of its own.
 
 import importlib.util
 import os
+import shlex
 import signal
 import subprocess
 import sys
@@ -52,8 +53,9 @@ class TSubprocessThread(threading.Thread):
 
     def run(self):
         try:
+            command = shlex.split(self.command) if isinstance(self.command, str) else list(self.command)
             self.process = subprocess.Popen(
-                self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
+                command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
                 text=True, errors="replace", bufsize=1, start_new_session=True)
             while not self.stop:
                 line = self.process.stdout.readline()
@@ -138,23 +140,30 @@ class Plugin:
     def askText(self, prompt, value="", title=None):
         return _ui().pluginAskText(title or self.getName(), prompt, value)
 
-    def _wait(self, thread, text, aborted):
+    def _wait(self, thread, text, aborted, to_the_end=False):
+        """Pulses the progress dialog while the thread lives. An abort calls
+        `aborted`; the wait then ends at once, or with `to_the_end` when the
+        thread has ended."""
         ui = _ui()
         ui.pluginProgressOpen(self.getName())
         try:
+            was_aborted = False
             while thread.is_alive():
-                if not ui.pluginProgressPulse(text()):
+                if not ui.pluginProgressPulse("Aborting..." if was_aborted else text()) and not was_aborted:
                     aborted()
-                    break
+                    if not to_the_end:
+                        break
+                    was_aborted = True
                 time.sleep(0.1)
                 ui.pluginYield()
         finally:
             ui.pluginProgressClose()
 
     def waitForFunction(self, function):
+        # A plain thread cannot be stopped: an abort waits for it to end.
         thread = threading.Thread(target=function, daemon=True)
         thread.start()
-        self._wait(thread, lambda: "Processing...", lambda: None)
+        self._wait(thread, lambda: "Processing...", lambda: None, to_the_end=True)
 
     def waitForSubprocess(self, command):
         thread = TSubprocessThread(command)
@@ -210,8 +219,8 @@ def _log(level, text):
     try:
         me = _me()
         if level == "error":
-            me.logger.error(text)
+            me.logger.error(text, None)
         else:
-            me.logger.info(text)
+            me.logger.info(text, None)
     except Exception:
         print(text)
