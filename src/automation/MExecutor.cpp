@@ -2,7 +2,6 @@
 
 #include <pybind11/embed.h>
 #include <pybind11/stl.h>
-#include <wx/dcscreen.h>
 #include <wx/filedlg.h>
 
 #include <filesystem>
@@ -186,15 +185,9 @@ void cmdSaveWindowPicture(const std::string& filename) {
     wxYield();
     wxMilliSleep(10);
   }
-  const wxRect rect = frame->GetScreenRect();
-  wxBitmap picture(rect.width, rect.height, 24);
-  {
-    wxScreenDC screen;
-    wxMemoryDC memory(picture);
-    memory.Blit(0, 0, rect.width, rect.height, &screen, rect.x, rect.y);
-  }
+  const wxImage picture = grabScreen(frame->GetScreenRect());
   const bool png = filename.size() > 4 && filename.compare(filename.size() - 4, 4, ".png") == 0;
-  if (!picture.SaveFile(wxText(filename), png ? wxBITMAP_TYPE_PNG : wxBITMAP_TYPE_BMP))
+  if (!picture.IsOk() || !picture.SaveFile(wxText(filename), png ? wxBITMAP_TYPE_PNG : wxBITMAP_TYPE_BMP))
     raiseMessage("Cannot save to '" + filename + "'", {"popup"});
   logInfo("Saved a picture of the main window to '" + filename + "'");
 }
@@ -304,7 +297,7 @@ void cmdSelectViewByName(const std::string& name) {
     if (!creator) continue;
     if (wxWindow* panel = windowOf(creator->getOutputPinByName("out")->getData()); panel && guiMgr()) {
       auto it = guiMgr()->window2frame.find(panel);
-      if (it != guiMgr()->window2frame.end()) it->second->Activate();
+      if (it != guiMgr()->window2frame.end()) it->second->activateWithFocus();
     }
     auto title = std::dynamic_pointer_cast<TStringData>(creator->getInputPinByName("gui title")->getData());
     if (title && title->getValue() == name) {

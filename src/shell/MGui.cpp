@@ -1,5 +1,7 @@
 #include "MGui.h"
 
+#include <functional>
+
 #include "data/MValues.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
@@ -40,7 +42,24 @@ TSizerPanel::TSizerPanel(wxWindow* parent, wxWindowID id, bool) : wxPanel(parent
 // ---------------------------------------------------------------------------
 
 TChildFrame::TChildFrame(wxAuiMDIParentFrame* parent, const wxString& title, const TProcessorPtr& proc)
-    : wxAuiMDIChildFrame(parent, wxID_ANY, title), processor(proc), hasProcessor(proc != nullptr) {
+    : processor(proc), hasProcessor(proc != nullptr) {
+  // Made in two steps, so that the toolkit's calls while it makes the
+  // window already reach this class.
+  Create(parent, wxID_ANY, title);
+  // A page brought to the front shows what its windows last drew, unless
+  // they draw again: a canvas that changed while hidden would show its old
+  // picture.
+  Bind(wxEVT_SHOW, [this](wxShowEvent& event) {
+    event.Skip();
+    if (!event.IsShown()) return;
+    CallAfter([this] {
+      std::function<void(wxWindow*)> refresh = [&](wxWindow* w) {
+        w->Refresh(false);
+        for (wxWindow* child : w->GetChildren()) refresh(child);
+      };
+      refresh(this);
+    });
+  });
   m_Sizer = new wxBoxSizer(wxHORIZONTAL);
   SetSizer(m_Sizer);
   Bind(wxEVT_CLOSE_WINDOW, &TChildFrame::OnClose, this);
@@ -49,6 +68,18 @@ TChildFrame::TChildFrame(wxAuiMDIParentFrame* parent, const wxString& title, con
 void TChildFrame::setPanel(wxWindow* child) {
   m_Sizer->Add(child, 1, wxEXPAND);
   CallAfter([this] { Layout(); });
+}
+
+void TChildFrame::activateWithFocus() {
+  Activate();
+  std::function<wxWindow*(wxWindow*)> focusable = [&](wxWindow* w) -> wxWindow* {
+    for (wxWindow* child : w->GetChildren()) {
+      if (child->IsShown() && child->AcceptsFocus()) return child;
+      if (wxWindow* inner = focusable(child)) return inner;
+    }
+    return nullptr;
+  };
+  if (wxWindow* target = focusable(this)) target->SetFocus();
 }
 
 void TChildFrame::OnClose(wxCloseEvent& event) {

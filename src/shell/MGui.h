@@ -62,10 +62,21 @@ class TChildFrame : public wxAuiMDIChildFrame {
  public:
   TChildFrame(wxAuiMDIParentFrame* parent, const wxString& title, const TProcessorPtr& processor = nullptr);
   void setPanel(wxWindow* child);
+  // Brings the page to the front with the keyboard in it, as a click on its
+  // tab does: a page left with the focus in another would come back to the
+  // front as soon as the toolkit delivers that focus.
+  void activateWithFocus();
   // The processor whose actions the main window's "&Tools" menu shows.
   std::weak_ptr<TAbstractProcessor> proc;
   std::weak_ptr<TAbstractProcessor> processor;
   bool hasProcessor = false;
+
+#ifdef __WXGTK__
+  // A child lives in a notebook page, not in a window of its own: the
+  // top-level window's handler would treat the page as a GtkWindow (and
+  // the toolkit complain on standard error for every view).
+  void GTKHandleRealized() override { wxWindowGTK::GTKHandleRealized(); }
+#endif
 
  private:
   void OnClose(wxCloseEvent& event);
@@ -193,6 +204,10 @@ void executeAction(const TPinPtr& pin, const std::string& name);
 // The toolkit's failed assertions go to the log (and standard error) instead
 // of a dialog that would wait for a click; `also` sees each one too.
 void logToolkitAsserts(void (*also)(const std::string& text) = nullptr);
+
+// The pixels of a part of the screen as it is now; an empty image when the
+// screen cannot be read.
+wxImage grabScreen(const wxRect& rect);
 
 // The script object of an action list on a pin; None when there is none.
 pybind11::object actionListOn(const TPinPtr& pin);

@@ -57,6 +57,10 @@ TEST(ProgramWithWindow, AScriptOpensTheSampleAndItsListAndTheStateIsStored) {
                                              "openView('list on nodes')\nexit()\n"));
   EXPECT_EQ(r.code, 0) << r.out;
   EXPECT_EQ(boxesIn("previousstate.qvperspective"), (std::vector<std::string>{"BMain", "BListView"}));
+  // A user who starts the program from a terminal sees nothing of the
+  // toolkit's complaints there.
+  EXPECT_EQ(r.out.find("CRITICAL"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("-WARNING"), std::string::npos) << r.out;
   const std::string log = readLog();
   EXPECT_NE(log.find("Initializing UI..."), std::string::npos);
   EXPECT_NE(log.find("Executing script 'open.qvscript'"), std::string::npos);

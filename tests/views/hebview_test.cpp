@@ -3,6 +3,8 @@
 // computes, hovered, clicked and double-clicked through the canvas.
 #include <gtest/gtest.h>
 
+#include "engine/MHookProcessor.h"
+
 #include <cmath>
 #include <set>
 
@@ -268,10 +270,21 @@ TEST(HebView, EdgesRunBetweenTheirCellsAndHoverAndClickSelectThem) {
 
   // A click selects the edges of the record, by eid, and the action puts
   // their ends into the node selection.
+  // The click also reaches the view's edge-click hook with one of them.
+  std::vector<int32_t> heard;
+  auto hook = std::dynamic_pointer_cast<THookProcessor>(
+      me.flowlayout->getBoxByType("BHebView")->getProcessorByName("edge inspector on click hook"));
+  ASSERT_TRUE(hook);
+  hook->setHook(TPyRef::borrow(pybind11::cpp_function([&heard](const TProcessorPtr& p) {
+                                 heard.push_back(dataAs<TIntegerData>(p->getOnlyInputPin())->getValue());
+                               }).ptr()));
   canvas->clickAt(mid, false, false);
   const std::set<uint32_t> eids = app.eidsOf(edge);
   for (uint32_t eid : eids) EXPECT_TRUE(app.set("edge primary selection")->contains(eid));
   app.settle();
+  ASSERT_EQ(heard.size(), 1u);
+  EXPECT_TRUE(eids.contains(static_cast<uint32_t>(heard[0])));
+  hook->setHook(TPyRef::none());
   executeAction(app.heb->m_Actions, "Select end nodes of edge user selection");
   auto edgeData = dataAs<TEdgeData>(app.heb->m_EdgeData);
   for (uint32_t eid : eids) {
