@@ -524,8 +524,19 @@ void openPerspective(const std::optional<std::string>& filename) {
   }
   std::error_code ec;
   if (!std::filesystem::exists(name, ec)) raiseMessage("Cannot find perspective file '" + name + "'");
-  me.flowlayout->load(me.flowlayout, name);
+  auto loaded = me.flowlayout->load(me.flowlayout, name);
   me.flowlayout->autoconnect();
+  std::vector<TBoxPtr> boxes;
+  if (loaded)
+    for (const auto& obj : *loaded)
+      if (auto box = std::dynamic_pointer_cast<TAbstractBox>(obj); box && box->m_Parent == me.flowlayout.get())
+        boxes.push_back(box);
+  // The view that was in front comes to the front again, once the windows
+  // exist: before whatever the queue holds.
+  if (TBoxPtr front = settleLoadedViews(boxes)) {
+    py::list queue = py::reinterpret_borrow<py::list>(me.getCommandQueue().get());
+    queue.insert(0, py::str("selectViewByName(" + scriptLiteral(guiTitleOf(front)) + ")"));
+  }
 }
 
 }  // namespace quorvel

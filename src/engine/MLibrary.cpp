@@ -1,5 +1,7 @@
 #include "MLibrary.h"
 
+#include <map>
+
 #include <iostream>
 
 #include "data/MValues.h"
@@ -65,7 +67,10 @@ TBoxPtr instantiateLibBox(const std::string& name, const TInstantiateOptions& op
   }
   for (const auto& [port, value] : options.assign) {
     const std::string text = port == "gui title" ? getFreeGuiTitle(value) : value;
-    if (TProcessorPtr p = made->getIdentityProcessorByInputName(port))
+    auto holder = std::dynamic_pointer_cast<TAbstractDataSource>(made->getProcessorByName(port + " text"));
+    if (TProcessorPtr p = made->getIdentityProcessorByInputName(port); p && holder)
+      holder->setData(std::make_shared<TStringData>(text));
+    else if (p)
       p->getOnlyInputPin()->setData(std::make_shared<TStringData>(text));
     else
       std::cout << "assign: could not find pin with name '" << port << "'" << std::endl;
@@ -74,25 +79,83 @@ TBoxPtr instantiateLibBox(const std::string& name, const TInstantiateOptions& op
   return made;
 }
 
+std::string guiTitleOf(const TBoxPtr& box) {
+  TProcessorPtr port = box ? box->getIdentityProcessorByInputName("gui title") : nullptr;
+  if (!port || port->m_OutputPins.empty()) return "";
+  // The title stands on the output pin once the port ran, on the input pin
+  // right after an assign, and in the source before the first pass.
+  TDataPtr value = port->m_OutputPins[0]->getData();
+  if (!value) value = port->m_InputPins[0]->getData();
+  if (!value)
+    if (auto source = std::dynamic_pointer_cast<TAbstractDataSource>(box->getProcessorByName("gui title text")))
+      value = source->getData();
+  return value ? value->toString() : "";
+}
+
+std::string defaultGuiTitle(const std::string& boxtype) {
+  static const std::map<std::string, std::string> titles = {{"BHebView", "Radial"},
+                                                            {"BTreemapView", "Treemap"},
+                                                            {"BTableLens", "Table view"},
+                                                            {"BListView", "List view"},
+                                                            {"BTreeView", "Tree view"}};
+  auto it = titles.find(boxtype);
+  return it == titles.end() ? "View" : it->second;
+}
+
 std::string getFreeGuiTitle(const std::string& text) {
   std::vector<std::string> titles;
-  if (me.flowlayout) {
-    for (const auto& box : me.flowlayout->m_Children) {
-      TProcessorPtr port = box->getIdentityProcessorByInputName("gui title");
-      if (!port || port->m_OutputPins.empty()) continue;
-      // The title stands on the output pin once the port ran, and on the
-      // input pin right after an assign.
-      TDataPtr value = port->m_OutputPins[0]->getData();
-      if (!value) value = port->m_InputPins[0]->getData();
-      if (value) titles.push_back(value->toString());
-    }
-  }
+  if (me.flowlayout)
+    for (const auto& box : me.flowlayout->m_Children)
+      if (box->getIdentityProcessorByInputName("gui title")) titles.push_back(guiTitleOf(box));
   auto taken = [&titles](const std::string& t) { return std::find(titles.begin(), titles.end(), t) != titles.end(); };
   if (!taken(text)) return text;
   for (int i = 1;; ++i) {
     std::string candidate = text + " (" + std::to_string(i) + ")";
     if (!taken(candidate)) return candidate;
   }
+}
+
+std::shared_ptr<TAbstractProcessor> addTitlePort(TFlowManager& lib, const TBoxPtr& box, const std::string& title,
+                                                 float x, float y) {
+  auto port = addInputPort(lib, box, "gui title", x, y);
+  // Above the port: sources run first.
+  auto text = addSource(lib, box, "TStringDataSource", "gui title text", std::make_shared<TStringData>(title), x,
+                        y - 40.0f);
+  wire(box, text, "out", port, "gui title");
+  addSource(lib, box, "TBooleanDataSource", "gui front", std::make_shared<TBooleanData>(false), x + 100.0f, y - 40.0f);
+  return port;
+}
+
+void markFrontView(const TBoxPtr& front) {
+  if (!me.flowlayout) return;
+  for (const auto& box : me.flowlayout->m_Children) {
+    auto flag = std::dynamic_pointer_cast<TAbstractDataSource>(box->getProcessorByName("gui front"));
+    if (!flag) continue;
+    auto now = std::dynamic_pointer_cast<TBooleanData>(flag->getData());
+    const bool wanted = box == front;
+    if (!now || now->getValue() != wanted) flag->setData(std::make_shared<TBooleanData>(wanted));
+  }
+}
+
+TBoxPtr settleLoadedViews(const std::vector<TBoxPtr>& boxes) {
+  TBoxPtr front;
+  for (const auto& box : boxes) {
+    TProcessorPtr port = box->getIdentityProcessorByInputName("gui title");
+    if (!port) continue;
+    if (guiTitleOf(box).empty()) {
+      // Stored before views kept their titles.
+      const std::string title = getFreeGuiTitle(defaultGuiTitle(box->m_Type));
+      if (auto text = std::dynamic_pointer_cast<TAbstractDataSource>(box->getProcessorByName("gui title text")))
+        text->setData(std::make_shared<TStringData>(title));
+      else
+        port->getOnlyInputPin()->setData(std::make_shared<TStringData>(title));
+    }
+    if (auto flag = std::dynamic_pointer_cast<TAbstractDataSource>(box->getProcessorByName("gui front"))) {
+      auto value = std::dynamic_pointer_cast<TBooleanData>(flag->getData());
+      if (value && value->getValue()) front = box;
+    }
+  }
+  return front;
 }
 
 std::shared_ptr<TAbstractProcessor> addPort(TFlowManager& lib, const TBoxPtr& box, const std::string& name, float x,

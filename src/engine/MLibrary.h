@@ -48,6 +48,25 @@ TBoxPtr instantiateLibBox(const std::string& name, const TInstantiateOptions& op
 // p_Text if no view has that title, else the first free "p_Text (n)".
 std::string getFreeGuiTitle(const std::string& text);
 
+// A view's title: what its "gui title" port carries, or, before the port
+// ran, what was assigned to it or stands in the box's "gui title text".
+// Empty when the box has no title.
+std::string guiTitleOf(const TBoxPtr& box);
+// The title a view of that box type gets when none is given.
+std::string defaultGuiTitle(const std::string& boxtype);
+
+// A view's "gui title" port, with the source that holds the title so that
+// a stored view keeps it ("gui title text"), and the flag of the view in
+// front of the others ("gui front").
+std::shared_ptr<TAbstractProcessor> addTitlePort(TFlowManager& lib, const TBoxPtr& box, const std::string& title,
+                                                 float x, float y);
+// Which view is in front: sets "gui front" of every view box of the
+// running network, true for that one only.
+void markFrontView(const TBoxPtr& front);
+// The views of a network just loaded: a view stored without a title gets
+// the first free one of its type; gives the box that was stored in front.
+TBoxPtr settleLoadedViews(const std::vector<TBoxPtr>& boxes);
+
 // Helpers for builders: ports (identity processors) and processors with a
 // key name, at a place on the canvas. A port named `name` on both pins, as
 // BMain offers its values; and a view's input port, whose output pin is

@@ -272,6 +272,8 @@ void TMainFrame::updateToolsMenu(bool always) {
   if (!changed && !always) return;
   m_ToolsChild = active;
   m_ToolsProc = proc;
+  // The view in front is stored with the views.
+  if (changed && proc && proc->m_Box) markFrontView(proc->m_Box);
   // A child window without a processor leaves the menu as it is; with no
   // view left the menu offers nothing.
   if (!proc && active) return;
@@ -413,13 +415,8 @@ std::string TMainFrame::currentTitle() const {
 std::vector<std::pair<TBoxPtr, std::string>> TMainFrame::viewTitles() const {
   std::vector<std::pair<TBoxPtr, std::string>> out;
   if (!me.flowlayout) return out;
-  for (const auto& box : me.flowlayout->m_Children) {
-    TProcessorPtr port = box->getIdentityProcessorByInputName("gui title");
-    if (!port) continue;
-    TDataPtr value = port->getOnlyOutputPin()->getData();
-    if (!value) value = port->getOnlyInputPin()->getData();
-    out.emplace_back(box, value ? value->toString() : std::string());
-  }
+  for (const auto& box : me.flowlayout->m_Children)
+    if (box->getIdentityProcessorByInputName("gui title")) out.emplace_back(box, guiTitleOf(box));
   return out;
 }
 

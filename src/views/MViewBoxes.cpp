@@ -66,7 +66,7 @@ TProcessorPtr addInternalSelectionActions(TFlowManager& lib, const TBoxPtr& box,
 void buildListView(TFlowManager& lib) {
   auto box = makeBox("BListView");
   lib.addBox(box);
-  auto title = addInputPort(lib, box, "gui title", 0, 0);
+  auto title = addTitlePort(lib, box, defaultGuiTitle(box->m_Type), 0, 0);
   auto attributes = addInputPort(lib, box, "attributes", 100, 0);
   auto selections = addInputPort(lib, box, "selections", 200, 0);
   auto selectionB = addInputPort(lib, box, "selection b", 300, 0);
@@ -113,7 +113,8 @@ std::map<std::string, TProcessorPtr> addPorts(TFlowManager& lib, const TBoxPtr& 
   std::map<std::string, TProcessorPtr> port;
   float x = 0;
   for (const char* name : names) {
-    port[name] = addInputPort(lib, box, name, x, 0);
+    port[name] = std::string(name) == "gui title" ? addTitlePort(lib, box, defaultGuiTitle(box->m_Type), x, 0)
+                                                  : addInputPort(lib, box, name, x, 0);
     x += 100;
   }
   return port;

@@ -1,0 +1,64 @@
+// What every program of GUI tests does first and last: the interpreter with
+// the GUI classes and the command module, the toolkit started once, and a
+// scratch folder holding the library and the icons the program reads from
+// its working folder.
+#pragma once
+
+#include <wx/wx.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "automation/MExecutor.h"
+#include "engine/MFlowManager.h"
+#include "engine/MMediator.h"
+#include "engine/MPython.h"
+#include "shell/MGui.h"
+#include "shell/MGuiClasses.h"
+
+namespace quorvel::test {
+
+// False when there is no display.
+inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::string&)) {
+  namespace fs = std::filesystem;
+  const fs::path scratch = fs::current_path() / "scratch";
+  fs::remove_all(scratch);
+  fs::create_directories(scratch);
+  const fs::path bin = fs::path(std::getenv("QUORVEL_BINARY_DIR")) / "bin";
+  fs::copy_file(bin / "library", scratch / "library");
+  fs::copy(bin / "icons", scratch / "icons", fs::copy_options::recursive);
+  fs::current_path(scratch);
+
+  startInterpreter({name});
+  registerGuiClasses();
+  registerScriptModules();
+  me.logger = std::make_shared<TLogger>("Quorvel.log");
+  me.branding = defaultBranding();
+
+  static int wxArgc = 1;
+  static char program[] = "quorvel-gui-tests";
+  static char* wxArgv[] = {program, nullptr};
+  wxApp::SetInstance(new wxApp());
+  if (!wxEntryStart(wxArgc, wxArgv)) {
+    std::fprintf(stderr, "no display: run under xvfb-run\n");
+    return false;
+  }
+  wxTheApp->CallOnInit();
+  wxInitAllImageHandlers();
+  logToolkitAsserts(onToolkitAssert);
+  registerExecutor();
+  return true;
+}
+
+inline void tearDownGuiTests() {
+  if (me.flowlayout) me.flowlayout->release();
+  if (me.flowlib) me.flowlib->release();
+  me.flowlayout.reset();
+  me.flowlib.reset();
+  wxTheApp->OnExit();
+  wxEntryCleanup();
+  stopInterpreter();
+}
+
+}  // namespace quorvel::test
