@@ -123,3 +123,31 @@ TEST(ProgramWithWindow, AScriptOpensTheRadialViewAndWritesItsPictures) {
   EXPECT_EQ(large, std::make_pair(small.first * 2, small.second * 2));
   EXPECT_NE(readLog().find("OpenGL: "), std::string::npos) << "the first canvas names the OpenGL in use";
 }
+
+TEST(ProgramWithWindow, AScriptNamesTheViewsByTheirTitlesAfterARestart) {
+  fs::copy_file(std::string(QUORVEL_SOURCE_DIR) + "/samples/orbit/orbit.db", "orbit.db",
+                fs::copy_options::overwrite_existing);
+  ProgramResult r = runProgram("-r " + script("first.qvscript",
+                                              "ensureOpen('orbit.db')\nopenView('heb', 'R')\n"
+                                              "openView('treemap', 'T')\nselectViewByName('R')\n"
+                                              "setNodeColorAttribute('language')\nexit()\n"));
+  ASSERT_EQ(r.code, 0) << r.out;
+  fs::copy_file("previousstate.qvperspective", "first.qvperspective", fs::copy_options::overwrite_existing);
+  quorvel::TDatabase db("first.qvperspective");
+  std::vector<std::string> titles;
+  for (const auto& row :
+       db.execute("SELECT internalvalue FROM processors WHERE idname='gui title text' ORDER BY procid")->fetchall())
+    titles.push_back(std::get<std::string>(row[0]));
+  ASSERT_EQ(titles.size(), 2u);
+  EXPECT_NE(titles[0].find("'R'"), std::string::npos);
+  EXPECT_NE(titles[1].find("'T'"), std::string::npos);
+
+  r = runProgram("-r " + script("second.qvscript",
+                                "openPerspective('first.qvperspective')\nselectViewByName('T')\n"
+                                "makeScreenshot('t.png')\nselectViewByName('R')\nmakeScreenshot('r.png')\nexit()\n"));
+  EXPECT_EQ(r.code, 0) << r.out;
+  const std::string log = readLog();
+  EXPECT_EQ(log.find("Could not find view"), std::string::npos) << log;
+  EXPECT_TRUE(fs::exists("t.png") && fs::exists("r.png")) << log;
+}
+

@@ -20,6 +20,7 @@
 #include "shell/MActionList.h"
 #include "support/GuiTestSetup.h"
 #include "support/GuiTestHelpers.h"
+#include "support/Pictures.h"
 #include "support/XInput.h"
 
 namespace fs = std::filesystem;
@@ -29,21 +30,6 @@ using namespace quorvel::test;
 namespace {
 
 std::vector<std::string> g_ToolkitAsserts;
-
-double differing(const wxImage& a, const wxImage& b, int tolerance) {
-  if (a.GetSize() != b.GetSize()) return 1.0;
-  const unsigned char* p = a.GetData();
-  const unsigned char* q = b.GetData();
-  const size_t n = static_cast<size_t>(a.GetWidth()) * static_cast<size_t>(a.GetHeight());
-  size_t off = 0;
-  for (size_t i = 0; i < n; ++i)
-    for (int c = 0; c < 3; ++c)
-      if (std::abs(p[3 * i + c] - q[3 * i + c]) > tolerance) {
-        ++off;
-        break;
-      }
-  return n ? static_cast<double>(off) / static_cast<double>(n) : 0.0;
-}
 
 class TWalk {
  public:
@@ -234,13 +220,8 @@ class TWalk {
     pump(0.2);
     TGlCanvasBase* canvas = canvasIn(activeContent());
     if (!canvas || !canvas->IsShownOnScreen()) return true;
-    const wxImage shown = grabScreen(canvas->GetScreenRect());
-    canvas->commonrenderer->clearDisplayLists("");
-    canvas->paintNow(false);
-    const wxSize s = canvas->GetClientSize();
-    wxImage fresh(s.x, s.y);
-    canvas->commonrenderer->readPixels(static_cast<unsigned>(s.x), static_cast<unsigned>(s.y), fresh.GetData());
-    fresh = fresh.Mirror(false);
+    const wxImage shown = screenOf(canvas);
+    const wxImage fresh = freshPaint(canvas);
     canvas->Refresh(false);
     const double off = differing(shown, fresh, 40);
     if (off > 0.01) {
