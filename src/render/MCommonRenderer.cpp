@@ -40,6 +40,16 @@ wxImage pixelsOf(wxMemoryDC& dc, wxBitmap& bitmap) {
 
 }  // namespace
 
+// Names of textures and lists belong to the context that made them. An
+// object that goes while another canvas's context is current must leave
+// them alone: deleting them there would delete that canvas's objects of the
+// same numbers. They go with their own context.
+bool TGlObjectOwner::isOwnContextCurrent() const {
+  return m_Context != nullptr && glXGetCurrentContext() == static_cast<GLXContext>(m_Context);
+}
+
+TGlObjectOwner::TGlObjectOwner() : m_Context(glXGetCurrentContext()) {}
+
 // ---------------------------------------------------------------------------
 
 TCommonRendererCpp::TCommonRendererCpp(std::string name) : m_Name(std::move(name)) {
@@ -131,10 +141,11 @@ void TCommonRendererCpp::drawText(int x, int y, const std::string& text) {
 // ---------------------------------------------------------------------------
 
 TLabelGenerator::~TLabelGenerator() {
-  if (!m_LabelTextures.empty()) glDeleteTextures(static_cast<GLsizei>(m_LabelTextures.size()), m_LabelTextures.data());
+  if (!m_LabelTextures.empty() && isOwnContextCurrent()) glDeleteTextures(static_cast<GLsizei>(m_LabelTextures.size()), m_LabelTextures.data());
 }
 
 void TLabelGenerator::init() {
+  adoptCurrentContext();
   bitmap = wxBitmap(w, h, 24);
   dc.SelectObject(bitmap);
   reset();
@@ -223,7 +234,7 @@ TToolTipGenerator::TToolTipGenerator() : bitmap(512, 512, 24) {
 }
 
 TToolTipGenerator::~TToolTipGenerator() {
-  if (texture) glDeleteTextures(1, &texture);
+  if (texture && isOwnContextCurrent()) glDeleteTextures(1, &texture);
 }
 
 void TToolTipGenerator::setFontSize() {
@@ -338,7 +349,7 @@ GLText::GLText(std::string facename, int height) : m_FaceName(std::move(facename
 }
 
 GLText::~GLText() {
-  if (m_Lists) glDeleteLists(m_Lists, 96);
+  if (m_Lists && isOwnContextCurrent()) glDeleteLists(m_Lists, 96);
 }
 
 void GLText::build() {
@@ -348,7 +359,7 @@ void GLText::build() {
     m_Widths.fill(1);
     return;
   }
-  m_Context = glXGetCurrentContext();
+  adoptCurrentContext();
   wxFont font = m_FaceName.empty()
                     ? wxSystemSettings::GetFont(wxSYS_DEFAULT_GUI_FONT)
                     : wxFont(wxSize(0, m_Height), wxFONTFAMILY_SWISS, wxFONTSTYLE_NORMAL, wxFONTWEIGHT_NORMAL, false,
@@ -393,7 +404,12 @@ void GLText::build() {
 }
 
 void GLText::draw(float x, float y, const std::string& text) {
-  if (m_Height >= 2 && glXGetCurrentContext() != m_Context) build();
+  // Drawn in another context than the one it was made in: the lists are
+  // made anew there, under names of that context.
+  if (m_Height >= 2 && !isOwnContextCurrent()) {
+    m_Lists = glGenLists(96);
+    build();
+  }
   glRasterPos2f(x, y);
   glPushAttrib(GL_LIST_BIT);
   glListBase(m_Lists - 32);

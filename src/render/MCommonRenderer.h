@@ -22,6 +22,20 @@ namespace quorvel {
 
 class TGlCanvasBase;
 
+// Something that holds names of OpenGL objects of the context that was
+// current when it was made; it deletes them only in that context.
+class TGlObjectOwner {
+ public:
+  TGlObjectOwner();
+
+ protected:
+  bool isOwnContextCurrent() const;
+  void adoptCurrentContext() { *this = TGlObjectOwner(); }
+
+ private:
+  void* m_Context;
+};
+
 class TCommonRendererCpp : public TLabelCache {
  public:
   explicit TCommonRendererCpp(std::string name);
@@ -65,7 +79,7 @@ class TCommonRendererCpp : public TLabelCache {
 
 // Texts drawn with the toolkit into 512 by 512 bitmaps, uploaded as
 // intensity textures.
-class TLabelGenerator {
+class TLabelGenerator : public TGlObjectOwner {
  public:
   bool initialized = false;
   int w = TLabelPacker::kSize, h = TLabelPacker::kSize;
@@ -86,7 +100,7 @@ class TLabelGenerator {
   void clearBitmap();
 };
 
-class TToolTipGenerator {
+class TToolTipGenerator : public TGlObjectOwner {
  public:
   TToolTipGenerator();
   ~TToolTipGenerator();
@@ -122,7 +136,7 @@ namespace wxGLBase {
 
 // A bitmap font in 96 display lists (characters 32 to 127) with its
 // metrics: advance widths, tallest glyph and descent, in pixels.
-class GLText {
+class GLText : public TGlObjectOwner {
  public:
   GLText(std::string facename, int height);
   ~GLText();
@@ -134,7 +148,6 @@ class GLText {
 
  private:
   void build();
-  void* m_Context = nullptr;
   GLuint m_Lists = 0;
   std::string m_FaceName;
   int m_Height;

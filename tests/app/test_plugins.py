@@ -63,3 +63,22 @@ class ImporterPluginTest(unittest.TestCase):
 
 if __name__ == "__main__":
     unittest.main()
+
+    def test_a_plugin_sees_the_main_window_when_it_is_made_and_its_messages_reach_the_log(self):
+        folder = os.path.join(self.work, "plugins", "Probe")
+        os.makedirs(folder)
+        with open(os.path.join(folder, "QuorvelPlugin.py"), "w") as f:
+            f.write("import MQuorvel\n"
+                    "from quorvel_plugin import Plugin\n"
+                    "class Probe(Plugin):\n"
+                    "    def __init__(self):\n"
+                    "        MQuorvel.me.logger.info('Probe made with a main window: %s'\n"
+                    "                                % (MQuorvel.me.mainwindow is not None), None)\n")
+        broken = os.path.join(self.work, "plugins", "Broken")
+        os.makedirs(broken)
+        with open(os.path.join(broken, "QuorvelPlugin.py"), "w") as f:
+            f.write("raise RuntimeError('this plug-in cannot load')\n")
+        log = self.run_program([])
+        self.assertIn("Probe made with a main window: True", log)
+        self.assertIn("this plug-in cannot load", log, "a plug-in that fails to load is in the log")
+

@@ -59,8 +59,17 @@ TViewsSeen look(App& app) {
           child->activateWithFocus();
           break;
         }
-      pumpUntil([&] { return canvas->IsShownOnScreen(); });
+      // Shown, laid out at its final size, and still.
+      wxSize last;
+      int still = 0;
+      pumpUntil([&] {
+        const wxSize now = canvas->GetClientSize();
+        still = canvas->IsShownOnScreen() && now == last ? still + 1 : 0;
+        last = now;
+        return still >= 5;
+      });
       app.finishAnimations();
+      app.settle();
       seen.pictures[title] = freshPaint(canvas);
     }
   }
@@ -129,6 +138,10 @@ TEST(Perspective, EveryKindOfViewComesBackAsItWasStored) {
   for (const auto& [title, picture] : before.pictures) {
     ASSERT_TRUE(after.pictures.count(title)) << title;
     EXPECT_LT(differing(picture, after.pictures.at(title)), 0.02) << title;
+    if (HasFailure()) {
+      picture.SaveFile("round-before-" + title + ".png", wxBITMAP_TYPE_PNG);
+      after.pictures.at(title).SaveFile("round-after-" + title + ".png", wxBITMAP_TYPE_PNG);
+    }
   }
   auto selection = std::dynamic_pointer_cast<TIntegerSetData>(
       std::dynamic_pointer_cast<TAbstractDataSource>(

@@ -32,6 +32,15 @@ struct TViewsApp : App {
     run("openView('treemap', 'T')");
     finishAnimations();
   }
+  // A table lens on the nodes, as the View menu opens one.
+  void openNodeTable(const std::string& title) {
+    frame->OnInstantiateLibBox("BTableLens", TInstantiateOptions{{{"gui title", title}},
+                                                                 {{"attributes", "node attributes"},
+                                                                  {"selections", "node selections"},
+                                                                  {"primary selection", "node primary selection"},
+                                                                  {"brushed", "brushed nodes"}}});
+    settle();
+  }
   // Brings a view to the front by a click on its tab.
   void clickTab(TXInput& input, const std::string& title) {
     TChildFrame* child = childOf(title);
@@ -187,12 +196,7 @@ TEST(Steadiness, PicturesTakenRightAfterAViewOpensShowThatView) {
 TEST(Steadiness, AHiddenViewsPictureBringsItsTabToTheFront) {
   TViewsApp app;
   app.run("openView('list on nodes')");
-  app.frame->OnInstantiateLibBox("BTableLens", TInstantiateOptions{{{"gui title", "Table"}},
-                                                                   {{"attributes", "node attributes"},
-                                                                    {"selections", "node selections"},
-                                                                    {"primary selection", "node primary selection"},
-                                                                    {"brushed", "brushed nodes"}}});
-  app.settle();
+  app.openNodeTable("Table");
   app.run("selectViewByName('Table')");
   app.childOf("R")->Activate();
   TXInput::pump(0.2);
@@ -202,6 +206,27 @@ TEST(Steadiness, AHiddenViewsPictureBringsItsTabToTheFront) {
   ASSERT_TRUE(table.IsOk());
   EXPECT_LT(darkShare(table), 0.2);
   EXPECT_EQ(me.logger->getLastMessages().find("Cannot save to"), std::string::npos);
+}
+
+TEST(Steadiness, ClosingAViewLeavesThePicturesOfTheOthersWhole) {
+  TViewsApp app;
+  app.openNodeTable("Table");
+  TXInput input;
+  ASSERT_TRUE(input.ok());
+  // The table draws its texts with fonts of its own context; then the
+  // treemap is in front, its context current, when the table goes.
+  app.clickTab(input, "Table");
+  TXInput::pump(0.3);
+  app.clickTab(input, "T");
+  TXInput::pump(0.3);
+  app.childOf("Table")->Close();
+  app.settle();
+  auto treemap = app.processorIn<TTreemapProcessor>("BTreemapView");
+  TGlCanvasBase* tiles = treemap->implementation()->canvas;
+  tiles->Refresh(false);
+  TXInput::pump(0.3);
+  const wxImage shown = screenOf(tiles);
+  EXPECT_LT(differing(shown, freshPaint(tiles)), 0.01);
 }
 
 TEST(Steadiness, CommandsFindWhatAViewLeavesToTheDatasetsBox) {
