@@ -10,6 +10,7 @@
 #include <chrono>
 #include <filesystem>
 
+#include "python/MCoreClasses.h"
 #include "automation/MExecutor.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
@@ -554,6 +555,7 @@ BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
 
 int main(int argc, char** argv) {
   startInterpreter({"quorvel-gui-bench"});
+  registerCoreClasses();
   registerGuiClasses();
   registerScriptModules();
   me.logger = std::make_shared<TLogger>("Quorvel-bench.log");

@@ -4,7 +4,7 @@
 #include "data/MValues.h"
 #include "engine/MLibrary.h"
 #include "engine/MPython.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 
 namespace quorvel {
 

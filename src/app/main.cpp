@@ -5,6 +5,7 @@
 
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
+#include "python/MCoreClasses.h"
 #include "shell/MGuiClasses.h"
 #include "shell/MMain.h"
 
@@ -23,6 +24,7 @@ int main(int argc, char** argv) {
   std::shared_ptr<TLogger> logger;
   try {
     logger = std::make_shared<TLogger>("Quorvel.log");
+    registerCoreClasses();
     registerGuiClasses();
     registerScriptModules();
     me.RELEASEMODE = true;

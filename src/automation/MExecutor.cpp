@@ -17,7 +17,7 @@
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
 #include "engine/MRegistry.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "render/MGlCanvas.h"
 #include "shell/MActionInterfaces.h"
 #include "shell/MGui.h"

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "data/MTextForm.h"
+#include "base/MTextForm.h"
 
 namespace quorvel {
 

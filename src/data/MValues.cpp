@@ -3,7 +3,7 @@
 #include <pybind11/eval.h>
 #include <pybind11/pybind11.h>
 
-#include "data/MTextForm.h"
+#include "base/MTextForm.h"
 #include "engine/MPython.h"
 #include "engine/MRegistry.h"
 

@@ -7,7 +7,7 @@
 #include "data/MAttributes.h"
 #include "data/MHierarchy.h"
 #include "data/MValues.h"
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "engine/MFlowObjects.h"
 
 namespace quorvel {

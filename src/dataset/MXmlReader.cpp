@@ -12,7 +12,7 @@
 #include <fstream>
 #include <vector>
 
-#include "data/MTextForm.h"
+#include "base/MTextForm.h"
 #include "engine/MMediator.h"
 
 namespace quorvel {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 
 namespace quorvel {
 

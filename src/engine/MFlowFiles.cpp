@@ -8,7 +8,7 @@
 #include <iostream>
 #include <set>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"

@@ -7,6 +7,7 @@
 // last outside reference does nothing.
 #pragma once
 
+#include "base/MErrors.h"
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -73,11 +74,6 @@ struct TBox {
 
 // ---------------------------------------------------------------------------
 // Failures carry the fixed texts that callers and the central handler see.
-
-class TFlowError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // Declares the class name of a value or processor class: the name that flow
 // files store and that the registries create objects by.

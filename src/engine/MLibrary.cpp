@@ -4,7 +4,7 @@
 
 #include <iostream>
 
-#include "data/MValues.h"
+#include "engine/MRegistry.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
 #include "engine/MSources.h"
@@ -69,9 +69,9 @@ TBoxPtr instantiateLibBox(const std::string& name, const TInstantiateOptions& op
     const std::string text = port == "gui title" ? getFreeGuiTitle(value) : value;
     auto holder = std::dynamic_pointer_cast<TAbstractDataSource>(made->getProcessorByName(port + " text"));
     if (TProcessorPtr p = made->getIdentityProcessorByInputName(port); p && holder)
-      holder->setData(std::make_shared<TStringData>(text));
+      holder->setData(makeData("TStringData", text));
     else if (p)
-      p->getOnlyInputPin()->setData(std::make_shared<TStringData>(text));
+      p->getOnlyInputPin()->setData(makeData("TStringData", text));
     else
       std::cout << "assign: could not find pin with name '" << port << "'" << std::endl;
   }
@@ -119,10 +119,10 @@ std::shared_ptr<TAbstractProcessor> addTitlePort(TFlowManager& lib, const TBoxPt
                                                  float x, float y) {
   auto port = addInputPort(lib, box, "gui title", x, y);
   // Above the port: sources run first.
-  auto text = addSource(lib, box, "TStringDataSource", "gui title text", std::make_shared<TStringData>(title), x,
+  auto text = addSource(lib, box, "TStringDataSource", "gui title text", makeData("TStringData", title), x,
                         y - 40.0f);
   wire(box, text, "out", port, "gui title");
-  addSource(lib, box, "TBooleanDataSource", "gui front", std::make_shared<TBooleanData>(false), x + 100.0f, y - 40.0f);
+  addSource(lib, box, "TBooleanDataSource", "gui front", makeData("TBooleanData", "0"), x + 100.0f, y - 40.0f);
   return port;
 }
 
@@ -131,9 +131,9 @@ void markFrontView(const TBoxPtr& front) {
   for (const auto& box : me.flowlayout->m_Children) {
     auto flag = std::dynamic_pointer_cast<TAbstractDataSource>(box->getProcessorByName("gui front"));
     if (!flag) continue;
-    auto now = std::dynamic_pointer_cast<TBooleanData>(flag->getData());
-    const bool wanted = box == front;
-    if (!now || now->getValue() != wanted) flag->setData(std::make_shared<TBooleanData>(wanted));
+    const TDataPtr now = flag->getData();
+    const std::string wanted = box == front ? "1" : "0";
+    if (!now || now->stringify() != wanted) flag->setData(makeData("TBooleanData", wanted));
   }
 }
 
@@ -146,13 +146,13 @@ TBoxPtr settleLoadedViews(const std::vector<TBoxPtr>& boxes) {
       // Stored before views kept their titles.
       const std::string title = getFreeGuiTitle(defaultGuiTitle(box->m_Type));
       if (auto text = std::dynamic_pointer_cast<TAbstractDataSource>(box->getProcessorByName("gui title text")))
-        text->setData(std::make_shared<TStringData>(title));
+        text->setData(makeData("TStringData", title));
       else
-        port->getOnlyInputPin()->setData(std::make_shared<TStringData>(title));
+        port->getOnlyInputPin()->setData(makeData("TStringData", title));
     }
     if (auto flag = std::dynamic_pointer_cast<TAbstractDataSource>(box->getProcessorByName("gui front"))) {
-      auto value = std::dynamic_pointer_cast<TBooleanData>(flag->getData());
-      if (value && value->getValue()) front = box;
+      const TDataPtr value = flag->getData();
+      if (value && value->getClassName() == "TBooleanData" && value->stringify() == "1") front = box;
     }
   }
   return front;
@@ -197,7 +197,7 @@ std::shared_ptr<TAbstractProcessor> addSource(TFlowManager& lib, const TBoxPtr& 
 }
 
 TDataPtr scriptValue(const char* literal) {
-  return std::make_shared<TPythonData>(TPyRef::steal(evalStoredLiteral(literal)));
+  return makeData("TPythonData", literal);
 }
 
 std::shared_ptr<TAbstractProcessor> addPicker(TFlowManager& lib, const TBoxPtr& box, const std::string& keyname,

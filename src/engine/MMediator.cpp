@@ -12,7 +12,7 @@
 #include "MFlowManager.h"
 #include "MPython.h"
 #include "MVersion.h"
-#include "data/MTextForm.h"
+#include "base/MTextForm.h"
 
 namespace py = pybind11;
 

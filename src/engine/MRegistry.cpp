@@ -1,8 +1,5 @@
 #include "MRegistry.h"
 
-#include "data/MColorMap.h"
-#include "data/MHierarchy.h"
-#include "data/MValues.h"
 #include "engine/MHookProcessor.h"
 #include "engine/MSources.h"
 
@@ -69,12 +66,16 @@ void registerEngineClasses() {
   static bool done = false;
   if (done) return;
   done = true;
-  registerValueClasses();
-  registerStructureClasses();
   registerSourceClasses();
-  registerColorMapClasses();
   TProcessorRegistry::instance().add<THookProcessorCpp>();
   TProcessorRegistry::instance().add<THookProcessor>();
+}
+
+TDataPtr makeData(const std::string& classname, const std::string& text) {
+  TDataPtr value = TDataRegistry::instance().create(classname);
+  if (!value) throw TFlowError("Unknown value class '" + classname + "'");
+  value->unstringify(text);
+  return value;
 }
 
 std::string storedClassName(const std::string& classname) {

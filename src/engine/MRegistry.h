@@ -66,6 +66,11 @@ class TDataRegistry {
 // calling it again does nothing. Each library above enters its own.
 void registerEngineClasses();
 
+// A value of a registered class, read from its stored text form; raises
+// TFlowError for a class that is not registered. The engine makes values
+// this way, knowing none of their classes.
+TDataPtr makeData(const std::string& classname, const std::string& text);
+
 // The name under which flow files store a processor class: the plain name
 // of a class pair, so "TFoo" also for its core class "TFooCpp".
 std::string storedClassName(const std::string& classname);

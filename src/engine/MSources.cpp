@@ -27,13 +27,13 @@ void TAbstractIdentityProcessor::postCreate() {
 }
 
 TDataPtr TAbstractIdentityProcessor::getData() {
-  return std::make_shared<TStringData>(m_InputPin->m_Name + "|" + m_OutputPin->m_Name);
+  return makeData("TStringData", m_InputPin->m_Name + "|" + m_OutputPin->m_Name);
 }
 
 void TAbstractIdentityProcessor::setData(const TDataPtr& data) {
-  auto text = std::dynamic_pointer_cast<TStringData>(data);
-  if (!text) throw TFlowError("setData(): an identity processor takes its pin names as a TStringData");
-  const std::string& names = text->getValue();
+  if (!data || data->getClassName() != "TStringData")
+    throw TFlowError("setData(): an identity processor takes its pin names as a TStringData");
+  const std::string names = data->stringify();
   const size_t bar = names.find('|');
   if (bar == std::string::npos) throw TFlowError("setData(): pin names must be given as 'in|out'");
   m_InputPin->m_Name = names.substr(0, bar);
@@ -45,10 +45,6 @@ void TAbstractIdentityProcessor::process() {
   resetPins({m_InputPin});
 }
 
-void TIntegerSetDataSource::postCreate() {
-  TTypedDataSource::postCreate();
-  m_OutputPin->setData(std::make_shared<TIntegerSetData>("<noname>"));
-}
 
 namespace {
 
@@ -99,20 +95,6 @@ TProcessorPtr findFeedingSource(const TPinPtr& pin) {
   return found;
 }
 
-void registerSourceClasses() {
-  auto& reg = TProcessorRegistry::instance();
-  reg.add<TAbstractIdentityProcessor>();
-  reg.add<TStringDataSource>();
-  reg.add<TStringListDataSource>();
-  reg.add<TIntDataSource>();
-  reg.add<TFloatDataSource>();
-  reg.add<TBooleanDataSource>();
-  reg.add<TFloatPairDataSource>();
-  reg.add<TBoolAttributeDataSource>();
-  reg.add<TPythonDataSource>();
-  reg.add<TIntegerSetDataSource>();
-  reg.add<TStringDataArraySource>();
-  reg.add<TFloatDataArraySource>();
-}
+void registerSourceClasses() { TProcessorRegistry::instance().add<TAbstractIdentityProcessor>(); }
 
 }  // namespace quorvel

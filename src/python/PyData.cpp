@@ -4,7 +4,7 @@
 #include "data/MAttributes.h"
 #include "data/MHierarchy.h"
 #include "data/MValues.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 
 namespace quorvel::py_bindings {
 

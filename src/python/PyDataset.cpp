@@ -1,7 +1,7 @@
 // Bindings of the database wrapper and of the dataset processors.
 #include "PyEngine.h"
 #include "data/MColorMap.h"
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "dataset/MDatasetLoader.h"
 #include "dataset/MXmlReader.h"
 

@@ -8,7 +8,7 @@
 #include "PyCommon.h"
 #include "data/MIdContainers.h"
 #include "engine/MPython.h"
-#include "analysis/MCoreClasses.h"
+#include "python/MCoreClasses.h"
 #include "engine/MRegistry.h"
 
 namespace quorvel::py_bindings {

@@ -5,7 +5,7 @@
 #include "data/MHierarchy.h"
 #include "data/MValues.h"
 #include "engine/MRegistry.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 
 namespace py = pybind11;
 

@@ -6,7 +6,6 @@
 #include <pybind11/functional.h>
 #include <pybind11/stl.h>
 
-#include "analysis/MCoreClasses.h"
 #include "automation/MMessageServer.h"
 #include "automation/MPluginSystem.h"
 #include "engine/MMediator.h"
@@ -142,7 +141,6 @@ void registerGuiClasses() {
   static bool done = false;
   if (done) return;
   done = true;
-  registerCoreClasses();
   registerGuiProcessors();
   registerListView();
   registerHebView();

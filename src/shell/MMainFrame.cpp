@@ -16,7 +16,7 @@
 #include "data/MValues.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "render/MImageBuilder.h"
 #include "shell/MGuiClasses.h"
 

@@ -5,7 +5,7 @@
 #include "engine/MLibrary.h"
 #include "engine/MPython.h"
 #include "engine/MRegistry.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "shell/MShellCores.h"
 #include "views/MHebCore.h"
 #include "views/MTableLensCore.h"

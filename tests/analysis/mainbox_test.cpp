@@ -10,11 +10,11 @@
 
 #include "analysis/MSelection.h"
 #include "data/MColorMap.h"
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "dataset/MXmlReader.h"
 #include "engine/MLibrary.h"
 #include "engine/MMediator.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 
 using namespace quorvel;
 

@@ -14,7 +14,7 @@
 #include <sstream>
 #include <string>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 
 namespace fs = std::filesystem;
 

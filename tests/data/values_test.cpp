@@ -3,7 +3,7 @@
 #include "support/TestHelpers.h"
 #include <pybind11/embed.h>
 
-#include "data/MTextForm.h"
+#include "base/MTextForm.h"
 #include "data/MValues.h"
 #include "engine/MRegistry.h"
 

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <fstream>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "engine/MMediator.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "support/TestHelpers.h"
 #include "support/TestProcessors.h"
 

@@ -11,7 +11,7 @@
 #include "engine/MHookProcessor.h"
 #include "engine/MLibrary.h"
 #include "engine/MMediator.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "support/TestHelpers.h"
 #include "support/TestProcessors.h"
 

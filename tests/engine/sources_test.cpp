@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "support/TestProcessors.h"
 
 using namespace quorvel;

@@ -6,7 +6,7 @@
 
 #include "analysis/MSelection.h"
 #include "data/MAttributes.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "shell/MActionCores.h"
 #include "shell/MActionList.h"
 #include "support/TestData.h"

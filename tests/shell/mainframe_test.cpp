@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "automation/MExecutor.h"
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "engine/MLibrary.h"
 #include "support/GuiTestHelpers.h"
 #include "support/TestData.h"

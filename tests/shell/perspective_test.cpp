@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "automation/MExecutor.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "support/GuiTestHelpers.h"
 #include "support/Pictures.h"
 #include "views/MHebProcessor.h"

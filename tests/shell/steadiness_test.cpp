@@ -8,7 +8,7 @@
 #include <GL/gl.h>
 
 #include "automation/MExecutor.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "render/MCommonRenderer.h"
 #include "render/MGlCanvas.h"
 #include "shell/MActionList.h"

@@ -88,9 +88,9 @@ class TWalk {
     } else if (kind == "menu") {
       const size_t title = static_cast<size_t>(uniform(0, 3));
       action += " " + std::to_string(title);
-      m_Bar->openAt(m_Input, m_Bar->centre(title));
+      const bool opened = m_Bar->openAt(m_Input, m_Bar->centre(title), 2.0) != nullptr;
       pump(0.02 * uniform(1, 10));
-      m_Bar->closeOpen(m_Input);
+      m_Bar->closeOpen(m_Input, opened ? 0.0 : 1.0);
     } else if (kind == "hover" || kind == "click") {
       wxWindow* content = activeContent();
       if (content) {

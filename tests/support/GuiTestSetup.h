@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "python/MCoreClasses.h"
 #include "automation/MExecutor.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
@@ -31,6 +32,7 @@ inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::s
   fs::current_path(scratch);
 
   startInterpreter({name});
+  registerCoreClasses();
   registerGuiClasses();
   registerScriptModules();
   me.logger = std::make_shared<TLogger>("Quorvel.log");

@@ -86,16 +86,20 @@ class TMenuBarMap {
   bool has(size_t index) const { return m_Centres.count(index) > 0; }
   wxPoint centre(size_t index) const { return m_Centres.at(index); }
   // Opens a menu by a click on the bar; the menu that opened, or null.
-  wxMenu* openAt(TXInput& input, wxPoint p) {
+  wxMenu* openAt(TXInput& input, wxPoint p, double seconds = 0.5) {
     m_Opened = nullptr;
     input.click(p);
-    TXInput::pumpUntil([this] { return m_Opened != nullptr; }, 0.5);
+    TXInput::pumpUntil([this] { return m_Opened != nullptr; }, seconds);
     return m_Opened;
   }
-  void closeOpen(TXInput& input) {
-    if (!m_Open) return;
-    input.key("Escape");
-    TXInput::pumpUntil([this] { return !m_Open; }, 0.5);
+  // Escape until no menu of the bar is open; a menu that opens late (a
+  // busy machine) is closed too.
+  void closeOpen(TXInput& input, double lateness = 0.0) {
+    if (lateness > 0) TXInput::pumpUntil([this] { return m_Open; }, lateness);
+    for (int tries = 0; m_Open && tries < 5; ++tries) {
+      input.key("Escape");
+      TXInput::pumpUntil([this] { return !m_Open; }, 0.5);
+    }
     TXInput::pump(0.02);
   }
   bool isOpen() const { return m_Open; }

@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "engine/MLibrary.h"
 #include "engine/MMediator.h"
-#include "engine/MSources.h"
+#include "data/MDataSources.h"
 #include "support/TestData.h"
 #include "views/MViewCores.h"
 

@@ -4,7 +4,7 @@
 #include <random>
 #include <vector>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "dataset/MXmlReader.h"
 
 namespace quorvel {

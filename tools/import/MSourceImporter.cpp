@@ -13,7 +13,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "dataset/MXmlReader.h"
 
 namespace fs = std::filesystem;

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <iostream>
 
-#include "data/MTextForm.h"
+#include "base/MTextForm.h"
 
 namespace quorvel {
 

@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "dataset/MDatabase.h"
+#include "base/MDatabase.h"
 #include "support/TestHelpers.h"
 
 using namespace quorvel;

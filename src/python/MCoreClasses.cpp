@@ -7,6 +7,7 @@
 #include "analysis/MMainBox.h"
 #include "analysis/MSelection.h"
 #include "dataset/MDatasetLoader.h"
+#include "data/MDataSources.h"
 #include "engine/MRegistry.h"
 #include "views/MViewCores.h"
 
@@ -16,7 +17,7 @@ void registerCoreClasses() {
   static bool done = false;
   if (done) return;
   done = true;
-  registerEngineClasses();
+  registerDataClasses();
   registerDatasetProcessors();
   registerCollapseProcessors();
   registerEdgeAggregationProcessors();

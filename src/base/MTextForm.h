@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/MFlowObjects.h"
+#include "base/MErrors.h"
 
 namespace quorvel {
 

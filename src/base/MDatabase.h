@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-#include "engine/MFlowObjects.h"
+#include "base/MErrors.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
