@@ -300,4 +300,14 @@ std::string applicationVersion() {
   return std::string(trimmed(v));
 }
 
+namespace {
+TAppServices* g_AppServices = nullptr;
+}
+
+TAppServices* appServices() { return g_AppServices; }
+void setAppServices(TAppServices* services) { g_AppServices = services; }
+void runFlowNow() {
+  if (g_AppServices) g_AppServices->runFlow();
+}
+
 }  // namespace quorvel

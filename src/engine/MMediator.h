@@ -100,6 +100,24 @@ class TUiServices {
   virtual void yield() = 0;
 };
 
+// What views ask of the application's main window: to run the network
+// until it is quiet, and to step an animation from the idle loop. Without a
+// main window (headless) the network is left to its caller and nothing
+// animates.
+class TAppServices {
+ public:
+  virtual ~TAppServices() = default;
+  virtual void runFlow() = 0;
+  // Calls step with fractions up to 1.0 over so many seconds; false when
+  // there is nothing that animates.
+  virtual bool animate(std::function<void(double)> step, double seconds) = 0;
+};
+// The services of the process; null without a main window.
+TAppServices* appServices();
+void setAppServices(TAppServices* services);
+// Runs the network through the main window, if there is one.
+void runFlowNow();
+
 class THeadlessUi : public TUiServices {
  public:
   struct Popup {

@@ -140,4 +140,11 @@ void TTextureBuilder::debugRender() {
   glDisable(GL_TEXTURE_2D);
 }
 
+namespace {
+wxImageList* g_IconImageList = nullptr;
+}
+
+wxImageList* iconImageList() { return g_IconImageList; }
+void setIconImageList(wxImageList* list) { g_IconImageList = list; }
+
 }  // namespace quorvel

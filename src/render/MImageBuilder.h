@@ -2,6 +2,8 @@
 // turning them into textures of the current OpenGL context.
 #pragma once
 
+#include <wx/imaglist.h>
+
 #include <GL/gl.h>
 #include <wx/wx.h>
 
@@ -72,5 +74,10 @@ class TTextureBuilder {
   bool m_NeedsUpdate = true;
   std::shared_ptr<TImageBuilderCpp> m_Images;
 };
+
+// The 16 by 16 icons of the program's image list, as list views show them;
+// null before the main window has read them.
+wxImageList* iconImageList();
+void setIconImageList(wxImageList* list);
 
 }  // namespace quorvel

@@ -102,6 +102,8 @@ TMainFrame::TMainFrame(Clock clock)
                           wxDEFAULT_FRAME_STYLE | wxFRAME_NO_WINDOW_MENU),
       m_Clock(clock ? std::move(clock) : Clock(steadySeconds)) {
   g_MainFrame = this;
+  setAppServices(this);
+  setIconImageList(&imagelist);
   // Plug-ins, made below with the menus, may ask for me.mainwindow.
   publishGuiObjects();
   Bind(wxEVT_CLOSE_WINDOW, &TMainFrame::OnClose, this);
@@ -142,6 +144,8 @@ TMainFrame::TMainFrame(Clock clock)
 
 TMainFrame::~TMainFrame() {
   timer.Stop();
+  if (appServices() == this) setAppServices(nullptr);
+  if (iconImageList() == &imagelist) setIconImageList(nullptr);
   if (g_MainFrame == this) g_MainFrame = nullptr;
 }
 

@@ -16,11 +16,12 @@
 #include <vector>
 
 #include "engine/MLibrary.h"
+#include "engine/MMediator.h"
 #include "shell/MGui.h"
 
 namespace quorvel {
 
-class TMainFrame : public wxAuiMDIParentFrame {
+class TMainFrame : public wxAuiMDIParentFrame, public TAppServices {
  public:
   // Seconds; tests give their own.
   using Clock = std::function<double()>;
@@ -52,6 +53,12 @@ class TMainFrame : public wxAuiMDIParentFrame {
 
   void animateMe(std::function<void(double)> animate, double totaltime);
   void doflow();
+  // What the views ask of the main window.
+  void runFlow() override { doflow(); }
+  bool animate(std::function<void(double)> step, double seconds) override {
+    animateMe(std::move(step), seconds);
+    return true;
+  }
   // Queues the commands that open a dataset and its node list; None closes.
   void Load(const std::optional<std::string>& filename);
   TBoxPtr OnInstantiateLibBox(const std::string& name, const TInstantiateOptions& options = {});

@@ -5,7 +5,7 @@
 #include "engine/MMediator.h"
 #include "engine/MRegistry.h"
 #include "shell/MGui.h"
-#include "shell/MMainFrame.h"
+#include "engine/MMediator.h"
 
 namespace quorvel {
 
@@ -158,16 +158,14 @@ void THebProcessor::process_python() {
   if (m_AggLft->hasChanged()) {
     impl->m_AnimationInterpolation = 0;
     impl->m_Animate = true;
-    if (TMainFrame* frame = mainFrame()) {
-      std::weak_ptr<THebProcessor> self = std::static_pointer_cast<THebProcessor>(selfPtr());
-      frame->animateMe(
-          [self](double fraction) {
-            if (auto p = self.lock()) p->animate(fraction);
-          },
-          0.5);
-    } else {
+    std::weak_ptr<THebProcessor> self = std::static_pointer_cast<THebProcessor>(selfPtr());
+    TAppServices* app = appServices();
+    if (!app || !app->animate(
+                    [self](double fraction) {
+                      if (auto p = self.lock()) p->animate(fraction);
+                    },
+                    0.5))
       impl->m_Animate = false;
-    }
   }
   const wxSize client = canvas->GetClientSize();
   impl->prepareRendering(client.GetWidth(), client.GetHeight());

@@ -3,7 +3,8 @@
 #include "data/MAttributes.h"
 #include "engine/MMediator.h"
 #include "engine/MRegistry.h"
-#include "shell/MMainFrame.h"
+#include "engine/MMediator.h"
+#include "render/MImageBuilder.h"
 
 namespace py = pybind11;
 
@@ -68,7 +69,7 @@ void TListGuiProcessor::TPanel::onHeaderRightClick(long column) {
   auto p = proc();
   if (!p) return;
   p->m_OnColumnRightClick->setData(std::make_shared<TIntegerData>(static_cast<int32_t>(column)));
-  if (TMainFrame* frame = mainFrame()) frame->doflow();
+  runFlowNow();
   const std::set<std::string> tags{"popup"};
   if (guiMgr()) guiMgr()->showContextMenu(this, actionListOn(p->m_HeaderActions), &tags);
 }
@@ -78,7 +79,7 @@ void TListGuiProcessor::TPanel::OnColClick(wxListEvent& event) {
   if (!p) return;
   try {
     p->m_OnColumnRightClick->setData(std::make_shared<TIntegerData>(event.GetColumn()));
-    if (TMainFrame* frame = mainFrame()) frame->doflow();
+    runFlowNow();
     executeAction(p->m_HeaderActions, "Toggle sort");
   } catch (...) {
     handleException(std::current_exception());
@@ -205,8 +206,8 @@ void TListGuiProcessor::process_python() {
       panel.listctrl->Refresh();
       panel.update();
     });
-    if (TMainFrame* frame = mainFrame())
-      forPanels([&](TPanel& panel) { panel.listctrl->SetImageList(&frame->imagelist, wxIMAGE_LIST_SMALL); });
+    if (wxImageList* images = iconImageList())
+      forPanels([&](TPanel& panel) { panel.listctrl->SetImageList(images, wxIMAGE_LIST_SMALL); });
   }
   resetPins({});
 }

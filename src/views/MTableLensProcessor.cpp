@@ -11,7 +11,8 @@
 #include "engine/MRegistry.h"
 #include "render/MImageBuilder.h"
 #include "shell/MGui.h"
-#include "shell/MMainFrame.h"
+#include "engine/MMediator.h"
+#include "render/MImageBuilder.h"
 
 namespace quorvel {
 
@@ -119,7 +120,7 @@ void TCanvas::OnMouseMotion(wxMouseEvent& evt) {
       brushed->setSingle(impl->getNidByRow(names[1]));
     }
     SetCursor(wxCursor(wxCURSOR_ARROW));
-    if (me.mainwindow) mainFrame()->doflow();
+    runFlowNow();
   } catch (const std::exception& e) {
     logFailure(e);
   }
@@ -127,7 +128,7 @@ void TCanvas::OnMouseMotion(wxMouseEvent& evt) {
 
 void TCanvas::headerClicked(int column, bool menu) {
   impl->m_Processor->m_OnColumnRightClick->setData(std::make_shared<TIntegerData>(column));
-  if (TMainFrame* frame = mainFrame()) frame->doflow();
+  runFlowNow();
   if (!impl) return;
   if (menu) {
     const std::set<std::string> tags{"popup"};
@@ -195,7 +196,7 @@ void TCanvas::releaseRow(int row, const wxMouseEvent& evt) {
     internal->add(impl->getNidByRow(static_cast<size_t>(r)));
   internal->m_HasChanged = true;
   refresh();
-  if (TMainFrame* frame = mainFrame()) frame->doflow();
+  runFlowNow();
 }
 
 void TCanvas::OnLeftMouseDoubleClick(wxMouseEvent& evt) {
@@ -209,7 +210,7 @@ void TCanvas::OnLeftMouseDoubleClick(wxMouseEvent& evt) {
   selectionB->clear();
   selectionB->add(impl->getNidByRow(row));
   selectionB->m_HasChanged = true;
-  if (TMainFrame* frame = mainFrame()) frame->doflow();
+  runFlowNow();
 }
 
 void TCanvas::OnRightDown(wxMouseEvent& evt) {

@@ -7,7 +7,8 @@
 
 #include "engine/MMediator.h"
 #include "engine/MRegistry.h"
-#include "shell/MMainFrame.h"
+#include "engine/MMediator.h"
+#include "render/MImageBuilder.h"
 
 namespace quorvel {
 
@@ -28,7 +29,7 @@ TPanel::TPanel(wxWindow* parent, TTreeViewProcessor* p) : wxPanel(parent), proce
   listbox->Bind(wxEVT_KEY_UP, &TPanel::onKeyUp, this);
   listbox->Bind(wxEVT_LEFT_DCLICK, [this](wxMouseEvent&) {
     executeAction(processor->m_Actions, "Collapse toggle");
-    if (TMainFrame* frame = mainFrame()) frame->doflow();
+    runFlowNow();
   });
   listbox->Bind(wxEVT_RIGHT_UP, [this](wxMouseEvent&) {
     if (guiMgr()) guiMgr()->showContextMenu(listbox, actionListOn(processor->m_Actions), nullptr);
@@ -69,8 +70,8 @@ void TPanel::drawLine(wxDC& dc, const wxRect& rect, size_t n) {
                                                line.collapsed ? 16 : 8);
   x += 16;
   if (line.icon >= 0)
-    if (TMainFrame* frame = mainFrame(); frame && line.icon < frame->imagelist.GetImageCount()) {
-      const wxBitmap bitmap = frame->imagelist.GetBitmap(line.icon);
+    if (wxImageList* icons = iconImageList(); icons && line.icon < icons->GetImageCount()) {
+      const wxBitmap bitmap = icons->GetBitmap(line.icon);
       if (bitmap.IsOk()) dc.DrawBitmap(bitmap, x, rect.y, true);
     }
   x += 20;
@@ -93,7 +94,7 @@ void TPanel::onSelect() {
   for (int line = listbox->GetFirstSelected(cookie); line != wxNOT_FOUND; line = listbox->GetNextSelected(cookie))
     internal->add(model.nidOfLine(static_cast<size_t>(line)));
   internal->m_HasChanged = true;
-  if (TMainFrame* frame = mainFrame()) frame->doflow();
+  runFlowNow();
 }
 
 void TPanel::onKeyDown(wxKeyEvent& evt) {
@@ -106,7 +107,7 @@ void TPanel::onKeyDown(wxKeyEvent& evt) {
     return;
   }
   executeAction(processor->m_Actions, action);
-  if (TMainFrame* frame = mainFrame()) frame->doflow();
+  runFlowNow();
 }
 
 void TPanel::onKeyUp(wxKeyEvent& evt) {
