@@ -124,14 +124,19 @@ class TMenuBarMap {
 };
 
 // The middle of the left part of a page's tab in a notebook, on the screen;
-// the left part, because the right end of the front tab closes it.
+// the left part, because the right end of the front tab closes it. None
+// when the tab is not shown: with more tabs than room, the strip shows some
+// and arrows to scroll to the others.
 inline std::optional<wxPoint> tabOf(wxAuiNotebook* book, wxWindow* page) {
   for (wxWindow* child : book->GetChildren()) {
     auto* tabs = dynamic_cast<wxAuiTabCtrl*>(child);
     if (!tabs) continue;
+    const int room = tabs->GetClientSize().x - 60;  // the strip's own buttons at the right
     for (size_t i = 0; i < tabs->GetPageCount(); ++i) {
       const wxAuiNotebookPage& p = tabs->GetPage(i);
-      if (p.window == page) return tabs->ClientToScreen(wxPoint(p.rect.x + 6, p.rect.y + p.rect.height / 2));
+      if (p.window != page) continue;
+      if (p.rect.width <= 12 || p.rect.x < 0 || p.rect.x + 12 > room) return std::nullopt;
+      return tabs->ClientToScreen(wxPoint(p.rect.x + 6, p.rect.y + p.rect.height / 2));
     }
   }
   return std::nullopt;
