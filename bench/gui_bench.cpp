@@ -557,6 +557,7 @@ int main(int argc, char** argv) {
   startInterpreter({"quorvel-gui-bench"});
   registerCoreClasses();
   registerGuiClasses();
+  registerAutomationClasses();
   registerScriptModules();
   me.logger = std::make_shared<TLogger>("Quorvel-bench.log");
   me.branding = defaultBranding();

@@ -3,11 +3,12 @@
 
 #include <iostream>
 
+#include "automation/MExecutor.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
 #include "python/MCoreClasses.h"
 #include "shell/MGuiClasses.h"
-#include "shell/MMain.h"
+#include "app/MMain.h"
 
 namespace py = pybind11;
 using namespace quorvel;
@@ -26,6 +27,7 @@ int main(int argc, char** argv) {
     logger = std::make_shared<TLogger>("Quorvel.log");
     registerCoreClasses();
     registerGuiClasses();
+    registerAutomationClasses();
     registerScriptModules();
     me.RELEASEMODE = true;
     me.PUBLICMODE = true;

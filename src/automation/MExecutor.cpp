@@ -9,6 +9,7 @@
 
 #include "analysis/MSelection.h"
 #include "automation/MMessageServer.h"
+#include "automation/MPluginSystem.h"
 #include "data/MAttributes.h"
 #include "data/MHierarchy.h"
 #include "data/MValues.h"
@@ -463,7 +464,43 @@ void defineExecutor(py::module_& m) {
 
 }  // namespace
 
+void registerAutomationClasses() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  addScriptBindings([](void* module) {
+    py::module_& m = *static_cast<py::module_*>(module);
+    py::class_<TMessageServer, std::unique_ptr<TMessageServer, py::nodelete>>(m, "TMessageServer")
+        .def("windowHandle", &TMessageServer::windowHandle)
+        .def("sendMessageToListener", &TMessageServer::sendMessageToListener, py::arg("message"))
+        .def("close", &TMessageServer::close);
+  });
+  addScriptBindings(&bindPluginUi);
+}
+
+void wireShellHooks() {
+  TShellHooks& hooks = shellHooks();
+  hooks.execute = [](const std::string& command) { execute(command); };
+  hooks.runScript = [](const std::optional<std::string>& f) { runScript(f); };
+  hooks.openPerspective = [](const std::optional<std::string>& f) { openPerspective(f); };
+  hooks.pluginRows = [] {
+    std::vector<TShellHooks::TMenuRow> rows;
+    for (auto& row : pluginMenuRows()) rows.push_back({row.name, row.help, row.run});
+    return rows;
+  };
+  hooks.started = [] {
+    if (TMessageServer* server = messageServer())
+      server->sendMessageToListener("OnQuorvelStarted(" + std::to_string(server->windowHandle()) + ")");
+  };
+  hooks.closing = [] {
+    if (TMessageServer* server = messageServer()) server->close();
+    setMessageServer(nullptr);
+    me.server = TPyRef::none();
+  };
+}
+
 void registerExecutor() {
+  wireShellHooks();
   py::dict modules = py::module_::import("sys").attr("modules");
   if (modules.contains("MExecutor")) return;
   py::module_ m = py::reinterpret_borrow<py::module_>(py::module_::import("types").attr("ModuleType")("MExecutor"));

@@ -5,6 +5,8 @@
 // when it has taken the message. A connection may carry many messages.
 #include "automation/MMessageServer.h"
 
+#include <pybind11/pybind11.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -364,6 +366,8 @@ void startMessageChannel(std::optional<int> sendto) {
   try {
     auto server = std::make_shared<TSocketServer>(sendto);
     setMessageServer(server);
+    // Scripts reach it as me.server.
+    me.server = TPyRef::borrow(pybind11::cast(server.get(), pybind11::return_value_policy::reference).ptr());
     if (sendto) logDebug("Sending messages to hwnd " + std::to_string(*sendto));
     logInfo("Listening to incoming messages");
   } catch (const std::exception& e) {

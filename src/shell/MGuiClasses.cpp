@@ -6,8 +6,6 @@
 #include <pybind11/functional.h>
 #include <pybind11/stl.h>
 
-#include "automation/MMessageServer.h"
-#include "automation/MPluginSystem.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
 #include "python/PyEngine.h"
@@ -106,10 +104,6 @@ void bindGui(void* module) {
           for (size_t i = 0; i < r.bar->GetMenuCount(); ++i) labels.push_back(stdText(r.bar->GetMenuLabelText(i)));
         return labels;
       });
-  py::class_<TMessageServer, std::unique_ptr<TMessageServer, py::nodelete>>(m, "TMessageServer")
-      .def("windowHandle", &TMessageServer::windowHandle)
-      .def("sendMessageToListener", &TMessageServer::sendMessageToListener, py::arg("message"))
-      .def("close", &TMessageServer::close);
 
   bindDerived<TMdiChildCreator, TMdiChildCreatorCpp>(m, "TMdiChildCreator");
   bindDerived<TSplitWindowProcessor, TSplitWindowProcessorCpp>(m, "TSplitWindowProcessor");
@@ -148,7 +142,6 @@ void registerGuiClasses() {
   registerTableLensView();
   registerTreeView();
   addScriptBindings(&bindGui);
-  addScriptBindings(&bindPluginUi);
 }
 
 void publishGuiObjects() {
@@ -159,10 +152,6 @@ void publishGuiObjects() {
     publish(me.imagelist, py::cast(TImageListRef{frame}));
     if (frame->menubar) publish(me.menubar, py::cast(TMenuBarRef{frame->menubar}));
   }
-  if (TMessageServer* server = messageServer())
-    publish(me.server, py::cast(server, py::return_value_policy::reference));
-  else
-    me.server = TPyRef::none();
   if (TGuiMgr* mgr = guiMgr()) {
     py::object obj = py::cast(mgr, py::return_value_policy::reference);
     me.guimgr = TPyRef::borrow(obj.ptr());

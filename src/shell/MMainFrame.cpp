@@ -10,9 +10,6 @@
 #include <filesystem>
 #include <iostream>
 
-#include "automation/MExecutor.h"
-#include "automation/MMessageServer.h"
-#include "automation/MPluginSystem.h"
 #include "data/MValues.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
@@ -84,6 +81,17 @@ class TAboutBox : public wxDialog {
 
 TMainFrame* mainFrame() { return g_MainFrame; }
 
+TShellHooks& shellHooks() {
+  static TShellHooks hooks;
+  return hooks;
+}
+
+namespace {
+void runCommand(const std::string& command) {
+  if (shellHooks().execute) shellHooks().execute(command);
+}
+}  // namespace
+
 std::string scriptLiteral(const std::string& text) {
   std::string out = "'";
   for (char c : text) {
@@ -133,9 +141,9 @@ TMainFrame::TMainFrame(Clock clock)
   Bind(wxEVT_TIMER, &TMainFrame::OnTimer, this);
   timer.StartOnce(100);
 
-  if (TMessageServer* server = messageServer()) {
+  if (shellHooks().started) {
     try {
-      server->sendMessageToListener("OnQuorvelStarted(" + std::to_string(server->windowHandle()) + ")");
+      shellHooks().started();
     } catch (...) {
       handleException(std::current_exception());
     }
@@ -182,13 +190,16 @@ void TMainFrame::buildMenus() {
   py::list file;
   file.append(shortAction("Open dataset", [this] { OnLoad(); }, "Open a Quorvel dataset (.db,.xml)."));
   file.append(shortAction("Close", [this] { OnCloseFile(); }, "Close all windows."));
-  file.append(shortAction("Run script", [] { runScript(std::nullopt); }, "Run a Quorvel script."));
+  file.append(shortAction(
+      "Run script", [] { if (shellHooks().runScript) shellHooks().runScript(std::nullopt); }, "Run a Quorvel script."));
   file.append(py::none());
-  file.append(shortAction("Open perspective", [] { openPerspective(std::nullopt); },
+  file.append(shortAction("Open perspective",
+                          [] { if (shellHooks().openPerspective) shellHooks().openPerspective(std::nullopt); },
                           "Open a set of previously stored views."));
   file.append(shortAction("Save perspective", [this] { OnSavePerspective(); }, "Save the current set of views."));
   file.append(py::none());
-  for (const auto& row : pluginMenuRows()) {
+  const auto rows = shellHooks().pluginRows ? shellHooks().pluginRows() : std::vector<TShellHooks::TMenuRow>();
+  for (const auto& row : rows) {
     file.append(py::make_tuple(row.name, py::cpp_function(row.run), py::tuple(), row.help));
     logInfo("Loaded plug-in: " + row.name);
   }
@@ -229,8 +240,8 @@ void TMainFrame::buildMenus() {
   table.append(shortAction("on all edges", tableOn("edge")));
   view.append(py::make_tuple("Table view", table));
   py::list list;
-  list.append(shortAction("on all nodes", [] { execute("openView(\"list on nodes\",activate=False)"); }));
-  list.append(shortAction("on all edges", [] { execute("openView(\"list on edges\",activate=False)"); }));
+  list.append(shortAction("on all nodes", [] { runCommand("openView(\"list on nodes\",activate=False)"); }));
+  list.append(shortAction("on all edges", [] { runCommand("openView(\"list on edges\",activate=False)"); }));
   view.append(py::make_tuple("List view", list));
   view.append(shortAction("T&ree view", instantiate("BTreeView", "Tree view"),
                           "A Tree view lists the nodes of the hierarchy indented under their parents; Left and "
@@ -355,7 +366,7 @@ void TMainFrame::idleStep() {
       py::list queue = py::reinterpret_borrow<py::list>(me.getCommandQueue().get());
       if (py::len(queue) > 0) {
         py::object command = queue.attr("pop")(0);
-        execute(py::str(command).cast<std::string>());
+        runCommand(py::str(command).cast<std::string>());
       }
     }
   } catch (...) {
@@ -463,8 +474,7 @@ void TMainFrame::OnAbout() {
 void TMainFrame::OnVisitWebsite() { wxLaunchDefaultBrowser(wxText(brandingText("website"))); }
 
 void TMainFrame::OnClose(wxCloseEvent& event) {
-  if (TMessageServer* server = messageServer()) server->close();
-  setMessageServer(nullptr);
+  if (shellHooks().closing) shellHooks().closing();
   if (me.flowlayout) {
     try {
       me.flowlayout->store(me.flowlayout->m_Children, "previousstate.qvperspective");

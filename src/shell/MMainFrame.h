@@ -21,6 +21,25 @@
 
 namespace quorvel {
 
+// What the main window does through the automation library: commands,
+// scripts, perspectives, plug-ins and the message channel. The automation
+// library fills these in (wireShellHooks); the window runs without them.
+struct TShellHooks {
+  struct TMenuRow {
+    std::string name;
+    std::string help;
+    std::function<void()> run;
+  };
+  std::function<void(const std::string& command)> execute;
+  std::function<void(const std::optional<std::string>& filename)> runScript;
+  std::function<void(const std::optional<std::string>& filename)> openPerspective;
+  std::function<std::vector<TMenuRow>()> pluginRows;
+  // The window is up (OnQuorvelStarted to a listener), and it closes.
+  std::function<void()> started;
+  std::function<void()> closing;
+};
+TShellHooks& shellHooks();
+
 class TMainFrame : public wxAuiMDIParentFrame, public TAppServices {
  public:
   // Seconds; tests give their own.

@@ -34,6 +34,7 @@ inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::s
   startInterpreter({name});
   registerCoreClasses();
   registerGuiClasses();
+  registerAutomationClasses();
   registerScriptModules();
   me.logger = std::make_shared<TLogger>("Quorvel.log");
   me.branding = defaultBranding();
