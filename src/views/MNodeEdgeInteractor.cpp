@@ -31,7 +31,7 @@ std::pair<TNodeEdgeInteractorCanvas::TPicked, TNodeEdgeInteractorCanvas::TPicked
 
 TNodeEdgeInteractorCanvas::TNodeEdgeInteractorCanvas(wxWindow* parent, std::shared_ptr<TCommonRenderer> renderer,
                                                      TAbstractProcessor* p)
-    : TGlCanvasBase(parent, std::move(renderer)), processor(p) {
+    : TGlCanvasBase(parent, std::move(renderer)), processor(p), rules(p) {
   Bind(wxEVT_KEY_UP, &TNodeEdgeInteractorCanvas::OnKeyUp, this);
 }
 
@@ -47,48 +47,7 @@ TNodeEdgeInteractorCanvas::getPickedSet() {
 }
 
 void TNodeEdgeInteractorCanvas::selectEdges(const TPicked& edges, bool clearselection) {
-  auto collapsed = pinData<TEdgeCollapsedData>("edge collapsed");
-  if (!collapsed) return;
-  auto selection = pinData<TIntegerSetData>("edge primary selection");
-  if (!selection || edges.empty()) return;
-  if (clearselection) selection->clear();
-  std::optional<uint32_t> first;
-  for (const auto& [a, b] : edges) {
-    bool found = false;
-    for (uint32_t eid : collapsed->getForwardEids(a, b, found)) {
-      selection->add(eid);
-      if (!first) first = eid;
-    }
-    for (uint32_t eid : collapsed->getBackwardEids(a, b, found)) {
-      selection->add(eid);
-      if (!first) first = eid;
-    }
-  }
-  // The view's clicked edge, where it has one, is the first edge of the
-  // first record under the mouse.
-  if (auto clicked = pinData<TIntegerData>("clicked edge"); clicked && first)
-    clicked->setValue(static_cast<int32_t>(*first));
-}
-
-void TNodeEdgeInteractorCanvas::processHoverNodes(const TPicked& nodes) {
-  auto brushed = pinData<TIntegerSetData>("brushed nodes");
-  if (!brushed) return;
-  if (nodes.empty()) return brushed->clear();
-  const uint32_t nid = nodes.back().second;
-  brushed->clear();
-  auto hierarchy = pinData<THierarchyData>("hierarchy");
-  if (hierarchy && wxGetKeyState(WXK_SHIFT)) {
-    for (uint32_t id : hierarchy->getNidsBelowNid(nid)) brushed->add(id);
-  } else {
-    brushed->setSingle(nid);
-  }
-}
-
-void TNodeEdgeInteractorCanvas::processHoverEdges(const TPicked& edges) {
-  auto brushed = pinData<TIntegerPairSetData>("brushed edges");
-  if (!brushed) return;
-  brushed->clear();
-  for (const auto& [a, b] : edges) brushed->addPair(a, b);
+  rules.selectEdges(edges, clearselection);
 }
 
 void TNodeEdgeInteractorCanvas::OnMouseMotion(wxMouseEvent& evt) {
@@ -97,9 +56,7 @@ void TNodeEdgeInteractorCanvas::OnMouseMotion(wxMouseEvent& evt) {
   auto [nodes, edges] = getPickedSet();
   hoverednodes = nodes;
   hoverededges = edges;
-  if (!edges.empty() && evt.LeftIsDown() && evt.Dragging()) selectEdges(edges, false);
-  processHoverEdges(edges);
-  processHoverNodes(nodes);
+  rules.hover(nodes, edges, wxGetKeyState(WXK_SHIFT), evt.LeftIsDown() && evt.Dragging());
 }
 
 void TNodeEdgeInteractorCanvas::hoverAt(const wxPoint& pos, bool leftdown, bool dragging) {
@@ -130,31 +87,12 @@ void TNodeEdgeInteractorCanvas::doubleClickAt(const wxPoint& pos) {
 void TNodeEdgeInteractorCanvas::OnMouseLeftDown(wxMouseEvent& evt) {
   TGlCanvasBase::OnMouseLeftDown(evt);
   auto [nodes, edges] = getPickedSet();
-  auto selection = pinData<TIntegerSetData>("node primary selection");
-  if (!selection) return;
-  const bool control = evt.ControlDown();
-  const bool shift = evt.ShiftDown();
-  if (!edges.empty()) return selectEdges(edges, !control);
-  if (nodes.empty()) return;
-  const uint32_t nid = nodes.back().second;
-  if (!control) selection->clear();
-  auto hierarchy = pinData<THierarchyData>("hierarchy");
-  if (shift && hierarchy) {
-    for (uint32_t id : hierarchy->getNidsBelowNid(nid)) selection->add(id);
-  } else {
-    selection->add(nid);
-  }
+  rules.click(nodes, edges, evt.ControlDown(), evt.ShiftDown());
 }
 
 void TNodeEdgeInteractorCanvas::OnLeftMouseDoubleClick(wxMouseEvent&) {
   auto [nodes, edges] = getPickedSet();
-  if (!nodes.empty()) {
-    if (auto collapsed = pinData<TBoolAttributeData>("collapsed")) collapsed->setValueById(nodes.back().second, false);
-    return;
-  }
-  if (!edges.empty()) return;
-  if (auto nodesel = pinData<TIntegerSetData>("node primary selection")) nodesel->clear();
-  if (auto edgesel = pinData<TIntegerSetData>("edge primary selection")) edgesel->clear();
+  rules.doubleClick(nodes, edges);
 }
 
 void TNodeEdgeInteractorCanvas::OnMouseRightUp(wxMouseEvent& evt) {

@@ -7,18 +7,21 @@
 #include <vector>
 
 #include "render/MGlCanvas.h"
+#include "views/MNodeEdgeRules.h"
 #include "views/MVisualizer.h"
 
 namespace quorvel {
 
 class TNodeEdgeInteractorCanvas : public TGlCanvasBase {
  public:
-  using TPicked = std::vector<std::pair<uint32_t, uint32_t>>;
+  using TPicked = TNodeEdgeRules::TPicked;
 
   TNodeEdgeInteractorCanvas(wxWindow* parent, std::shared_ptr<TCommonRenderer> renderer,
                             TAbstractProcessor* processor);
 
   TAbstractProcessor* processor;
+  // What the mouse does, from the picked ids and the modifier keys.
+  TNodeEdgeRules rules;
   std::optional<TPicked> hoverednodes;
   std::optional<TPicked> hoverededges;
 
@@ -26,8 +29,6 @@ class TNodeEdgeInteractorCanvas : public TGlCanvasBase {
   // only; edges as (smallerlft, largerlft) as they came.
   std::pair<TPicked, TPicked> getPickedSet();
   void selectEdges(const TPicked& edges, bool clearselection);
-  void processHoverNodes(const TPicked& nodes);
-  void processHoverEdges(const TPicked& edges);
 
   void OnMouseMotion(wxMouseEvent& evt) override;
   void OnMouseLeftDown(wxMouseEvent& evt) override;
