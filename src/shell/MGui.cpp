@@ -188,7 +188,9 @@ void TVirtualListCtrl::selectRun(long from, long to) {
 
 void TVirtualListCtrl::OnItemSelected(wxListEvent& event) {
   static bool inside = false;
-  SetFocus();
+  // Rows also come selected from the network; a list behind another tab
+  // takes no focus, or its page would come to the front by itself.
+  if (IsShownOnScreen()) SetFocus();
   event.Skip();
   const long row = event.GetIndex();
   if (inside || row < 0 || row >= GetItemCount()) return;
