@@ -204,6 +204,10 @@ class TWalk {
 
   bool switchTab(std::string& action, std::string& why) {
     // The views whose tabs the strip shows.
+    // The strip places its tabs when it draws: draw it first.
+    m_Frame->GetClientWindow()->Refresh();
+    m_Frame->GetClientWindow()->Update();
+    pump(0.02);
     std::vector<std::pair<TChildFrame*, wxPoint>> tabs;
     for (TChildFrame* child : children())
       if (auto at = tabOf(m_Frame->GetClientWindow(), child)) tabs.emplace_back(child, *at);
@@ -221,7 +225,9 @@ class TWalk {
       TXInput::pumpUntil([&] { return m_Frame->GetActiveChild() == child; }, 2);
     }
     if (m_Frame->GetActiveChild() != child) {
-      why = "a click on the tab of " + stdText(child->GetTitle()) + " did not bring it to the front";
+      auto* front = dynamic_cast<TChildFrame*>(m_Frame->GetActiveChild());
+      why = "a click on the tab of " + stdText(child->GetTitle()) + " did not bring it to the front; " +
+            (front ? stdText(front->GetTitle()) : std::string("no view")) + " is in front";
       return false;
     }
     settle();
