@@ -72,6 +72,12 @@ void TChildFrame::setPanel(wxWindow* child) {
 
 void TChildFrame::activateWithFocus() {
   Activate();
+  focusContent();
+}
+
+void TChildFrame::focusContent() {
+  for (wxWindow* w = wxWindow::FindFocus(); w; w = w->GetParent())
+    if (w == this) return;
   std::function<wxWindow*(wxWindow*)> focusable = [&](wxWindow* w) -> wxWindow* {
     for (wxWindow* child : w->GetChildren()) {
       if (child->IsShown() && child->AcceptsFocus()) return child;

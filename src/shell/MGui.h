@@ -66,6 +66,8 @@ class TChildFrame : public wxAuiMDIChildFrame {
   // tab does: a page left with the focus in another would come back to the
   // front as soon as the toolkit delivers that focus.
   void activateWithFocus();
+  // Moves the keyboard into the page, unless it is there already.
+  void focusContent();
   // The processor whose actions the main window's "&Tools" menu shows.
   std::weak_ptr<TAbstractProcessor> proc;
   std::weak_ptr<TAbstractProcessor> processor;

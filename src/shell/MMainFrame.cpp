@@ -127,6 +127,14 @@ TMainFrame::TMainFrame(Clock clock)
   Bind(wxEVT_IDLE, &TMainFrame::OnIdle, this);
 
   buildMenus();
+  // A page brought to the front takes the keyboard: a window of the page
+  // left behind that still held it would bring that page back.
+  GetClientWindow()->Bind(wxEVT_AUINOTEBOOK_PAGE_CHANGED, [this](wxAuiNotebookEvent& event) {
+    event.Skip();
+    CallAfter([this] {
+      if (auto* child = dynamic_cast<TChildFrame*>(GetActiveChild())) child->focusContent();
+    });
+  });
   // GTK 3 draws no size grips: asking for one only brings warnings.
   statusbar = CreateStatusBar(1, wxSTB_DEFAULT_STYLE & ~wxSTB_SIZEGRIP);
   publishGuiObjects();
