@@ -10,19 +10,19 @@
 #include <chrono>
 #include <filesystem>
 
-#include "python/MCoreClasses.h"
+#include "app/MAppClasses.h"
 #include "automation/MExecutor.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
-#include "shell/MGuiClasses.h"
-#include "shell/MMainFrame.h"
+#include "shell/wx/MGuiClasses.h"
+#include "shell/wx/MMainFrame.h"
 #include "support/SyntheticData.h"
-#include "views/MHebProcessor.h"
-#include "views/MListControlViewProcessor.h"
-#include "views/MTableLensProcessor.h"
-#include "views/MTreemapProcessor.h"
-#include "views/MTreeViewProcessor.h"
+#include "views/wx/MHebProcessor.h"
+#include "views/wx/MListControlViewProcessor.h"
+#include "views/wx/MTableLensProcessor.h"
+#include "views/wx/MTreemapProcessor.h"
+#include "views/wx/MTreeViewProcessor.h"
 
 using namespace quorvel;
 namespace fs = std::filesystem;
@@ -555,9 +555,7 @@ BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
 
 int main(int argc, char** argv) {
   startInterpreter({"quorvel-gui-bench"});
-  registerCoreClasses();
-  registerGuiClasses();
-  registerAutomationClasses();
+  registerApplicationClasses();
   registerScriptModules();
   me.logger = std::make_shared<TLogger>("Quorvel-bench.log");
   me.branding = defaultBranding();
@@ -569,7 +567,7 @@ int main(int argc, char** argv) {
   wxTheApp->CallOnInit();
   wxInitAllImageHandlers();
   logToolkitAsserts();
-  registerExecutor();
+  wireApplication();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

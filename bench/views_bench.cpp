@@ -15,9 +15,9 @@
 #include "analysis/MCollapse.h"
 #include "engine/MFlowManager.h"
 #include "support/SyntheticData.h"
-#include "views/MHebCore.h"
-#include "views/MTableLensCore.h"
-#include "views/MTreemapCore.h"
+#include "views/core/MHebCore.h"
+#include "views/core/MTableLensCore.h"
+#include "views/core/MTreemapCore.h"
 
 using namespace quorvel;
 namespace py = pybind11;

@@ -8,7 +8,7 @@
 #include "analysis/MSelection.h"
 #include "data/MValues.h"
 #include "engine/MFlowObjects.h"
-#include "shell/MActionInterfaces.h"
+#include "engine/MActionInterfaces.h"
 
 namespace quorvel {
 

@@ -10,14 +10,15 @@
 #include <ctime>
 #include <iostream>
 
+#include "app/MAppClasses.h"
 #include "automation/MExecutor.h"
 #include "automation/MMessageServer.h"
 #include "engine/MLibrary.h"
 #include "engine/MMediator.h"
 #include "engine/MOptions.h"
 #include "engine/MPython.h"
-#include "shell/MGuiClasses.h"
-#include "shell/MMainFrame.h"
+#include "shell/wx/MGuiClasses.h"
+#include "shell/wx/MMainFrame.h"
 
 namespace py = pybind11;
 
@@ -143,7 +144,7 @@ void run2(const std::vector<std::string>& args) {
   wxInitAllImageHandlers();
   logToolkitAsserts();
   me.ui = std::make_shared<TWxUi>();
-  registerExecutor();
+  wireApplication();
 
   if (options.listento) startMessageChannel(options.sendto);
 

@@ -3,11 +3,9 @@
 
 #include <iostream>
 
-#include "automation/MExecutor.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
-#include "python/MCoreClasses.h"
-#include "shell/MGuiClasses.h"
+#include "app/MAppClasses.h"
 #include "app/MMain.h"
 
 namespace py = pybind11;
@@ -25,9 +23,7 @@ int main(int argc, char** argv) {
   std::shared_ptr<TLogger> logger;
   try {
     logger = std::make_shared<TLogger>("Quorvel.log");
-    registerCoreClasses();
-    registerGuiClasses();
-    registerAutomationClasses();
+    registerApplicationClasses();
     registerScriptModules();
     me.RELEASEMODE = true;
     me.PUBLICMODE = true;

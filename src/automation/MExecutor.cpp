@@ -19,10 +19,9 @@
 #include "engine/MPython.h"
 #include "engine/MRegistry.h"
 #include "data/MDataSources.h"
-#include "render/MGlCanvas.h"
-#include "shell/MActionInterfaces.h"
-#include "shell/MGui.h"
-#include "shell/MMainFrame.h"
+#include "render/wx/MGlCanvas.h"
+#include "engine/MActionInterfaces.h"
+#include "widgets/MGui.h"
 
 namespace py = pybind11;
 
@@ -147,7 +146,7 @@ void edgeClickHook(const TProcessorPtr& hook) {
 // Commands
 
 void cmdExit() {
-  if (TMainFrame* frame = mainFrame()) frame->Close();
+  if (wxWindow* frame = mainWindow()) frame->Close();
 }
 
 void cmdMakeScreenshot(const std::optional<std::string>& filename, bool large) {
@@ -161,7 +160,7 @@ void cmdMakeScreenshot(const std::optional<std::string>& filename, bool large) {
 // A picture of the whole main window as the screen shows it, as PNG or BMP
 // by the name's ending.
 void cmdSaveWindowPicture(const std::string& filename) {
-  TMainFrame* frame = mainFrame();
+  wxWindow* frame = mainWindow();
   if (!frame) throw TFlowError("There is no main window");
   // What the commands before this one did must be on the screen: the
   // toolkit shows and lays out windows in its own events, and a canvas
@@ -170,7 +169,7 @@ void cmdSaveWindowPicture(const std::string& filename) {
   for (int i = 0, quiet = 0; i < 200 && quiet < 3; ++i) {
     frame->Update();
     wxYield();
-    frame->doflow();
+    runFlowNow();
     const wxSize now = frame->GetClientSize();
     quiet = now == last ? quiet + 1 : 0;
     last = now;
@@ -478,29 +477,8 @@ void registerAutomationClasses() {
   addScriptBindings(&bindPluginUi);
 }
 
-void wireShellHooks() {
-  TShellHooks& hooks = shellHooks();
-  hooks.execute = [](const std::string& command) { execute(command); };
-  hooks.runScript = [](const std::optional<std::string>& f) { runScript(f); };
-  hooks.openPerspective = [](const std::optional<std::string>& f) { openPerspective(f); };
-  hooks.pluginRows = [] {
-    std::vector<TShellHooks::TMenuRow> rows;
-    for (auto& row : pluginMenuRows()) rows.push_back({row.name, row.help, row.run});
-    return rows;
-  };
-  hooks.started = [] {
-    if (TMessageServer* server = messageServer())
-      server->sendMessageToListener("OnQuorvelStarted(" + std::to_string(server->windowHandle()) + ")");
-  };
-  hooks.closing = [] {
-    if (TMessageServer* server = messageServer()) server->close();
-    setMessageServer(nullptr);
-    me.server = TPyRef::none();
-  };
-}
 
 void registerExecutor() {
-  wireShellHooks();
   py::dict modules = py::module_::import("sys").attr("modules");
   if (modules.contains("MExecutor")) return;
   py::module_ m = py::reinterpret_borrow<py::module_>(py::module_::import("types").attr("ModuleType")("MExecutor"));
@@ -528,7 +506,7 @@ void execute(const std::string& command) {
 void runScript(const std::optional<std::string>& filename) {
   std::string name;
   if (!filename) {
-    wxFileDialog open(mainFrame(), "Run script", "", "", "Quorvel script (*.qvscript)|*.qvscript|All files (*.*)|*.*",
+    wxFileDialog open(mainWindow(), "Run script", "", "", "Quorvel script (*.qvscript)|*.qvscript|All files (*.*)|*.*",
                       wxFD_OPEN | wxFD_FILE_MUST_EXIST);
     if (open.ShowModal() != wxID_OK) return;
     name = stdText(open.GetPath());
@@ -552,7 +530,7 @@ void runScript(const std::optional<std::string>& filename) {
 void openPerspective(const std::optional<std::string>& filename) {
   std::string name;
   if (!filename) {
-    wxFileDialog open(mainFrame(), "Open perspective", "", "",
+    wxFileDialog open(mainWindow(), "Open perspective", "", "",
                       "Quorvel perspective file (*.qvperspective)|*.qvperspective", wxFD_OPEN | wxFD_FILE_MUST_EXIST);
     if (open.ShowModal() != wxID_OK) return;
     name = stdText(open.GetPath());

@@ -13,9 +13,6 @@ void registerExecutor();
 // The script bindings of this library (the message server, the dialogs of
 // plug-ins); before the script modules are made.
 void registerAutomationClasses();
-// What the main window does through this library: commands, scripts,
-// perspectives, plug-in rows and the message channel.
-void wireShellHooks();
 
 // Runs one command in the module's namespace. Never raises: failures go to
 // the central handler.

@@ -10,8 +10,7 @@
 
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
-#include "shell/MGui.h"
-#include "shell/MMainFrame.h"
+#include "widgets/MGui.h"
 
 namespace py = pybind11;
 namespace fs = std::filesystem;
@@ -37,33 +36,33 @@ void bindPluginUi(void* module) {
   m.def("pluginYield", [] { me.ui->yield(); });
   m.def("pluginLogWindow", [](const std::string& title, const std::string& text) {
     logInfo(title + ":\n" + text);
-    if (quietPopups() || !mainFrame()) return;
-    auto* window = new TLogWindow(mainFrame(), wxText(title));
+    if (quietPopups() || !mainWindow()) return;
+    auto* window = new TLogWindow(mainWindow(), wxText(title));
     window->append(wxText(text));
     window->Show();
   });
   m.def(
       "pluginMessageBox",
       [](const std::string& text, const std::string& title, bool exclamation) {
-        if (quietPopups() || !mainFrame()) {
+        if (quietPopups() || !mainWindow()) {
           logInfo("Message box '" + title + "': " + text);
           return;
         }
-        wxMessageBox(wxText(text), wxText(title), wxOK | (exclamation ? wxICON_EXCLAMATION : 0), mainFrame());
+        wxMessageBox(wxText(text), wxText(title), wxOK | (exclamation ? wxICON_EXCLAMATION : 0), mainWindow());
       },
       py::arg("text"), py::arg("title"), py::arg("exclamation") = false);
   m.def("pluginChooseFolder", [](const std::string& title) {
-    wxDirDialog dialog(mainFrame(), wxText(title));
+    wxDirDialog dialog(mainWindow(), wxText(title));
     const bool ok = dialog.ShowModal() == wxID_OK;
     return textOrNone(dialog.GetPath(), ok);
   });
   m.def("pluginChooseFile", [](const std::string& title, const std::string& wildcard) {
-    wxFileDialog dialog(mainFrame(), wxText(title), "", "", wxText(wildcard), wxFD_OPEN | wxFD_FILE_MUST_EXIST);
+    wxFileDialog dialog(mainWindow(), wxText(title), "", "", wxText(wildcard), wxFD_OPEN | wxFD_FILE_MUST_EXIST);
     const bool ok = dialog.ShowModal() == wxID_OK;
     return textOrNone(dialog.GetPath(), ok);
   });
   m.def("pluginAskText", [](const std::string& title, const std::string& prompt, const std::string& value) {
-    wxTextEntryDialog dialog(mainFrame(), wxText(prompt), wxText(title), wxText(value));
+    wxTextEntryDialog dialog(mainWindow(), wxText(prompt), wxText(title), wxText(value));
     const bool ok = dialog.ShowModal() == wxID_OK;
     return textOrNone(dialog.GetValue(), ok);
   });

@@ -218,4 +218,27 @@ TExceptionText describeException(std::exception_ptr e) {
   return out;
 }
 
+namespace {
+std::vector<void (*)(void*)>& scriptBindingList() {
+  static std::vector<void (*)(void*)> list;
+  return list;
+}
+}  // namespace
+
+void addScriptBindings(void (*bind)(void* quorvelModule)) { scriptBindingList().push_back(bind); }
+const std::vector<void (*)(void*)>& addedScriptBindings() { return scriptBindingList(); }
+
+std::string scriptLiteral(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) {
+    if (c == '\\' || c == '\'') out += '\\';
+    if (c == '\n') {
+      out += "\\n";
+      continue;
+    }
+    out += c;
+  }
+  return out + "'";
+}
+
 }  // namespace quorvel

@@ -20,12 +20,15 @@ void stopInterpreter();
 
 // Makes the modules MQuorvel and MStlWraps importable in the running
 // interpreter. Raises "Failed to register module with Python interpreter".
+// Defined by the bindings library (python/), which every program links.
 void registerScriptModules();
 
 // A library above the core adds its own bindings to MQuorvel: each function
 // given here runs, in order, once the core's bindings stand. Register before
 // registerScriptModules.
 void addScriptBindings(void (*bind)(void* quorvelModule));
+// Those functions, in the order given.
+const std::vector<void (*)(void*)>& addedScriptBindings();
 
 struct TExceptionText {
   // The exception's own text: what str() of it gives.
@@ -52,5 +55,9 @@ std::string pyReprString(const std::string& text);
 // literals, lists, tuples, dicts and sets (also set(), inf, nan and vectors
 // of numbers). Nothing is run: any other expression raises ValueError.
 PyObject* evalStoredLiteral(const std::string& text);
+
+// Escapes a text as a literal of the script language: quotes and
+// backslashes, so that a file name reaches a command whole.
+std::string scriptLiteral(const std::string& text);
 
 }  // namespace quorvel

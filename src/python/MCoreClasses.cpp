@@ -9,7 +9,7 @@
 #include "dataset/MDatasetLoader.h"
 #include "data/MDataSources.h"
 #include "engine/MRegistry.h"
-#include "views/MViewCores.h"
+#include "views/core/MViewCores.h"
 
 namespace quorvel {
 

@@ -7,6 +7,7 @@
 
 #include "PyCommon.h"
 #include "engine/MFlowManager.h"
+#include "engine/MScriptBindings.h"
 
 namespace quorvel::py_bindings {
 
@@ -19,14 +20,7 @@ TProcessorFactory scriptFactory(py::object ctor);
 
 void bindMediator(py::module_& m);
 
-// A class held by shared pointer below `Base`, with its default constructor
-// when it has one.
-template <class T, class Base>
-py::class_<T, Base, std::shared_ptr<T>> bindDerived(py::module_& m, const char* name) {
-  auto cls = py::class_<T, Base, std::shared_ptr<T>>(m, name);
-  if constexpr (std::is_default_constructible_v<T>) cls.def(py::init<>());
-  return cls;
-}
+using quorvel::bindDerived;
 
 // Processor classes derived in a script reach the core through this class:
 // virtual operations go to the script's methods, and the hooks are whatever

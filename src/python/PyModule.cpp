@@ -101,13 +101,6 @@ void rejectNoneSelfInClasses(py::module_& m) {
 
 }  // namespace
 
-namespace {
-std::vector<void (*)(void*)>& extraBindings() {
-  static std::vector<void (*)(void*)> list;
-  return list;
-}
-}  // namespace
-
 void defineModules(py::module_& quorvel, py::module_& stlwraps) {
   registerCoreClasses();
   bindStlWraps(stlwraps);
@@ -117,7 +110,7 @@ void defineModules(py::module_& quorvel, py::module_& stlwraps) {
   bindDataset(quorvel);
   bindAnalysis(quorvel);
   bindViews(quorvel);
-  for (auto bind : extraBindings()) bind(&quorvel);
+  for (auto bind : addedScriptBindings()) bind(&quorvel);
   rejectNoneSelfInClasses(quorvel);
   rejectNoneSelfInClasses(stlwraps);
 }
@@ -125,8 +118,6 @@ void defineModules(py::module_& quorvel, py::module_& stlwraps) {
 }  // namespace quorvel::py_bindings
 
 namespace quorvel {
-
-void addScriptBindings(void (*bind)(void* quorvelModule)) { py_bindings::extraBindings().push_back(bind); }
 
 void registerScriptModules() {
   namespace py = pybind11;

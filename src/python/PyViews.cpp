@@ -2,11 +2,11 @@
 // what they compute without a window.
 #include "PyEngine.h"
 #include "analysis/MSelection.h"
-#include "shell/MActionCores.h"
-#include "shell/MShellCores.h"
-#include "views/MHebCore.h"
-#include "views/MTreemapCore.h"
-#include "views/MViewCores.h"
+#include "shell/core/MActionCores.h"
+#include "shell/core/MShellCores.h"
+#include "views/core/MHebCore.h"
+#include "views/core/MTreemapCore.h"
+#include "views/core/MViewCores.h"
 
 namespace quorvel::py_bindings {
 

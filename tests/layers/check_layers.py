@@ -4,8 +4,9 @@
     check_layers.py SRC KNOWN LAYER...
 
 LAYER names the folders of SRC from the bottom up (the order the build
-files give). An include "folder/..." from a file of a lower folder is an
-upward include. Those listed in KNOWN (lines "file: include", # comments)
+files give); a layer may be a folder within a folder ("views/core"). A file
+belongs to the longest layer its path starts with, and so does an include
+"folder/.../name.h"; an include of a higher layer is an upward include. Those listed in KNOWN (lines "file: include", # comments)
 are the ones still to be taken away: the check lists every upward include,
 says how many there are, and fails on one that KNOWN does not list, and on a
 line of KNOWN that no longer holds, so that the list only shrinks.
@@ -15,26 +16,39 @@ import os
 import re
 import sys
 
-INCLUDE = re.compile(r'\s*#\s*include\s+"([A-Za-z_]+)/([^"]+)"')
+INCLUDE = re.compile(r'\s*#\s*include\s+"([^"]+)"')
+
+
+def layer_of(path, layers):
+    """The longest layer that the path starts with, or None."""
+    best = None
+    for name in layers:
+        if path.startswith(name + "/") and (best is None or len(name) > len(best)):
+            best = name
+    return best
 
 
 def upward_includes(src, layers):
     rank = {name: i for i, name in enumerate(layers)}
     found = []
-    for folder in layers:
-        top = os.path.join(src, folder)
-        for root, _, files in os.walk(top):
-            for name in sorted(files):
-                if not name.endswith((".h", ".cpp", ".hpp", ".cc")):
-                    continue
-                path = os.path.join(root, name)
-                rel = os.path.relpath(path, src)
-                with open(path, encoding="utf-8", errors="replace") as f:
-                    for line in f:
-                        m = INCLUDE.match(line)
-                        if m and m.group(1) in rank and rank[m.group(1)] > rank[folder]:
-                            found.append("%s: %s/%s" % (rel, m.group(1), m.group(2)))
-    return found
+    for root, _, files in os.walk(src):
+        for name in sorted(files):
+            if not name.endswith((".h", ".cpp", ".hpp", ".cc")):
+                continue
+            path = os.path.join(root, name)
+            rel = os.path.relpath(path, src)
+            own = layer_of(rel, layers)
+            if own is None:
+                continue
+            with open(path, encoding="utf-8", errors="replace") as f:
+                for line in f:
+                    m = INCLUDE.match(line)
+                    if not m:
+                        continue
+                    target = layer_of(m.group(1), layers)
+                    if target is not None and rank[target] > rank[own]:
+                        found.append("%s: %s" % (rel, m.group(1)))
+    return sorted(found)
 
 
 def main():

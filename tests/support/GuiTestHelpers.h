@@ -12,8 +12,8 @@
 #include <string>
 
 #include "engine/MMediator.h"
-#include "shell/MGuiClasses.h"
-#include "shell/MMainFrame.h"
+#include "shell/wx/MGuiClasses.h"
+#include "shell/wx/MMainFrame.h"
 
 namespace quorvel::test {
 

@@ -10,13 +10,13 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "python/MCoreClasses.h"
+#include "app/MAppClasses.h"
 #include "automation/MExecutor.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
-#include "shell/MGui.h"
-#include "shell/MGuiClasses.h"
+#include "widgets/MGui.h"
+#include "shell/wx/MGuiClasses.h"
 
 namespace quorvel::test {
 
@@ -32,9 +32,7 @@ inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::s
   fs::current_path(scratch);
 
   startInterpreter({name});
-  registerCoreClasses();
-  registerGuiClasses();
-  registerAutomationClasses();
+  registerApplicationClasses();
   registerScriptModules();
   me.logger = std::make_shared<TLogger>("Quorvel.log");
   me.branding = defaultBranding();
@@ -50,7 +48,7 @@ inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::s
   wxTheApp->CallOnInit();
   wxInitAllImageHandlers();
   logToolkitAsserts(onToolkitAssert);
-  registerExecutor();
+  wireApplication();
   return true;
 }
 

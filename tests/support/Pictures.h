@@ -8,9 +8,9 @@
 
 #include <cstdlib>
 
-#include "render/MCommonRenderer.h"
-#include "render/MGlCanvas.h"
-#include "shell/MGui.h"
+#include "render/wx/MCommonRenderer.h"
+#include "render/wx/MGlCanvas.h"
+#include "widgets/MGui.h"
 
 namespace quorvel::test {
 

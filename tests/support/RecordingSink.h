@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "engine/MFlowObjects.h"
-#include "render/MDrawSink.h"
+#include "render/core/MDrawSink.h"
 
 namespace quorvel::test {
 

@@ -1,0 +1,467 @@
+// The view boxes of the library. A view box has ports named as BMain's
+// output ports, through which autoconnect joins it to the dataset.
+#include <pybind11/pybind11.h>
+
+#include "engine/MLibrary.h"
+#include "engine/MPython.h"
+#include "engine/MRegistry.h"
+#include "data/MDataSources.h"
+#include "shell/core/MShellCores.h"
+#include "views/core/MHebCore.h"
+#include "views/core/MTableLensCore.h"
+#include "views/core/MTreemapCore.h"
+#include "views/core/MTreeViewCore.h"
+#include "views/core/MViewCores.h"
+#include "data/MValues.h"
+
+#include <map>
+
+namespace quorvel {
+
+namespace {
+
+// The icons by the texts of "type", or none.
+const char* const kIconPickerSettings = "{'allownone': True, 'defaultkey': [\"icon for 'type'\"]}";
+
+// The shown columns of an id view: a key list (by default all but the
+// internal keys) and the picker that takes those columns from `attributes`.
+struct TColumns {
+  TProcessorPtr keys, picker;
+};
+TColumns addColumns(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& attributes) {
+  auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
+  auto columnSettings =
+      addSource(lib, box, "TPythonDataSource", "column picker settings", scriptValue("{'defaultkeys': 'all'}"), 150, 40);
+  auto columns = addNamed(lib, box, "TSubArrayPicker", "column picker", 100, 60);
+  wire(box, attributes, "out", columns, "array");
+  wire(box, keys, "out", columns, "keys");
+  wire(box, columnSettings, "out", columns, "settings");
+  return {keys, columns};
+}
+
+// The header commands of an id view: sorting by the clicked column, and
+// removing or configuring columns.
+void addHeaderActions(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& view, const TColumns& columns,
+                      const TProcessorPtr& sort) {
+  auto header = addNamed(lib, box, "TListHeaderActions", "list header actions", 700, 80);
+  wire(box, view, "on column right click", header, "column index");
+  wire(box, columns.picker, "out", header, "attributes");
+  wire(box, sort, "out", header, "sort");
+  wire(box, columns.keys, "out", header, "keys");
+  wire(box, header, "actions", view, "header actions");
+}
+
+// Moving the rows marked in a view into the shared selection and out.
+TProcessorPtr addInternalSelectionActions(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& internal,
+                                          const TProcessorPtr& selectionB) {
+  auto actions = addNamed(lib, box, "TInternalSelectionActions", "internal sel actions", 600, 80);
+  wire(box, internal, "out", actions, "internal selection");
+  wire(box, selectionB, "out", actions, "selection b");
+  return actions;
+}
+
+// BListView: the ids of one selection of the dataset with all their
+// attributes as a report list. Its ports take the node or the edge names
+// when it is opened ("node attributes", ...).
+void buildListView(TFlowManager& lib) {
+  auto box = makeBox("BListView");
+  lib.addBox(box);
+  auto title = addTitlePort(lib, box, defaultGuiTitle(box->m_Type), 0, 0);
+  auto attributes = addInputPort(lib, box, "attributes", 100, 0);
+  auto selections = addInputPort(lib, box, "selections", 200, 0);
+  auto selectionB = addInputPort(lib, box, "selection b", 300, 0);
+  auto icons = addInputPort(lib, box, "icon attributes", 400, 0);
+
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, title, "out", window, "gui title");
+
+  auto selection = addPicker(lib, box, "selection picker", selections, "out", nullptr,
+                             "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
+  auto iconPicker = addPicker(lib, box, "icon picker", icons, "out", nullptr, kIconPickerSettings, 400, 60);
+
+  const TColumns columns = addColumns(lib, box, attributes);
+  auto sort = addSource(lib, box, "TPythonDataSource", "sort", nullptr, 600, 40);
+  auto internal = addNamed(lib, box, "TIntegerSetDataSource", "internal selection", 700, 40);
+
+  auto list = addNamed(lib, box, "TListGuiProcessor", "list view", 0, 100);
+  wire(box, window, "out", list, "gui parent");
+  wire(box, columns.picker, "out", list, "attributes");
+  wire(box, sort, "out", list, "sort");
+  wire(box, selection, "out", list, "selection");
+  wire(box, selectionB, "out", list, "selection b");
+  wire(box, internal, "out", list, "internal selection");
+  wire(box, iconPicker, "out", list, "icon attr");
+  wire(box, columns.keys, "out", list, "keys");
+
+  // Rows: deselecting, and moving the marked rows into the shared
+  // selection; headers: sorting and columns.
+  auto nodeSelection = addInputPort(lib, box, "node primary selection", 500, 0);
+  auto edgeSelection = addInputPort(lib, box, "edge primary selection", 600, 0);
+  auto common = addNamed(lib, box, "TCommonNodeEdgeActions", "common n/e actions", 500, 80);
+  wire(box, nodeSelection, "out", common, "node user selection");
+  wire(box, edgeSelection, "out", common, "edge user selection");
+  auto merger = addNamed(lib, box, "TActionMerger", "row actions", 500, 100);
+  wire(box, addInternalSelectionActions(lib, box, internal, selectionB), "actions", merger, "in1");
+  wire(box, common, "actions", merger, "in2");
+  wire(box, merger, "out", list, "actions");
+  addHeaderActions(lib, box, list, columns, sort);
+}
+
+// The ports of a view box, by BMain's names, in one row.
+std::map<std::string, TProcessorPtr> addPorts(TFlowManager& lib, const TBoxPtr& box,
+                                               std::initializer_list<const char*> names) {
+  std::map<std::string, TProcessorPtr> port;
+  float x = 0;
+  for (const char* name : names) {
+    port[name] = std::string(name) == "gui title" ? addTitlePort(lib, box, defaultGuiTitle(box->m_Type), x, 0)
+                                                  : addInputPort(lib, box, name, x, 0);
+    x += 100;
+  }
+  return port;
+}
+
+struct TViewHierarchy {
+  TProcessorPtr pruned, collapser;
+};
+
+// A view's own hierarchy: the nodes of `shown` less its hidden nodes, with
+// their ancestors, folded by the shared collapsed state.
+TViewHierarchy addViewHierarchy(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                                const TProcessorPtr& shownFrom, const char* shownPin) {
+  auto hidden = addSource(lib, box, "TIntegerSetDataSource", "hidden nodes", std::make_shared<TIntegerSetData>(), 300,
+                          80);
+  auto shown = addNamed(lib, box, "TSetSubtract", "shown nodes", 200, 100);
+  wire(box, shownFrom, shownPin, shown, "in1");
+  wire(box, hidden, "out", shown, "in2");
+  auto pruned = addNamed(lib, box, "TTreePruner", "filtered hierarchy", 200, 120);
+  wire(box, port["full hierarchy"], "out", pruned, "hierarchy");
+  wire(box, shown, "out", pruned, "selection");
+  auto collapser = addNamed(lib, box, "TCollapseProcessor", "view collapser", 200, 140);
+  wire(box, port["full hierarchy"], "out", collapser, "full hierarchy");
+  wire(box, pruned, "hierarchy", collapser, "hierarchy");
+  wire(box, port["collapsed attr"], "out", collapser, "boolattribute");
+  return {pruned, collapser};
+}
+
+// The folding and undo commands of a node view, with the screenshots,
+// joined for its menus and keys. Folding works on the selection, or on the
+// node under the mouse while nothing is selected.
+// A view without hover names its own second source of active nodes.
+TProcessorPtr addNodeViewActions(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                                 const TViewHierarchy& h, const TProcessorPtr& activeToo = nullptr) {
+  auto active = addNamed(lib, box, "TSetOr", "active nodes", 100, 220);
+  wire(box, port["node primary selection"], "out", active, "in1");
+  wire(box, activeToo ? activeToo : port["brushed nodes"], "out", active, "in2");
+  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 0, 220);
+  auto hierarchyActions = addNamed(lib, box, "THierarchyActions", "hierarchy actions", 100, 240);
+  wire(box, active, "out", hierarchyActions, "active nodes");
+  wire(box, port["node primary selection"], "out", hierarchyActions, "node user selection");
+  wire(box, port["full hierarchy"], "out", hierarchyActions, "full hierarchy");
+  wire(box, h.pruned, "hierarchy", hierarchyActions, "filtered hierarchy");
+  wire(box, h.collapser, "collapsed hierarchy out", hierarchyActions, "collapsed hierarchy");
+  wire(box, port["collapsed attr"], "out", hierarchyActions, "collapsed attr");
+  wire(box, port["level attr"], "out", hierarchyActions, "level attr");
+  auto viewActions = addNamed(lib, box, "TNodeEdgeActionsForView", "n/e actions for view", 200, 240);
+  wire(box, port["node primary selection"], "out", viewActions, "node user selection");
+  wire(box, port["edge primary selection"], "out", viewActions, "edge user selection");
+  wire(box, port["edges"], "out", viewActions, "edge data");
+  wire(box, port["collapse stack"], "out", viewActions, "collapse stack");
+  auto merger = addNamed(lib, box, "TActionMerger", "view actions", 100, 260);
+  wire(box, canvasActions, "actions", merger, "in1");
+  wire(box, hierarchyActions, "actions", merger, "in2");
+  wire(box, viewActions, "actions", merger, "in3");
+  return merger;
+}
+
+// The text and colour attributes of a node view and its colour map, picked
+// by keys that sources in the box hold (the settings give the key taken
+// while a source is empty), wired to the view's pins of the same names.
+void addNodeAttributePickers(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                             const TProcessorPtr& view) {
+  auto picker = [&](const std::string& name, const TProcessorPtr& array, const TProcessorPtr& key,
+                    const char* settings, float px) { return addPicker(lib, box, name, array, "out", key, settings, px, 200); };
+  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
+  auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 180);
+  auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 180);
+  wire(box, picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200), "out",
+       view, "node text attr");
+  wire(box, picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300), "out",
+       view, "node color attr");
+  wire(box,
+       picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400),
+       "out", view, "node color attr ordnorm");
+  wire(box, picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500), "out", view,
+       "node colormap");
+}
+
+// A selection of the ids of a port by a filter dictionary held in a source
+// ("<prefix> value" or as named), under settings that let everything pass
+// while no filter is set.
+struct TAttributeFilter {
+  TProcessorPtr selector, value;
+};
+TAttributeFilter addAttributeFilter(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                                    const std::string& name, const std::string& valueName,
+                                    const std::string& settingsName, const TDataPtr& filter, const char* ids,
+                                    const char* attributes, float x, float y) {
+  auto value = addSource(lib, box, "TPythonDataSource", valueName, filter, x, y);
+  auto settings = addSource(lib, box, "TPythonDataSource", settingsName, scriptValue("{'filterdefault': 1}"), x + 50, y);
+  auto selector = addNamed(lib, box, "TSelector1", name, x, y + 20);
+  wire(box, port[ids], "out", selector, "selection");
+  wire(box, port[attributes], "out", selector, "attributes");
+  wire(box, value, "out", selector, "filter");
+  wire(box, settings, "out", selector, "settings");
+  return {selector, value};
+}
+
+// BHebView: the radial view. Its ports take BMain's outputs by name; the
+// text and colour attributes and the colour map are picked by keys that
+// sources in the box hold. The view filters and hides on its own: its
+// inclusion filters and hidden nodes make its hierarchy, which it folds with
+// the shared collapsed state, and its own folded edges and their colours.
+void buildHebView(TFlowManager& lib) {
+  auto box = makeBox("BHebView");
+  lib.addBox(box);
+  auto port = addPorts(lib, box,
+                       {"gui title", "full hierarchy", "level attr", "collapsed attr", "collapse stack", "colormaps",
+                        "all nodes", "all edges", "node attributes", "node attributes ordnorm", "node icon attributes",
+                        "edge attributes", "edges", "edge color attr", "edge color attr ordnorm", "edge colormap",
+                        "brushed nodes", "brushed edges", "node primary selection", "node secondary selection",
+                        "edge primary selection", "incident edge selection"});
+
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+
+  // The view's own hierarchy: what passes the node filter and is not hidden.
+  auto filter = [&](const std::string& kind, const char* name, const char* all, const char* attributes, float fx) {
+    auto f = addAttributeFilter(lib, box, port, name, kind + " inclusion filter value",
+                                kind + " inclusion filter settings", nullptr, all, attributes, fx, 40);
+    // What a listening process hears of the filter.
+    wire(box, f.value, "out", addNamed(lib, box, "THookProcessor", kind + " inclusion filter hook", fx + 50, 80), "in");
+    return f.selector;
+  };
+  auto nodeFilter = filter("node", "Node inclusion filter", "all nodes", "node attributes", 200);
+  auto edgeFilter = filter("edge", "Edge inclusion filter", "all edges", "edge attributes", 400);
+  // The edge last clicked, -1 until one is: what a listening process hears
+  // as OnEdgeClick.
+  auto clickedEdge =
+      addSource(lib, box, "TIntDataSource", "clicked edge", std::make_shared<TIntegerData>(-1), 650, 60);
+  wire(box, clickedEdge, "out", addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 600, 80), "in");
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, nodeFilter, "output");
+  const TProcessorPtr& collapser = tree.collapser;
+
+  // Its edges, folded onto what it shows, and their colours.
+  auto edgeCollapser = addNamed(lib, box, "TEdgeCollapsedProcessor", "view edge collapser", 400, 140);
+  wire(box, port["full hierarchy"], "out", edgeCollapser, "hierarchy");
+  wire(box, collapser, "agglft out", edgeCollapser, "agglft");
+  wire(box, port["edges"], "out", edgeCollapser, "edges");
+  wire(box, edgeFilter, "output", edgeCollapser, "edge selection");
+  auto aggregation = addSource(lib, box, "TStringDataSource", "edge color aggregation",
+                               std::make_shared<TStringData>("max"), 500, 140);
+  auto edgeColors = addNamed(lib, box, "TEdgeColorProcessor", "view edge colors", 400, 160);
+  wire(box, edgeCollapser, "out", edgeColors, "edge collapsed");
+  wire(box, port["edge color attr"], "out", edgeColors, "edge colorattr");
+  wire(box, port["edge color attr ordnorm"], "out", edgeColors, "edge colorattr ord");
+  wire(box, port["edge colormap"], "out", edgeColors, "edge colormap");
+  wire(box, aggregation, "out", edgeColors, "aggregation");
+  // A hovered edge stands out like the edges of the selection.
+  auto hovered = addNamed(lib, box, "TLftPairsToEids", "hovered edges", 600, 140);
+  wire(box, port["brushed edges"], "out", hovered, "lft pairs");
+  wire(box, edgeCollapser, "out", hovered, "edge collapsed");
+  auto shownEdges = addNamed(lib, box, "TSetOr", "highlighted edges", 600, 160);
+  wire(box, hovered, "out", shownEdges, "in1");
+  wire(box, port["incident edge selection"], "out", shownEdges, "in2");
+
+  auto heb = addNamed(lib, box, "THebProcessor", "heb vis", 0, 260);
+  wire(box, window, "out", heb, "gui parent");
+  addNodeAttributePickers(lib, box, port, heb);
+  wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings, 600,
+                      200),
+       "out", heb, "node icon attr");
+  wire(box, port["full hierarchy"], "out", heb, "hierarchy");
+  wire(box, collapser, "collapsed hierarchy out", heb, "hierarchy collapsed");
+  wire(box, port["level attr"], "out", heb, "level");
+  wire(box, collapser, "agglft out", heb, "agglft");
+  wire(box, port["collapsed attr"], "out", heb, "collapsed");
+  for (const char* name : {"brushed nodes", "brushed edges", "node primary selection", "node secondary selection",
+                           "edge primary selection"})
+    wire(box, port[name], "out", heb, name);
+  wire(box, shownEdges, "out", heb, "incident edge selection");
+  wire(box, clickedEdge, "out", heb, "clicked edge");
+  wire(box, edgeCollapser, "out", heb, "edge collapsed");
+  wire(box, edgeColors, "output", heb, "edge colors");
+  wire(box, port["edges"], "out", heb, "edge data");
+
+  // The commands of its menus and keys.
+  auto merger = addNodeViewActions(lib, box, port, tree);
+  wire(box, merger, "out", heb, "actions");
+  wire(box, merger, "out", window, "actions");
+}
+
+// BTreemapView: the hierarchy as nested tiles. Folders are the groups with
+// the large labels, files the groups with the thin borders; what lies
+// within a file is flattened into tiles. Every leaf has the same area until
+// an area attribute is picked.
+void buildTreemapView(TFlowManager& lib) {
+  auto box = makeBox("BTreemapView");
+  lib.addBox(box);
+  auto port = addPorts(lib, box,
+                       {"gui title", "full hierarchy", "level attr", "collapsed attr", "collapse stack", "colormaps",
+                        "all nodes", "node attributes", "node attributes ordnorm", "edges", "brushed nodes",
+                        "node primary selection", "node secondary selection", "edge primary selection"});
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, port["all nodes"], "out");
+
+  auto groups = [&](const std::string& name, const std::string& type, float gx) {
+    const std::string filter =
+        "{'attributes': {'type': {'checked': True, 'values': {'" + type + "': True}}}, 'pass': 2, 'key_op': 'and'}";
+    return addAttributeFilter(lib, box, port, name, name + " filter", name + " settings",
+                              scriptValue(filter.c_str()), "all nodes", "node attributes", gx, 160)
+        .selector;
+  };
+  auto folders = groups("folder groups", "folder", 400);
+  auto files = groups("file groups", "file", 500);
+  auto border = addSource(lib, box, "TIntegerSetDataSource", "low level border", std::make_shared<TIntegerSetData>(),
+                          600, 160);
+
+  // Area and order start at none: every leaf of area 1, the largest first.
+  auto areaKey = addSource(lib, box, "TStringDataSource", "node area attr source", nullptr, 500, 200);
+  auto orderKey = addSource(lib, box, "TStringDataSource", "node order attr source", nullptr, 600, 200);
+  auto area = addPicker(lib, box, "node area attr picker", port["node attributes ordnorm"], "out", areaKey,
+                        "{'allownone': True}", 600, 220);
+  auto order = addPicker(lib, box, "node order attr picker", port["node attributes ordnorm"], "out", orderKey,
+                         "{'allownone': True}", 700, 220);
+
+  auto treemap = addNamed(lib, box, "TTreemapProcessor", "treemap vis", 0, 280);
+  wire(box, window, "out", treemap, "gui parent");
+  addNodeAttributePickers(lib, box, port, treemap);
+  wire(box, area, "out", treemap, "node area attr ordnorm");
+  wire(box, order, "out", treemap, "node order attr ordnorm");
+  wire(box, folders, "output", treemap, "flatten");
+  wire(box, files, "output", treemap, "flatten2");
+  wire(box, border, "out", treemap, "low level border");
+  wire(box, port["full hierarchy"], "out", treemap, "hierarchy");
+  wire(box, tree.collapser, "collapsed hierarchy out", treemap, "hierarchy collapsed");
+  wire(box, tree.collapser, "agglft out", treemap, "agglft");
+  wire(box, port["level attr"], "out", treemap, "level");
+  wire(box, port["collapsed attr"], "out", treemap, "collapsed");
+  for (const char* name : {"brushed nodes", "node primary selection", "node secondary selection"})
+    wire(box, port[name], "out", treemap, name);
+  auto merger = addNodeViewActions(lib, box, port, tree);
+  wire(box, merger, "out", treemap, "actions");
+  wire(box, merger, "out", window, "actions");
+}
+
+// BTableLens: a table lens on the ids of one selection with the columns
+// picked from its attributes. Its ports take the node or the edge names
+// when it is opened ("node attributes", ...).
+void buildTableLens(TFlowManager& lib) {
+  auto box = makeBox("BTableLens");
+  lib.addBox(box);
+  auto port = addPorts(lib, box, {"gui title", "attributes", "selections", "primary selection", "brushed", "colormaps"});
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+
+  auto selection = addPicker(lib, box, "selection picker", port["selections"], "out", nullptr,
+                             "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
+  const TColumns columns = addColumns(lib, box, port["attributes"]);
+  auto normalizer = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "columns ordnorm", 100, 80);
+  wire(box, columns.picker, "out", normalizer, "in");
+  auto mapKey = addSource(lib, box, "TStringDataSource", "colormap source", nullptr, 500, 40);
+  auto colormap = addPicker(lib, box, "colormap picker", port["colormaps"], "out", mapKey,
+                            "{'defaultkey': 'Rainbow'}", 500, 60);
+  auto sort = addSource(lib, box, "TPythonDataSource", "sort", scriptValue("[(None, True)]"), 600, 40);
+  auto internal = addSource(lib, box, "TIntegerSetDataSource", "internal selection",
+                            std::make_shared<TIntegerSetData>(), 700, 40);
+  auto widths = addSource(lib, box, "TFloatDataArraySource", "column widths", std::make_shared<TFloatDataArray>(),
+                          800, 40);
+  // At 0 the rows fill the page: the zoom never goes below that fit.
+  auto zoom = addSource(lib, box, "TFloatDataSource", "zoom", std::make_shared<TFloatData>(0.0f), 900, 40);
+
+  auto table = addNamed(lib, box, "TTableLensProcessor", "table lens", 0, 120);
+  wire(box, window, "out", table, "gui parent");
+  wire(box, columns.picker, "out", table, "attributes");
+  wire(box, normalizer, "out", table, "attributes ordnorm");
+  wire(box, sort, "out", table, "sort");
+  wire(box, selection, "out", table, "selection");
+  wire(box, colormap, "out", table, "colormap");
+  wire(box, port["brushed"], "out", table, "brushed");
+  wire(box, port["primary selection"], "out", table, "selection b");
+  wire(box, internal, "out", table, "internal selection");
+  wire(box, columns.keys, "out", table, "keys");
+  wire(box, widths, "out", table, "column widths");
+  wire(box, zoom, "out", table, "setting.zoom");
+
+  // Rows: moving the marked rows into the shared selection; headers:
+  // sorting and columns.
+  auto canvasActions = addNamed(lib, box, "TGlCanvasActions", "glcanvas actions", 500, 80);
+  auto merger = addNamed(lib, box, "TActionMerger", "row actions", 600, 100);
+  wire(box, addInternalSelectionActions(lib, box, internal, port["primary selection"]), "actions", merger, "in1");
+  wire(box, canvasActions, "actions", merger, "in2");
+  wire(box, merger, "out", table, "actions");
+  wire(box, merger, "out", window, "actions");
+  addHeaderActions(lib, box, table, columns, sort);
+}
+
+// BTreeView: the view's hierarchy as an indented list. Its marked lines
+// are what its folding commands act on, with the primary selection.
+void buildTreeView(TFlowManager& lib) {
+  auto box = makeBox("BTreeView");
+  lib.addBox(box);
+  auto port = addPorts(lib, box,
+                       {"gui title", "full hierarchy", "level attr", "collapsed attr", "collapse stack", "all nodes",
+                        "node attributes", "node icon attributes", "edges", "brushed nodes", "node primary selection",
+                        "edge primary selection"});
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, port["all nodes"], "out");
+  auto internal = addSource(lib, box, "TIntegerSetDataSource", "internal selection",
+                            std::make_shared<TIntegerSetData>(), 700, 40);
+
+  auto view = addNamed(lib, box, "TTreeViewProcessor", "treeview", 0, 280);
+  wire(box, window, "out", view, "gui parent");
+  wire(box, tree.collapser, "collapsed hierarchy out", view, "collapsed hierarchy");
+  wire(box, port["full hierarchy"], "out", view, "hierarchy");
+  wire(box, tree.collapser, "agglft out", view, "agglft");
+  wire(box, port["collapsed attr"], "out", view, "collapsed");
+  wire(box, port["level attr"], "out", view, "level");
+  auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
+  wire(box, addPicker(lib, box, "node text attr picker", port["node attributes"], "out", textKey,
+                      "{'defaultkey': 'name'}", 200, 200),
+       "out", view, "node text attr");
+  wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings,
+                      600, 200),
+       "out", view, "icon attr");
+  wire(box, port["node primary selection"], "out", view, "selection b");
+  wire(box, internal, "out", view, "internal selection");
+
+  auto viewActions = addNodeViewActions(lib, box, port, tree, internal);
+  auto merger = addNamed(lib, box, "TActionMerger", "tree actions", 300, 280);
+  wire(box, addInternalSelectionActions(lib, box, internal, port["node primary selection"]), "actions", merger,
+       "in1");
+  wire(box, viewActions, "out", merger, "in2");
+  wire(box, merger, "out", view, "actions");
+  wire(box, merger, "out", window, "actions");
+}
+
+}  // namespace
+
+void registerViewCores() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  registerShellCores();
+  TProcessorRegistry::instance().add<TListGuiProcessorCpp>();
+  TLibraryRegistry::instance().add("BListView", buildListView);
+  registerHebCore();
+  TLibraryRegistry::instance().add("BHebView", buildHebView);
+  registerTreemapCore();
+  TLibraryRegistry::instance().add("BTreemapView", buildTreemapView);
+  registerTableLensCore();
+  TLibraryRegistry::instance().add("BTableLens", buildTableLens);
+  registerTreeViewCore();
+  TLibraryRegistry::instance().add("BTreeView", buildTreeView);
+}
+
+}  // namespace quorvel

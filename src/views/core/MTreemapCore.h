@@ -1,0 +1,147 @@
+// The treemap without a window: its pins, the groups of the hierarchy, the
+// squarified layout into nested rectangles, and its drawing through a draw
+// sink.
+#pragma once
+
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "engine/MLargePages.h"
+#include "views/core/MVisualizer.h"
+
+namespace quorvel {
+
+class TTreemapProcessorImplementationCpp;
+
+class TTreemapProcessorCpp : public TVisualizerProcessorBase {
+ public:
+  QV_CLASS_NAME(TTreemapProcessorCpp)
+  TPinPtr m_NodeAreaAttrOrdnorm, m_NodeOrderAttrOrdnorm, m_Flatten, m_Flatten2, m_LowLevelBorder;
+  std::shared_ptr<TTreemapProcessorImplementationCpp> m_Implementation;
+  void postCreate() override;
+  std::string getTypeName() override { return "treemap vis"; }
+};
+
+// One tile. Its shown children (of area above 0) are a range of the shown
+// list, the groups among them first.
+struct TTreemapNode {
+  static constexpr uint32_t kNone = std::numeric_limits<uint32_t>::max();
+  uint32_t nid = 0;
+  uint32_t lft = 0, rgt = 0;
+  uint32_t parent = kNone;
+  uint32_t area = 0;
+  uint32_t childCount = 0;
+  uint32_t firstShown = 0, shownCount = 0, innerCount = 0;
+  uint16_t level = 0;
+  bool collapsed = false;
+  bool toosmall = false;
+  TLayoutBox box;
+};
+
+// A rectangle as two ranges, so that an axis can be addressed by number:
+// axis 0 is y, axis 1 is x.
+struct TTreemapRect {
+  float y0 = 0, y1 = 0, x0 = 0, x1 = 0;
+  float lo(int axis) const { return axis == 0 ? y0 : x0; }
+  float hi(int axis) const { return axis == 0 ? y1 : x1; }
+  float length(int axis) const { return hi(axis) - lo(axis); }
+};
+
+// A shown child with what its parent's sorting and layout read of it, so
+// that both run over one contiguous range.
+struct TTreemapSlot {
+  static constexpr uint32_t kNone = std::numeric_limits<uint32_t>::max();
+  uint32_t node = 0;
+  uint32_t area = 0;
+  // Its entry in the group list when it shows children of its own.
+  uint32_t group = kNone;
+  float key = 0;
+  bool hasKey = false;
+  bool inner() const { return group != kNone; }
+};
+
+// A tile that shows children: their range of the shown list and the
+// rectangle they fill, which its parent's layout writes.
+struct TTreemapGroup {
+  uint32_t node = 0;
+  uint32_t area = 0;
+  uint32_t firstShown = 0, shownCount = 0, innerCount = 0;
+  TTreemapRect rect;
+};
+
+class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase {
+ public:
+  TTreemapProcessorImplementationCpp(TTreemapProcessorCpp* processor, std::shared_ptr<TLabelCache> renderer);
+
+  bool m_RedoLayout = false;
+  uint32_t m_MaxLevel = 0;
+  float m_SmallestSide = 2;
+  // Pixels per layout unit: the longer side of the canvas.
+  float m_Unit = 0;
+  // The tiles in the order of the rows of `hierarchy collapsed`; the first
+  // is the root.
+  std::vector<TTreemapNode, TLargePageAllocator<TTreemapNode>> m_Nodes;
+  std::vector<TTreemapSlot, TLargePageAllocator<TTreemapSlot>> m_Shown;
+  // In the order their ranges were made: every group after all groups
+  // below it, the root's last.
+  std::vector<TTreemapGroup, TLargePageAllocator<TTreemapGroup>> m_Groups;
+
+  bool hasRoot() const { return !m_Nodes.empty(); }
+  void prepareRendering(int width, int height) override;
+  void process();
+  void createNodeObjects();
+  void layout();
+  // Areas, shown children and their order, in one pass from the last row
+  // up.
+  void computeAreas();
+  void layoutChildren(const TTreemapGroup& group);
+  void layoutRow(const TTreemapRect& strip, const TTreemapGroup& group, size_t first, size_t count, int a, float k);
+  void renderNodes();
+
+  // The tile of an lft, or null.
+  const TTreemapNode* findByLft(uint32_t lft) const;
+  // The node indices of the shown children.
+  struct TShownRange {
+    const TTreemapSlot* first;
+    size_t count;
+    struct iterator {
+      const TTreemapSlot* p;
+      uint32_t operator*() const { return p->node; }
+      iterator& operator++() {
+        ++p;
+        return *this;
+      }
+      bool operator!=(const iterator& o) const { return p != o.p; }
+    };
+    iterator begin() const { return {first}; }
+    iterator end() const { return {first + count}; }
+    size_t size() const { return count; }
+    bool empty() const { return count == 0; }
+    uint32_t operator[](size_t i) const { return first[i].node; }
+  };
+  TShownRange shown(const TTreemapNode& n) const { return {m_Shown.data() + n.firstShown, n.shownCount}; }
+  const TNodeVisual* visualOfLft(uint32_t lft) override;
+
+ private:
+  // Children waiting for their parent in the pass from the last row up.
+  struct TWaiting {
+    uint32_t parent;
+    TTreemapSlot slot;
+  };
+  std::vector<TWaiting> m_Waiting;
+  std::vector<uint32_t> m_RowScratch;
+  TNodeVisual m_Scratch;
+  TTreemapProcessorCpp* treemap() const { return static_cast<TTreemapProcessorCpp*>(m_Processor); }
+  const TNodeVisual& visualOf(const TTreemapNode& n);
+  TVisualNode recordOf(const TTreemapNode& n);
+  // Breadth first from the root through the shown children.
+  template <class F>
+  void eachShown(F f) const;
+  // The highest tiles whose nid is in the set.
+  std::vector<uint32_t> highestIn(const TIntegerSetData* set) const;
+};
+
+void registerTreemapCore();
+
+}  // namespace quorvel
