@@ -132,11 +132,17 @@ inline std::optional<wxPoint> tabOf(wxAuiNotebook* book, wxWindow* page) {
     auto* tabs = dynamic_cast<wxAuiTabCtrl*>(child);
     if (!tabs) continue;
     const int room = tabs->GetClientSize().x - 60;  // the strip's own buttons at the right
-    for (size_t i = 0; i < tabs->GetPageCount(); ++i) {
+    // Tabs scrolled out of the strip keep the places where they were last
+    // drawn: only those from the offset on are where the strip shows them.
+    for (size_t i = tabs->GetTabOffset(); i < tabs->GetPageCount(); ++i) {
       const wxAuiNotebookPage& p = tabs->GetPage(i);
       if (p.window != page) continue;
       if (p.rect.width <= 12 || p.rect.x < 0 || p.rect.x + 12 > room) return std::nullopt;
-      return tabs->ClientToScreen(wxPoint(p.rect.x + 6, p.rect.y + p.rect.height / 2));
+      const wxPoint at(p.rect.x + 6, p.rect.y + p.rect.height / 2);
+      // The tab a click there selects must be this one.
+      wxWindow* hit = nullptr;
+      if (!tabs->TabHitTest(at.x, at.y, &hit) || hit != page) return std::nullopt;
+      return tabs->ClientToScreen(at);
     }
   }
   return std::nullopt;
