@@ -14,6 +14,8 @@ namespace quorvel {
 
 // Key codes as the window library's key events give them; a letter is its
 // upper-case character code.
+constexpr int kKeyLeft = 314;
+constexpr int kKeyRight = 316;
 constexpr int kKeyF1 = 340;
 constexpr int kKeyF12 = 351;
 

@@ -10,6 +10,9 @@ namespace py = pybind11;
 
 namespace quorvel {
 
+static_assert(kKeyLeft == WXK_LEFT && kKeyRight == WXK_RIGHT && kKeyF1 == WXK_F1 && kKeyF12 == WXK_F12,
+              "the core's key codes are the toolkit's");
+
 wxString wxText(const std::string& text) { return wxString::FromUTF8(utf8Safe(text)); }
 
 std::string stdText(const wxString& text) {

@@ -1,5 +1,6 @@
 #include "MTreeViewCore.h"
 
+#include "engine/MActionList.h"
 #include "engine/MRegistry.h"
 
 namespace quorvel {
@@ -71,5 +72,11 @@ std::vector<size_t> TTreeLineModel::linesOf(const TIntegerSetData& set) const {
 }
 
 void registerTreeViewCore() { TProcessorRegistry::instance().add<TTreeViewProcessorCpp>(); }
+
+const char* treeKeyAction(int keycode, bool shift) {
+  if (keycode == kKeyLeft) return shift ? "Collapse recursively" : "Collapse";
+  if (keycode == kKeyRight) return shift ? "Expand recursively" : "Expand";
+  return nullptr;
+}
 
 }  // namespace quorvel

@@ -63,6 +63,10 @@ class TTreeLineModel {
   static int textX(int indent) { return iconX(indent) + 20; }
 };
 
+// The action of the view's list that a key runs: the arrows fold and
+// unfold, with Shift the whole subtree; null for any other key.
+const char* treeKeyAction(int keycode, bool shift);
+
 void registerTreeViewCore();
 
 }  // namespace quorvel

@@ -98,10 +98,7 @@ void TPanel::onSelect() {
 }
 
 void TPanel::onKeyDown(wxKeyEvent& evt) {
-  const bool shift = evt.ShiftDown();
-  const char* action = nullptr;
-  if (evt.GetKeyCode() == WXK_LEFT) action = shift ? "Collapse recursively" : "Collapse";
-  if (evt.GetKeyCode() == WXK_RIGHT) action = shift ? "Expand recursively" : "Expand";
+  const char* action = treeKeyAction(evt.GetKeyCode(), evt.ShiftDown());
   if (!action) {
     evt.Skip();
     return;
