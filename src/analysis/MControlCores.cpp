@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "data/MAttributes.h"
 #include "data/MColorMap.h"
 #include "engine/MRegistry.h"
 
@@ -11,10 +12,6 @@ namespace py = pybind11;
 
 namespace quorvel {
 
-namespace {
-
-// A key of the settings dictionary, or none; a missing dictionary counts as
-// all keys absent.
 py::object setting(const TPinPtr& settings, const char* key) {
   auto value = std::dynamic_pointer_cast<TPythonData>(settings->getData());
   if (!value || !value->getValue()) return py::none();
@@ -24,13 +21,16 @@ py::object setting(const TPinPtr& settings, const char* key) {
   return d.contains(key) ? py::object(d[key]) : py::none();
 }
 
-bool isTrue(const py::object& o) { return !o.is_none() && PyObject_IsTrue(o.ptr()) == 1; }
-
-void updatePanels(std::vector<std::shared_ptr<TProcessorPanel>>& panels) {
-  panels.erase(std::remove_if(panels.begin(), panels.end(), [](const auto& p) { return !p || !p->alive(); }),
-               panels.end());
-  for (const auto& panel : panels) panel->update();
+std::string controlName(TAbstractProcessor& control, const std::string& fallback) {
+  TPinPtr settings = control.getInputPinByName("settings");
+  if (!settings) return fallback;
+  py::object name = setting(settings, "name");
+  return py::isinstance<py::str>(name) ? name.cast<std::string>() : fallback;
 }
+
+namespace {
+
+bool isTrue(const py::object& o) { return !o.is_none() && PyObject_IsTrue(o.ptr()) == 1; }
 
 std::vector<std::string> keysOf(const TDataArray& array) {
   std::vector<std::string> keys;
@@ -78,7 +78,7 @@ void TArrayPickerCpp::pick() {
 }
 
 void TArrayPicker::process_python() {
-  updatePanels(panels);
+  updatePanels();
   if (!initialized && m_Array->getData() && m_Settings->getData()) {
     initialized = true;
     if (!m_Key->getData()) {
@@ -103,7 +103,7 @@ void TArrayPicker::process_python() {
       }
     }
   }
-  if (m_Array->hasChanged() || m_Key->hasChanged()) updatePanels(panels);
+  if (m_Array->hasChanged() || m_Key->hasChanged()) updatePanels();
   pick();
   resetPins({});
 }
@@ -220,7 +220,7 @@ void TSubArrayPicker::process_python() {
     auto old = dataAs<TDataArray>(m_Out);
     if (!old || keysOf(*old) != keysOf(*out)) m_Out->setData(out);
   }
-  updatePanels(panels);
+  updatePanels();
   resetPins({});
 }
 
@@ -261,8 +261,221 @@ void TFloatRangeControl::process_python() {
     m_In->setData(value);
     m_Normalized->setData(value);
   }
-  updatePanels(panels);
+  updatePanels();
   resetPins({});
+}
+
+void TFloatRangeControl::setLower(float v) {
+  auto value = dataAs<TFloatPairData>(m_In);
+  if (!value) return;
+  m_In->setData(std::make_shared<TFloatPairData>(std::min(v, value->getSecond()), value->getSecond()));
+}
+
+void TFloatRangeControl::setUpper(float v) {
+  auto value = dataAs<TFloatPairData>(m_In);
+  if (!value) return;
+  m_In->setData(std::make_shared<TFloatPairData>(value->getFirst(), std::max(v, value->getFirst())));
+}
+
+void TFloatRangeControl::resetRange() {
+  auto lo = dataAs<TFloatData>(m_Min);
+  auto hi = dataAs<TFloatData>(m_Max);
+  if (lo && hi) m_In->setData(std::make_shared<TFloatPairData>(lo->getValue(), hi->getValue()));
+}
+
+float TFloatRangeControl::valueAt(int x, int width, float min, float max) {
+  return width > 1 ? min + static_cast<float>(x) / static_cast<float>(width - 1) * (max - min) : min;
+}
+
+int TFloatRangeControl::xOf(float v, int width, float min, float max) {
+  if (!(max > min)) return 0;
+  const double x = static_cast<double>(v - min) / static_cast<double>(max - min) * width;
+  return static_cast<int>(std::clamp(x, -1.0e6, 1.0e6));
+}
+
+// ---------------------------------------------------------------------------
+// Number, check box and button controls
+
+void TIntegerControlCpp::postCreate() {
+  m_In = addInputPin<TIntegerData>("in");
+  m_Min = addInputPin<TIntegerData>("min");
+  m_Max = addInputPin<TIntegerData>("max");
+  m_Settings = addInputPin<TPythonData>("settings");
+}
+
+void TFloatControlCpp::postCreate() {
+  m_In = addInputPin<TFloatData>("in");
+  m_Min = addInputPin<TFloatData>("min");
+  m_Max = addInputPin<TFloatData>("max");
+  m_Settings = addInputPin<TPythonData>("settings");
+}
+
+std::optional<double> TNumberControl::numberOn(const TPinPtr& pin) {
+  const TDataPtr data = pin ? pin->getData() : nullptr;
+  if (auto i = std::dynamic_pointer_cast<TIntegerData>(data)) return i->getValue();
+  if (auto f = std::dynamic_pointer_cast<TFloatData>(data)) return f->getValue();
+  return std::nullopt;
+}
+
+void TNumberControl::numberPass(TAbstractProcessor& self, const TPinPtr& in, const TPinPtr& min, const TPinPtr& max,
+                                const TPinPtr& settings) {
+  const auto lo = numberOn(min);
+  const auto hi = numberOn(max);
+  if (self.haveChanged({in, min, max}) && lo && hi && settings->getData()) {
+    if (!numberOn(in)) {
+      py::object start = setting(settings, "default");
+      const bool atMax = py::isinstance<py::str>(start) && start.cast<std::string>() == "max";
+      in->setData(makeValue(atMax ? *hi : *lo));
+    }
+    const double v = *numberOn(in);
+    // Bounds that are no numbers (NaN) pull nothing.
+    if (*hi > *lo && (v < *lo || v > *hi)) {
+      setInPlace(v < *lo ? *lo : *hi);
+      self.resetPins({});
+      return;
+    }
+    updatePanels();
+  }
+  self.resetPins({});
+}
+
+TDataPtr TIntegerControl::makeValue(double v) const {
+  const double clamped = std::clamp(v, -2147483648.0, 2147483647.0);
+  return std::make_shared<TIntegerData>(static_cast<int32_t>(clamped));
+}
+
+void TIntegerControl::setInPlace(double v) {
+  if (auto value = dataAs<TIntegerData>(m_In))
+    value->setValue(static_cast<int32_t>(std::clamp(v, -2147483648.0, 2147483647.0)));
+  else
+    m_In->setData(makeValue(v));
+}
+
+TDataPtr TFloatControl::makeValue(double v) const { return std::make_shared<TFloatData>(static_cast<float>(v)); }
+
+void TFloatControl::setInPlace(double v) {
+  if (auto value = dataAs<TFloatData>(m_In))
+    value->setValue(static_cast<float>(v));
+  else
+    m_In->setData(makeValue(v));
+}
+
+void TBooleanControlCpp::postCreate() {
+  m_In = addInputPin<TBooleanData>("in");
+  m_Settings = addInputPin<TPythonData>("settings");
+  m_Out = addOutputPin<TBooleanData>("out");
+}
+
+void TBooleanControlCpp::process() {
+  if (m_Out->getData() != m_In->getData()) m_Out->setData(m_In->getData());
+  resetPins({});
+}
+
+void TBooleanControl::process_python() {
+  updatePanels();
+  process();
+}
+
+void TInvokeControlCpp::postCreate() {
+  m_Settings = addInputPin<TPythonData>("settings");
+  m_Out = addOutputPin<TBooleanData>("out");
+}
+
+void TInvokeControl::invoke() { m_Out->setData(std::make_shared<TBooleanData>(true)); }
+
+// ---------------------------------------------------------------------------
+// TControlGatherer
+
+void TControlGatherer::postCreate() { m_Out = addOutputPin<TProcessorDataArray>("out"); }
+
+void TControlGatherer::beforeprocess_python() {
+  if (m_Gathered) return;
+  m_Gathered = true;
+  auto found = std::make_shared<TProcessorDataArray>();
+  std::vector<TAbstractBox*> queue;
+  if (m_Box) queue.push_back(m_Box.get());
+  for (size_t i = 0; i < queue.size(); ++i) {
+    for (const auto& processor : queue[i]->m_Processors)
+      if (processor && dynamic_cast<TControl*>(processor.get()))
+        found->add(std::make_shared<TProcessorData>(processor, controlName(*processor, "<noname>")));
+    for (const auto& child : queue[i]->m_Children)
+      if (child) queue.push_back(child.get());
+  }
+  m_Out->setData(found);
+}
+
+// ---------------------------------------------------------------------------
+// The filter dialog's model
+
+TNominalFilterModel::TNominalFilterModel(const TDataArray* attributes, const py::handle& given)
+    : m_Attributes(attributes) {
+  if (py::isinstance<py::dict>(given))
+    filter = py::module_::import("copy").attr("deepcopy")(given).cast<py::dict>();
+  if (!filter.contains("attributes") || !py::isinstance<py::dict>(filter["attributes"])) filter["attributes"] = py::dict();
+  if (!filter.contains("key_op")) filter["key_op"] = py::str("and");
+  if (attributes)
+    for (const auto& item : attributes->m_Items) {
+      auto attr = std::dynamic_pointer_cast<TAttributeData>(item);
+      if (!attr) continue;
+      const std::string key = attr->getKeyName();
+      const std::string type = attr->getAttributeType();
+      if ((key.empty() || key[0] != '_') && (type == "string" || type == "int")) keys.push_back(key);
+    }
+  std::sort(keys.begin(), keys.end());
+}
+
+int TNominalFilterModel::pass() const {
+  if (!filter.contains("pass")) return 0;
+  py::object p = filter["pass"];
+  return py::isinstance<py::int_>(p) ? p.cast<int>() : 0;
+}
+
+void TNominalFilterModel::setPass(int pass) { filter["pass"] = py::int_(pass); }
+void TNominalFilterModel::setKeyOp(const std::string& op) { filter["key_op"] = py::str(op); }
+
+py::dict TNominalFilterModel::condition(const std::string& key) {
+  py::dict attributes = filter["attributes"].cast<py::dict>();
+  if (!attributes.contains(key.c_str()) || !py::isinstance<py::dict>(attributes[key.c_str()]))
+    attributes[key.c_str()] = py::dict();
+  py::dict c = attributes[key.c_str()].cast<py::dict>();
+  if (!c.contains("values") || !py::isinstance<py::dict>(c["values"])) c["values"] = py::dict();
+  return c;
+}
+
+bool TNominalFilterModel::attributeChecked(const std::string& key) const {
+  py::dict attributes = filter["attributes"].cast<py::dict>();
+  if (!attributes.contains(key.c_str())) return false;
+  py::object c = attributes[key.c_str()];
+  return py::isinstance<py::dict>(c) && c.contains("checked") && isTrue(c["checked"]);
+}
+
+void TNominalFilterModel::setAttributeChecked(const std::string& key, bool checked) {
+  condition(key)["checked"] = py::bool_(checked);
+}
+
+std::vector<py::object> TNominalFilterModel::values(const std::string& key) const {
+  std::vector<py::object> out;
+  if (!m_Attributes) return out;
+  bool found = false;
+  TDataPtr item = m_Attributes->getItemByKey(key, found);
+  if (auto s = std::dynamic_pointer_cast<TStringAttributeData>(item))
+    for (const auto& [value, count] : *s->getUniqueValues()) out.push_back(py::str(value));
+  else if (auto i = std::dynamic_pointer_cast<TIntegerAttributeData>(item))
+    for (const auto& [value, count] : *i->getUniqueValues()) out.push_back(py::int_(value));
+  return out;
+}
+
+bool TNominalFilterModel::valueChecked(const std::string& key, const py::handle& value) const {
+  py::dict attributes = filter["attributes"].cast<py::dict>();
+  if (!attributes.contains(key.c_str())) return false;
+  py::object c = attributes[key.c_str()];
+  if (!py::isinstance<py::dict>(c) || !c.contains("values")) return false;
+  py::object values = c["values"];
+  return py::isinstance<py::dict>(values) && values.contains(value) && isTrue(values[value]);
+}
+
+void TNominalFilterModel::setValueChecked(const std::string& key, const py::handle& value, bool checked) {
+  condition(key)["values"].cast<py::dict>()[value] = py::bool_(checked);
 }
 
 void registerControlCores() {
@@ -273,6 +486,15 @@ void registerControlCores() {
   reg.add<TSubArrayPicker>();
   reg.add<TFloatRangeControlCpp>();
   reg.add<TFloatRangeControl>();
+  reg.add<TIntegerControlCpp>();
+  reg.add<TIntegerControl>();
+  reg.add<TFloatControlCpp>();
+  reg.add<TFloatControl>();
+  reg.add<TBooleanControlCpp>();
+  reg.add<TBooleanControl>();
+  reg.add<TInvokeControlCpp>();
+  reg.add<TInvokeControl>();
+  reg.add<TControlGatherer>();
 }
 
 }  // namespace quorvel

@@ -120,6 +120,14 @@ void TSelector1Cpp::process() {
   m_Output->setData(out);
 }
 
+void TControl::updatePanels() {
+  panels.erase(std::remove_if(panels.begin(), panels.end(), [](const auto& p) { return !p || !p->alive(); }),
+               panels.end());
+  // An update may close a window, and so drop panels: update a copy.
+  const auto current = panels;
+  for (const auto& panel : current) panel->update();
+}
+
 void TSelector1::process_python() {
   if (!dictOf(m_Filter)) m_Filter->setData(std::make_shared<TPythonData>(TPyRef::steal(py::dict().release().ptr())));
   py::dict filter = *dictOf(m_Filter);
@@ -132,9 +140,7 @@ void TSelector1::process_python() {
     m_Filter->setData(std::make_shared<TPythonData>(TPyRef::borrow(filter.ptr())));
   }
   TSelector1Cpp::process();
-  panels.erase(std::remove_if(panels.begin(), panels.end(), [](const auto& p) { return !p || !p->alive(); }),
-               panels.end());
-  for (const auto& panel : panels) panel->update();
+  updatePanels();
   resetPins({m_Attributes, m_Settings, m_Selection});
 }
 

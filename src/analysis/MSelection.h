@@ -33,10 +33,19 @@ class TProcessorPanel {
   virtual void update() = 0;
 };
 
-class TSelector1 : public TSelector1Cpp {
+// A processor the user edits through widgets, its panels, which the window
+// library makes. Any number of panels may stand for one control.
+class TControl {
+ public:
+  virtual ~TControl() = default;
+  std::vector<std::shared_ptr<TProcessorPanel>> panels;
+  // Drops the panels whose window went, and updates the others.
+  void updatePanels();
+};
+
+class TSelector1 : public TSelector1Cpp, public TControl {
  public:
   QV_CLASS_NAME(TSelector1)
-  std::vector<std::shared_ptr<TProcessorPanel>> panels;
   unsigned hookMask() override { return kHookProcess; }
   void process_python() override;
 };

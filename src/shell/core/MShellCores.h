@@ -2,6 +2,10 @@
 // processors, for processes without the window library.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "engine/MFlowObjects.h"
 
 namespace quorvel {
@@ -37,6 +41,47 @@ class TGlCanvasActionsCpp : public TAbstractProcessor {
   std::string getTypeName() override { return "gkcanvas actions"; }
   void process() override { resetPins({}); }
 };
+
+// Shows controls: as a notebook of groups beside a view ("toolbar"), or as
+// a panel floating over it ("floating").
+class TWidgetContainerCpp : public TAbstractProcessor {
+ public:
+  QV_CLASS_NAME(TWidgetContainerCpp)
+  TPinPtr m_GuiParent, m_Controls, m_Visible, m_Settings;
+  void postCreate() override;
+  std::string getTypeName() override { return "widgetcontainer"; }
+  void process() override { resetPins({}); }
+};
+
+// A file name passed on when valid; it passes nothing.
+class TValidFilePicker : public TAbstractProcessor {
+ public:
+  QV_CLASS_NAME(TValidFilePicker)
+  TPinPtr m_In, m_Out;
+  void postCreate() override;
+  std::string getTypeName() override { return "attr inspector view"; }
+  void process() override { resetPins({}); }
+};
+
+// How a notebook of controls is laid out: tabs of groups of controls.
+// The `group` of a control's settings, default "Settings", names a group,
+// or "tab.group"; a group without a tab goes to "Tools"; None leaves the
+// control out. Groups stand by their sort key, controls by `order`.
+struct TControlGroup {
+  std::string name;
+  std::vector<TProcessorPtr> controls;
+};
+struct TControlTab {
+  std::string name;
+  std::vector<TControlGroup> groups;
+};
+std::vector<TControlTab> layoutControls(const std::vector<TProcessorPtr>& controls);
+// Nodes, edges, visuals, settings and miscellaneous groups stand in that
+// order by their names' first word; other names (none) before them.
+std::optional<std::string> groupSortKey(const std::optional<std::string>& name);
+// Whether a control shows its name on its own button and so takes no
+// caption line above it.
+bool captionsItself(TAbstractProcessor& control);
 
 void registerShellCores();
 

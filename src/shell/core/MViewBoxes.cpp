@@ -21,7 +21,9 @@ namespace quorvel {
 namespace {
 
 // The icons by the texts of "type", or none.
-const char* const kIconPickerSettings = "{'allownone': True, 'defaultkey': [\"icon for 'type'\"]}";
+const char* const kIconPickerSettings =
+    "{'allownone': True, 'defaultkey': [\"icon for 'type'\"], 'name': 'Icon attribute', 'group': 'Node labels', "
+    "'order': 2}";
 
 // The shown columns of an id view: a key list (by default all but the
 // internal keys) and the picker that takes those columns from `attributes`.
@@ -31,7 +33,8 @@ struct TColumns {
 TColumns addColumns(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& attributes) {
   auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
   auto columnSettings =
-      addSource(lib, box, "TPythonDataSource", "column picker settings", scriptValue("{'defaultkeys': 'all'}"), 150, 40);
+      addSource(lib, box, "TPythonDataSource", "column picker settings",
+                scriptValue("{'defaultkeys': 'all', 'name': 'Columns...', 'group': 'Settings'}"), 150, 40);
   auto columns = addNamed(lib, box, "TSubArrayPicker", "column picker", 100, 60);
   wire(box, attributes, "out", columns, "array");
   wire(box, keys, "out", columns, "keys");
@@ -60,6 +63,54 @@ TProcessorPtr addInternalSelectionActions(TFlowManager& lib, const TBoxPtr& box,
   return actions;
 }
 
+// A view's window split in two: the view at the left, and at the right a
+// pane of the controls of its box, in tabs of folding groups. The pane's
+// width (from the right edge) and whether it is folded (a double click on
+// the sash) are values of the box, and so stored with the perspective.
+// Gives the processor whose "out1" is the view's panel.
+TProcessorPtr addSettingsPane(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& window) {
+  auto split = addNamed(lib, box, "TSplitWindowProcessor", "pane split", 0, 60);
+  wire(box, window, "out", split, "in");
+  wire(box, addSource(lib, box, "TIntDataSource", "pane width", std::make_shared<TIntegerData>(-240), 0, 20), "out",
+       split, "sash position");
+  wire(box,
+       addSource(lib, box, "TBooleanDataSource", "pane collapse state", std::make_shared<TBooleanData>(false), 50, 20),
+       "out", split, "sash collapse state");
+  wire(box,
+       addSource(lib, box, "TBooleanDataSource", "pane collapse direction", std::make_shared<TBooleanData>(true), 100,
+                 20),
+       "out", split, "sash collapse direction");
+  auto gatherer = addNamed(lib, box, "TControlGatherer", "controls", 100, 60);
+  auto pane = addNamed(lib, box, "TWidgetContainer", "settings pane", 150, 60);
+  wire(box, split, "out2", pane, "gui parent");
+  wire(box, gatherer, "out", pane, "controls");
+  wire(box, addSource(lib, box, "TPythonDataSource", "settings pane settings", scriptValue("{'type': 'toolbar'}"), 150,
+                      20),
+       "out", pane, "settings");
+  return split;
+}
+
+// A number the pane's slider edits, held by a source of the box that also
+// feeds the view's pin; the bounds are sources too.
+void addNumberControl(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& view, const std::string& pin,
+                      const std::string& name, const std::string& group, int order, bool integer, double value,
+                      double min, double max, float x) {
+  const char* source = integer ? "TIntDataSource" : "TFloatDataSource";
+  auto make = [&](double v) -> TDataPtr {
+    if (integer) return std::make_shared<TIntegerData>(static_cast<int32_t>(v));
+    return std::make_shared<TFloatData>(static_cast<float>(v));
+  };
+  auto held = addSource(lib, box, source, name, make(value), x, 300);
+  auto control = addNamed(lib, box, integer ? "TIntegerControl" : "TFloatControl", name + " control", x, 340);
+  wire(box, held, "out", control, "in");
+  wire(box, held, "out", view, pin);
+  wire(box, addSource(lib, box, source, name + " min", make(min), x, 320), "out", control, "min");
+  wire(box, addSource(lib, box, source, name + " max", make(max), x + 20, 320), "out", control, "max");
+  const std::string settings = "{'name': '" + name + "', 'group': '" + group + "', 'order': " + std::to_string(order) + "}";
+  wire(box, addSource(lib, box, "TPythonDataSource", name + " settings", scriptValue(settings.c_str()), x + 40, 320),
+       "out", control, "settings");
+}
+
 // BListView: the ids of one selection of the dataset with all their
 // attributes as a report list. Its ports take the node or the edge names
 // when it is opened ("node attributes", ...).
@@ -76,7 +127,7 @@ void buildListView(TFlowManager& lib) {
   wire(box, title, "out", window, "gui title");
 
   auto selection = addPicker(lib, box, "selection picker", selections, "out", nullptr,
-                             "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
+                             "{'defaultkey': ['all nodes', 'all edges'], 'name': 'Rows', 'group': 'Settings'}", 200, 60);
   auto iconPicker = addPicker(lib, box, "icon picker", icons, "out", nullptr, kIconPickerSettings, 400, 60);
 
   const TColumns columns = addColumns(lib, box, attributes);
@@ -84,7 +135,7 @@ void buildListView(TFlowManager& lib) {
   auto internal = addNamed(lib, box, "TIntegerSetDataSource", "internal selection", 700, 40);
 
   auto list = addNamed(lib, box, "TListGuiProcessor", "list view", 0, 100);
-  wire(box, window, "out", list, "gui parent");
+  wire(box, addSettingsPane(lib, box, window), "out1", list, "gui parent");
   wire(box, columns.picker, "out", list, "attributes");
   wire(box, sort, "out", list, "sort");
   wire(box, selection, "out", list, "selection");
@@ -183,15 +234,23 @@ void addNodeAttributePickers(TFlowManager& lib, const TBoxPtr& box, std::map<std
   auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
   auto colorKey = addSource(lib, box, "TStringDataSource", "node color attr source", nullptr, 300, 180);
   auto mapKey = addSource(lib, box, "TStringDataSource", "node colormap source", nullptr, 400, 180);
-  wire(box, picker("node text attr picker", port["node attributes"], textKey, "{'defaultkey': 'name'}", 200), "out",
-       view, "node text attr");
-  wire(box, picker("node color attr picker", port["node attributes"], colorKey, "{'defaultkey': 'type'}", 300), "out",
-       view, "node color attr");
   wire(box,
-       picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey, "{'defaultkey': 'type'}", 400),
+       picker("node text attr picker", port["node attributes"], textKey,
+              "{'defaultkey': 'name', 'name': 'Label attribute', 'group': 'Node labels', 'order': 1}", 200),
+       "out", view, "node text attr");
+  wire(box,
+       picker("node color attr picker", port["node attributes"], colorKey,
+              "{'defaultkey': 'type', 'name': 'Color attribute', 'group': 'Node colors', 'order': 1}", 300),
+       "out", view, "node color attr");
+  // The same key on the normalised columns: no control of its own.
+  wire(box,
+       picker("node color ordnorm picker", port["node attributes ordnorm"], colorKey,
+              "{'defaultkey': 'type', 'group': None}", 400),
        "out", view, "node color attr ordnorm");
-  wire(box, picker("node colormap picker", port["colormaps"], mapKey, "{'defaultkey': 'Types'}", 500), "out", view,
-       "node colormap");
+  wire(box,
+       picker("node colormap picker", port["colormaps"], mapKey,
+              "{'defaultkey': 'Types', 'name': 'Color map', 'group': 'Node colors', 'order': 2}", 500),
+       "out", view, "node colormap");
 }
 
 // A selection of the ids of a port by a filter dictionary held in a source
@@ -203,9 +262,12 @@ struct TAttributeFilter {
 TAttributeFilter addAttributeFilter(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
                                     const std::string& name, const std::string& valueName,
                                     const std::string& settingsName, const TDataPtr& filter, const char* ids,
-                                    const char* attributes, float x, float y) {
+                                    const char* attributes, float x, float y, const std::string& control = "None") {
+  // `control`: the settings' name and group, or None for no control.
+  const std::string text = "{'filterdefault': 1, " +
+                           (control == "None" ? std::string("'group': None") : control) + "}";
   auto value = addSource(lib, box, "TPythonDataSource", valueName, filter, x, y);
-  auto settings = addSource(lib, box, "TPythonDataSource", settingsName, scriptValue("{'filterdefault': 1}"), x + 50, y);
+  auto settings = addSource(lib, box, "TPythonDataSource", settingsName, scriptValue(text.c_str()), x + 50, y);
   auto selector = addNamed(lib, box, "TSelector1", name, x, y + 20);
   wire(box, port[ids], "out", selector, "selection");
   wire(box, port[attributes], "out", selector, "attributes");
@@ -234,8 +296,10 @@ void buildHebView(TFlowManager& lib) {
 
   // The view's own hierarchy: what passes the node filter and is not hidden.
   auto filter = [&](const std::string& kind, const char* name, const char* all, const char* attributes, float fx) {
+    const std::string control = "'name': '" + std::string(kind == "node" ? "Node filter" : "Edge filter") +
+                                "', 'group': 'Misc filters', 'helpstring': 'Which " + kind + "s the view shows'";
     auto f = addAttributeFilter(lib, box, port, name, kind + " inclusion filter value",
-                                kind + " inclusion filter settings", nullptr, all, attributes, fx, 40);
+                                kind + " inclusion filter settings", nullptr, all, attributes, fx, 40, control);
     // What a listening process hears of the filter.
     wire(box, f.value, "out", addNamed(lib, box, "THookProcessor", kind + " inclusion filter hook", fx + 50, 80), "in");
     return f.selector;
@@ -273,7 +337,17 @@ void buildHebView(TFlowManager& lib) {
   wire(box, port["incident edge selection"], "out", shownEdges, "in2");
 
   auto heb = addNamed(lib, box, "THebProcessor", "heb vis", 0, 260);
-  wire(box, window, "out", heb, "gui parent");
+  wire(box, addSettingsPane(lib, box, window), "out1", heb, "gui parent");
+  addNumberControl(lib, box, heb, "settings.non-leaf height", "Ring height", "Visual layout", 1, false, 0.1, 0.02, 0.3,
+                   0);
+  addNumberControl(lib, box, heb, "settings.gap size", "Gap size", "Visual layout", 2, false, 0.001, 0.0, 0.02, 100);
+  addNumberControl(lib, box, heb, "settings.gaps at level", "Gaps at level", "Visual layout", 3, true, 2, 0, 10, 200);
+  addNumberControl(lib, box, heb, "settings.spline linearization", "Bundling (straightness)", "Edge bundling", 1, false,
+                   0.05, 0.0, 1.0, 300);
+  addNumberControl(lib, box, heb, "settings.edge opacity", "Edge opacity", "Edge bundling", 2, false, 0.8, 0.05, 1.0,
+                   400);
+  addNumberControl(lib, box, heb, "settings.self-loop size", "Self-loop size", "Edge bundling", 3, false, 0.2, 0.0, 1.0,
+                   500);
   addNodeAttributePickers(lib, box, port, heb);
   wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings, 600,
                       200),
@@ -329,12 +403,13 @@ void buildTreemapView(TFlowManager& lib) {
   auto areaKey = addSource(lib, box, "TStringDataSource", "node area attr source", nullptr, 500, 200);
   auto orderKey = addSource(lib, box, "TStringDataSource", "node order attr source", nullptr, 600, 200);
   auto area = addPicker(lib, box, "node area attr picker", port["node attributes ordnorm"], "out", areaKey,
-                        "{'allownone': True}", 600, 220);
+                        "{'allownone': True, 'name': 'Area attribute', 'group': 'Node sizes', 'order': 1}", 600, 220);
   auto order = addPicker(lib, box, "node order attr picker", port["node attributes ordnorm"], "out", orderKey,
-                         "{'allownone': True}", 700, 220);
+                         "{'allownone': True, 'name': 'Order attribute', 'group': 'Node sizes', 'order': 2}", 700,
+                         220);
 
   auto treemap = addNamed(lib, box, "TTreemapProcessor", "treemap vis", 0, 280);
-  wire(box, window, "out", treemap, "gui parent");
+  wire(box, addSettingsPane(lib, box, window), "out1", treemap, "gui parent");
   addNodeAttributePickers(lib, box, port, treemap);
   wire(box, area, "out", treemap, "node area attr ordnorm");
   wire(box, order, "out", treemap, "node order attr ordnorm");
@@ -364,13 +439,13 @@ void buildTableLens(TFlowManager& lib) {
   wire(box, port["gui title"], "out", window, "gui title");
 
   auto selection = addPicker(lib, box, "selection picker", port["selections"], "out", nullptr,
-                             "{'defaultkey': ['all nodes', 'all edges']}", 200, 60);
+                             "{'defaultkey': ['all nodes', 'all edges'], 'name': 'Rows', 'group': 'Settings'}", 200, 60);
   const TColumns columns = addColumns(lib, box, port["attributes"]);
   auto normalizer = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "columns ordnorm", 100, 80);
   wire(box, columns.picker, "out", normalizer, "in");
   auto mapKey = addSource(lib, box, "TStringDataSource", "colormap source", nullptr, 500, 40);
   auto colormap = addPicker(lib, box, "colormap picker", port["colormaps"], "out", mapKey,
-                            "{'defaultkey': 'Rainbow'}", 500, 60);
+                            "{'defaultkey': 'Rainbow', 'name': 'Color map', 'group': 'Visual colors'}", 500, 60);
   auto sort = addSource(lib, box, "TPythonDataSource", "sort", scriptValue("[(None, True)]"), 600, 40);
   auto internal = addSource(lib, box, "TIntegerSetDataSource", "internal selection",
                             std::make_shared<TIntegerSetData>(), 700, 40);
@@ -380,7 +455,7 @@ void buildTableLens(TFlowManager& lib) {
   auto zoom = addSource(lib, box, "TFloatDataSource", "zoom", std::make_shared<TFloatData>(0.0f), 900, 40);
 
   auto table = addNamed(lib, box, "TTableLensProcessor", "table lens", 0, 120);
-  wire(box, window, "out", table, "gui parent");
+  wire(box, addSettingsPane(lib, box, window), "out1", table, "gui parent");
   wire(box, columns.picker, "out", table, "attributes");
   wire(box, normalizer, "out", table, "attributes ordnorm");
   wire(box, sort, "out", table, "sort");
@@ -420,7 +495,7 @@ void buildTreeView(TFlowManager& lib) {
                             std::make_shared<TIntegerSetData>(), 700, 40);
 
   auto view = addNamed(lib, box, "TTreeViewProcessor", "treeview", 0, 280);
-  wire(box, window, "out", view, "gui parent");
+  wire(box, addSettingsPane(lib, box, window), "out1", view, "gui parent");
   wire(box, tree.collapser, "collapsed hierarchy out", view, "collapsed hierarchy");
   wire(box, port["full hierarchy"], "out", view, "hierarchy");
   wire(box, tree.collapser, "agglft out", view, "agglft");
@@ -428,7 +503,8 @@ void buildTreeView(TFlowManager& lib) {
   wire(box, port["level attr"], "out", view, "level");
   auto textKey = addSource(lib, box, "TStringDataSource", "node text attr source", nullptr, 200, 180);
   wire(box, addPicker(lib, box, "node text attr picker", port["node attributes"], "out", textKey,
-                      "{'defaultkey': 'name'}", 200, 200),
+                      "{'defaultkey': 'name', 'name': 'Label attribute', 'group': 'Node labels', 'order': 1}", 200,
+                      200),
        "out", view, "node text attr");
   wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings,
                       600, 200),

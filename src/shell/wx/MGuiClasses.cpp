@@ -11,6 +11,7 @@
 #include "engine/MScriptBindings.h"
 #include "shell/wx/MMainFrame.h"
 #include "shell/wx/MProcessors_Gui.h"
+#include "shell/wx/MWidgetContainers.h"
 #include "views/wx/MHebProcessor.h"
 #include "views/wx/MListControlViewProcessor.h"
 #include "views/wx/MTableLensProcessor.h"
@@ -135,6 +136,7 @@ void registerGuiClasses() {
   if (done) return;
   done = true;
   registerGuiProcessors();
+  registerWidgetContainers();
   registerListView();
   registerHebView();
   registerTreemapView();

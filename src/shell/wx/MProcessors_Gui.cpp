@@ -50,6 +50,28 @@ TSplitterWindow::TSplitterWindow(wxWindow* parent, const TProcessorPtr& processo
     if (!p) return;
     auto state = std::dynamic_pointer_cast<TBooleanData>(p->getInputPinByName("sash collapse state")->getData());
     p->getInputPinByName("sash collapse state")->setData(std::make_shared<TBooleanData>(!(state && state->getValue())));
+    runFlowNow();
+  });
+  // A sash the user moves is stored, as a distance from the right edge
+  // when the position counts from there.
+  Bind(wxEVT_SPLITTER_SASH_POS_CHANGED, [this](wxSplitterEvent& event) {
+    event.Skip();
+    auto p = m_Processor.lock();
+    if (!p) return;
+    auto collapsed = std::dynamic_pointer_cast<TBooleanData>(p->getInputPinByName("sash collapse state")->getData());
+    if (collapsed && collapsed->getValue()) return;
+    auto now = std::dynamic_pointer_cast<TIntegerData>(p->getInputPinByName("sash position")->getData());
+    const int at = event.GetSashPosition();
+    const int stored = now && now->getValue() < 0 ? at - GetClientSize().x : at;
+    p->getInputPinByName("sash position")->setData(std::make_shared<TIntegerData>(stored));
+    runFlowNow();
+  });
+  Bind(wxEVT_SIZE, [this](wxSizeEvent& event) {
+    event.Skip();
+    if (!pending || GetClientSize().x <= 0) return;
+    const int want = *pending;
+    if (GetClientSize().x > std::abs(want) + 50) pending.reset();
+    CallAfter([this, want] { SetSashPosition(want); });
   });
 }
 
@@ -81,6 +103,7 @@ void TSplitWindowProcessor::process_python() {
     auto* two = new TSizerPanel(split);
     auto position = std::dynamic_pointer_cast<TIntegerData>(m_SashPosition->getData());
     split->SplitVertically(one, two, position ? position->getValue() : 200);
+    split->pending = position ? position->getValue() : 200;
     parent->Layout();
     splitter = split;
     m_Out1->setData(windowData(one));

@@ -35,6 +35,9 @@ class TSplitterWindow : public wxSplitterWindow {
  public:
   TSplitterWindow(wxWindow* parent, const TProcessorPtr& processor);
   void update();
+  // The sash position to take once the window has its size: a negative
+  // position counts from the right edge.
+  std::optional<int> pending;
 
  private:
   std::weak_ptr<TAbstractProcessor> m_Processor;
