@@ -458,10 +458,14 @@ std::vector<py::object> TNominalFilterModel::values(const std::string& key) cons
   if (!m_Attributes) return out;
   bool found = false;
   TDataPtr item = m_Attributes->getItemByKey(key, found);
-  if (auto s = std::dynamic_pointer_cast<TStringAttributeData>(item))
-    for (const auto& [value, count] : *s->getUniqueValues()) out.push_back(py::str(value));
-  else if (auto i = std::dynamic_pointer_cast<TIntegerAttributeData>(item))
-    for (const auto& [value, count] : *i->getUniqueValues()) out.push_back(py::int_(value));
+  // The maps are made for the call: hold them while reading.
+  if (auto s = std::dynamic_pointer_cast<TStringAttributeData>(item)) {
+    const auto unique = s->getUniqueValues();
+    for (const auto& [value, count] : *unique) out.push_back(py::str(value));
+  } else if (auto i = std::dynamic_pointer_cast<TIntegerAttributeData>(item)) {
+    const auto unique = i->getUniqueValues();
+    for (const auto& [value, count] : *unique) out.push_back(py::int_(value));
+  }
   return out;
 }
 

@@ -136,10 +136,14 @@ class TArrayPickerChoice : public wxChoice {
 
 TSliderControlPanel::TSliderControlPanel(wxWindow* parent, const TProcessorPtr& control)
     : wxPanel(parent), m_Control(control) {
-  SetMinSize(wxSize(80, 30));
+  // 80 pixels wide at least; as high as the slider with its ticks needs.
+  SetMinSize(wxSize(80, -1));
   slider = new wxSlider(this, wxID_ANY, 0, 0, 1, wxDefaultPosition, wxDefaultSize, wxSL_HORIZONTAL | wxSL_AUTOTICKS);
   text = new wxTextCtrl(this, wxID_ANY, "", wxDefaultPosition, wxSize(30, -1), wxTE_PROCESS_ENTER);
   text->SetMinSize(wxSize(30, -1));
+  // Room for the ticks below the bar, which the toolkit draws outside a
+  // smaller slider.
+  slider->SetMinSize(wxSize(50, std::max(slider->GetBestSize().y, 36)));
   auto* sizer = new wxBoxSizer(wxHORIZONTAL);
   sizer->Add(slider, 1, wxEXPAND);
   sizer->Add(text, 0, wxALIGN_CENTER_VERTICAL);
@@ -178,7 +182,7 @@ void TSliderControlPanel::update() {
   }
   if (value) {
     const wxString shown = c->isInteger() ? wxString::Format("%d", static_cast<int>(*value))
-                                          : wxString::FromCDouble(*value, 3);
+                                          : wxString::FromCDouble(static_cast<float>(*value));
     if (text->GetValue() != shown) text->ChangeValue(shown);
   }
 }

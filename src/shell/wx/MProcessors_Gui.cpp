@@ -83,10 +83,16 @@ void TSplitterWindow::update() {
   auto position = std::dynamic_pointer_cast<TIntegerData>(p->getInputPinByName("sash position")->getData());
   const bool secondGivesWay = direction ? direction->getValue() : true;
   SetSashGravity(secondGivesWay ? 1.0 : 0.0);
-  if (collapsed && collapsed->getValue())
+  // A folded pane is hidden as well: its windows would be squeezed to
+  // nothing.
+  wxWindow* folding = secondGivesWay ? GetWindow2() : GetWindow1();
+  if (collapsed && collapsed->getValue()) {
+    if (folding) folding->Hide();
     SetSashPosition(secondGivesWay ? -1 : 1);
-  else if (position)
-    SetSashPosition(position->getValue());
+  } else {
+    if (folding) folding->Show();
+    if (position) SetSashPosition(position->getValue());
+  }
 }
 
 void TSplitWindowProcessor::process_python() {

@@ -1,7 +1,6 @@
 #include "MWidgetContainers.h"
 
 #include <pybind11/pybind11.h>
-#include <wx/collpane.h>
 #include <wx/scrolwin.h>
 #include <wx/wupdlock.h>
 
@@ -33,6 +32,33 @@ std::optional<std::string> nameOf(TAbstractProcessor& control) {
 }  // namespace
 
 // ---------------------------------------------------------------------------
+// TFoldPanel
+
+TFoldPanel::TFoldPanel(wxWindow* parent, const wxString& caption) : wxPanel(parent) {
+  SetName(caption);
+  m_Header = new wxCollapsibleHeaderCtrl(this, wxID_ANY, caption);
+  m_Pane = new wxPanel(this);
+  auto* sizer = new wxBoxSizer(wxVERTICAL);
+  sizer->Add(m_Header, 0, wxEXPAND);
+  sizer->Add(m_Pane, 0, wxEXPAND);
+  SetSizer(sizer);
+  m_Header->Bind(wxEVT_COLLAPSIBLEHEADER_CHANGED, [this](wxCommandEvent&) { collapse(m_Header->IsCollapsed()); });
+}
+
+void TFoldPanel::collapse(bool collapsed) {
+  m_Header->SetCollapsed(collapsed);
+  m_Pane->Show(!collapsed);
+  // The page scrolls over what its groups take now.
+  for (wxWindow* w = this; w; w = w->GetParent()) {
+    w->Layout();
+    if (auto* page = dynamic_cast<wxScrolledWindow*>(w)) {
+      page->FitInside();
+      break;
+    }
+  }
+}
+
+// ---------------------------------------------------------------------------
 // TToolbarPanel
 
 TToolbarPanel::TToolbarPanel(TSizerPanel* parent) : wxNotebook(parent, wxID_ANY) {
@@ -49,9 +75,8 @@ void TToolbarPanel::fill(const std::vector<TProcessorPtr>& controls, bool) {
     auto* pageSizer = new wxBoxSizer(wxVERTICAL);
     page->SetSizer(pageSizer);
     for (const TControlGroup& group : tab.groups) {
-      auto* fold = new wxCollapsiblePane(page, wxID_ANY, wxText(group.name), wxDefaultPosition, wxDefaultSize,
-                                         wxCP_DEFAULT_STYLE | wxCP_NO_TLW_RESIZE);
-      wxWindow* inner = fold->GetPane();
+      auto* fold = new TFoldPanel(page, wxText(group.name));
+      wxWindow* inner = fold->pane();
       auto* sizer = new wxBoxSizer(wxVERTICAL);
       for (const TProcessorPtr& control : group.controls) {
         const auto name = nameOf(*control);
@@ -60,12 +85,8 @@ void TToolbarPanel::fill(const std::vector<TProcessorPtr>& controls, bool) {
         if (wxWindow* widget = createControlWidget(control, inner)) sizer->Add(widget, 0, wxEXPAND | wxLEFT | wxTOP, 3);
       }
       inner->SetSizer(sizer);
-      fold->Collapse(tab.groups.size() > 1);
-      fold->Bind(wxEVT_COLLAPSIBLEPANE_CHANGED, [page](wxCollapsiblePaneEvent&) {
-        page->Layout();
-        page->FitInside();
-      });
       pageSizer->Add(fold, 0, wxEXPAND | wxALL, 2);
+      fold->collapse(tab.groups.size() > 1);
     }
     AddPage(page, wxText(tab.name));
     page->FitInside();

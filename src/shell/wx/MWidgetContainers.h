@@ -2,6 +2,7 @@
 // a view, or a panel floating over it.
 #pragma once
 
+#include <wx/collheaderctrl.h>
 #include <wx/notebook.h>
 #include <wx/wx.h>
 
@@ -11,6 +12,20 @@
 #include "widgets/MGui.h"
 
 namespace quorvel {
+
+// A group of a toolbar panel: a caption that folds and unfolds the panel
+// below it.
+class TFoldPanel : public wxPanel {
+ public:
+  TFoldPanel(wxWindow* parent, const wxString& caption);
+  wxWindow* pane() { return m_Pane; }
+  bool isCollapsed() const { return !m_Pane->IsShown(); }
+  void collapse(bool collapsed);
+
+ private:
+  wxCollapsibleHeaderCtrl* m_Header;
+  wxPanel* m_Pane;
+};
 
 // What both kinds of container do with the controls they are given.
 class TControlContainer {
