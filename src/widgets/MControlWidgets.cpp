@@ -3,6 +3,8 @@
 #include <pybind11/pybind11.h>
 #include <wx/dcbuffer.h>
 
+#include <pybind11/functional.h>
+
 #include <cmath>
 #include <cstdlib>
 
@@ -460,6 +462,49 @@ void TFilterPanel::openDialog(const std::function<int(TNominalFilterPanel&)>& us
 }
 
 // ---------------------------------------------------------------------------
+
+wxFrame* constructAllSettingsPanel(const TBoxPtr& box) {
+  auto* frame = new wxFrame(mainWindow(), wxID_ANY, "All settings", wxGetMousePosition());
+  auto* panel = new wxPanel(frame);
+  auto* sizer = new wxBoxSizer(wxVERTICAL);
+  std::vector<TAbstractBox*> queue{box.get()};
+  for (size_t i = 0; i < queue.size(); ++i) {
+    for (const auto& processor : queue[i]->m_Processors) {
+      if (!dynamic_cast<TControl*>(processor.get())) continue;
+      sizer->Add(new wxStaticText(panel, wxID_ANY, wxText(nameOr(*processor, "<no name>"))));
+      if (wxWindow* widget = createControlWidget(processor, panel)) sizer->Add(widget, 0, wxEXPAND);
+      sizer->AddSpacer(3);
+    }
+    for (const auto& child : queue[i]->m_Children)
+      if (child) queue.push_back(child.get());
+  }
+  panel->SetSizer(sizer);
+  sizer->Fit(panel);
+  frame->SetClientSize(panel->GetSize());
+  frame->Show();
+  return frame;
+}
+
+void addSettingsEntries(const TBoxPtr& box, wxMenu* menu, TEventMap& eventmap) {
+  if (!box) return;
+  std::weak_ptr<TAbstractBox> weak = box;
+  menu->AppendSeparator();
+  for (const auto& processor : box->m_Processors) {
+    if (!dynamic_cast<TSettingsFrameOwner*>(processor.get())) continue;
+    std::weak_ptr<TAbstractProcessor> owner = processor;
+    const int id = eventmap.add(py::cpp_function([owner] {
+                                  if (auto p = owner.lock())
+                                    dynamic_cast<TSettingsFrameOwner*>(p.get())->constructSettingsFrame(mainWindow());
+                                }),
+                                py::tuple());
+    menu->Append(id, wxText("Configure " + nameOr(*processor, processor->getTypeName())));
+  }
+  const int id = eventmap.add(py::cpp_function([weak] {
+                                if (auto b = weak.lock()) constructAllSettingsPanel(b);
+                              }),
+                              py::tuple());
+  menu->Append(id, "All settings");
+}
 
 wxWindow* createControlWidget(const TProcessorPtr& control, wxWindow* parent) {
   if (!control || !parent) return nullptr;

@@ -13,11 +13,19 @@
 
 #include "analysis/MControlCores.h"
 #include "analysis/MSelection.h"
+#include "widgets/MGui.h"
 
 namespace quorvel {
 
 // Makes a widget for a control, or null for a processor that is no control.
 wxWindow* createControlWidget(const TProcessorPtr& control, wxWindow* parent);
+
+// A frame at the mouse with the widgets of every control of the box and the
+// boxes below it, breadth first, each under its name.
+wxFrame* constructAllSettingsPanel(const TBoxPtr& box);
+// What a view's context menu offers for its box: "Configure %s" for each
+// processor with a settings dialog, and "All settings".
+void addSettingsEntries(const TBoxPtr& box, wxMenu* menu, TEventMap& eventmap);
 
 // A slider and a text field; integer mode while min and max are integers,
 // else a slider of 0 to 1000 steps over the range.

@@ -1,5 +1,7 @@
 #include "MGui.h"
 
+#include "widgets/MControlWidgets.h"
+
 #include <functional>
 
 #include "data/MValues.h"
@@ -336,9 +338,15 @@ wxString menuLabel(const TActionEntry& entry) {
   return wxText(key.empty() ? entry.name : entry.name + "  " + key);
 }
 
-void TGuiMgr::showContextMenu(wxWindow*, py::handle list, const std::set<std::string>* tags) {
+void TGuiMgr::showContextMenu(wxWindow* parent, py::handle list, const std::set<std::string>* tags) {
   auto eventmap = std::make_shared<TEventMap>();
   std::unique_ptr<wxMenu> menu(buildContextMenu(list, eventmap, tags));
+  // The settings of the view the menu belongs to.
+  for (wxWindow* w = parent; w; w = w->GetParent())
+    if (auto* child = dynamic_cast<TChildFrame*>(w)) {
+      if (auto processor = child->processor.lock()) addSettingsEntries(processor->m_Box, menu.get(), *eventmap);
+      break;
+    }
   menu->Bind(wxEVT_MENU, [eventmap](wxCommandEvent& event) {
     try {
       eventmap->run(event.GetId());

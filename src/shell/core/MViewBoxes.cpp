@@ -253,6 +253,30 @@ void addNodeAttributePickers(TFlowManager& lib, const TBoxPtr& box, std::map<std
        "out", view, "node colormap");
 }
 
+// A strip over the values of the colour attribute: the nodes whose value
+// lies between its bounds pass `narrowing` (a TSelector2 made before, so
+// that the view's hierarchy could take its output). An attribute that is
+// no number has no bounds, and everything passes.
+void addColorRange(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& narrowing, const TProcessorPtr& from,
+                   const char* fromPin) {
+  auto colorAttr = box->getProcessorByName("node color attr picker");
+  auto span = addNamed(lib, box, "TGetCount", "color attr span", 700, 180);
+  wire(box, colorAttr, "out", span, "in");
+  auto range = addNamed(lib, box, "TFloatRangeControl", "color range", 700, 200);
+  wire(box, span, "min", range, "min");
+  wire(box, span, "max", range, "max");
+  wire(box, box->getProcessorByName("node colormap picker"), "out", range, "colormap");
+  wire(box, addSource(lib, box, "TPythonDataSource", "color range settings",
+                      scriptValue("{'name': 'Color range', 'group': 'Node colors', 'order': 3, "
+                                  "'colormaprescale': False}"),
+                      750, 180),
+       "out", range, "settings");
+  wire(box, addSource(lib, box, "TFloatPairDataSource", "color range value", nullptr, 650, 180), "out", range, "in");
+  wire(box, from, fromPin, narrowing, "selection");
+  wire(box, colorAttr, "out", narrowing, "attribute");
+  wire(box, range, "normalized", narrowing, "range");
+}
+
 // A selection of the ids of a port by a filter dictionary held in a source
 // ("<prefix> value" or as named), under settings that let everything pass
 // while no filter is set.
@@ -306,12 +330,13 @@ void buildHebView(TFlowManager& lib) {
   };
   auto nodeFilter = filter("node", "Node inclusion filter", "all nodes", "node attributes", 200);
   auto edgeFilter = filter("edge", "Edge inclusion filter", "all edges", "edge attributes", 400);
+  auto colorRange = addNamed(lib, box, "TSelector2", "color range filter", 200, 90);
   // The edge last clicked, -1 until one is: what a listening process hears
   // as OnEdgeClick.
   auto clickedEdge =
       addSource(lib, box, "TIntDataSource", "clicked edge", std::make_shared<TIntegerData>(-1), 650, 60);
   wire(box, clickedEdge, "out", addNamed(lib, box, "THookProcessor", "edge inspector on click hook", 600, 80), "in");
-  const TViewHierarchy tree = addViewHierarchy(lib, box, port, nodeFilter, "output");
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, colorRange, "output");
   const TProcessorPtr& collapser = tree.collapser;
 
   // Its edges, folded onto what it shows, and their colours.
@@ -349,6 +374,7 @@ void buildHebView(TFlowManager& lib) {
   addNumberControl(lib, box, heb, "settings.self-loop size", "Self-loop size", "Edge bundling", 3, false, 0.2, 0.0, 1.0,
                    500);
   addNodeAttributePickers(lib, box, port, heb);
+  addColorRange(lib, box, colorRange, nodeFilter, "output");
   wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings, 600,
                       200),
        "out", heb, "node icon attr");
@@ -385,7 +411,8 @@ void buildTreemapView(TFlowManager& lib) {
                         "node primary selection", "node secondary selection", "edge primary selection"});
   auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
   wire(box, port["gui title"], "out", window, "gui title");
-  const TViewHierarchy tree = addViewHierarchy(lib, box, port, port["all nodes"], "out");
+  auto colorRange = addNamed(lib, box, "TSelector2", "color range filter", 200, 90);
+  const TViewHierarchy tree = addViewHierarchy(lib, box, port, colorRange, "output");
 
   auto groups = [&](const std::string& name, const std::string& type, float gx) {
     const std::string filter =
@@ -411,6 +438,7 @@ void buildTreemapView(TFlowManager& lib) {
   auto treemap = addNamed(lib, box, "TTreemapProcessor", "treemap vis", 0, 280);
   wire(box, addSettingsPane(lib, box, window), "out1", treemap, "gui parent");
   addNodeAttributePickers(lib, box, port, treemap);
+  addColorRange(lib, box, colorRange, port["all nodes"], "out");
   wire(box, area, "out", treemap, "node area attr ordnorm");
   wire(box, order, "out", treemap, "node order attr ordnorm");
   wire(box, folders, "output", treemap, "flatten");

@@ -229,3 +229,49 @@ TEST(Pane, AFloatingPanelKeepsItsCornerUntilDraggedAndHidesItsWidgets) {
   app.settle();
   EXPECT_GT(windowsIn<wxChoice>(floating).size(), 0u);
 }
+
+TEST(Pane, TheColourRangeNarrowsTheTreemap) {
+  TPaneApp app;
+  app.run("openView('treemap')");
+  app.box = me.flowlayout->getBoxByType("BTreemapView");
+  ASSERT_TRUE(app.pane());
+  wxWindow* colours = app.group("Node colors");
+  auto strips = windowsIn<TFloatRangePanel>(colours);
+  ASSERT_EQ(strips.size(), 1u);
+  EXPECT_FALSE(strips[0]->valid()) << "'type' is no number: n/a";
+  auto tree = app.box->getProcessorByName("view collapser");
+  auto shown = [&] { return dataAs<THierarchyData>(tree->getOutputPinByName("collapsed hierarchy out"))->getRowCount(); };
+  const size_t all = shown();
+  app.choose(windowsIn<wxChoice>(colours)[0], "lines");
+  ASSERT_TRUE(strips[0]->valid());
+  auto range = app.box->getProcessorByName("color range");
+  EXPECT_EQ(dataAs<TFloatPairData>(range->getInputPinByName("in"))->getValue(), std::make_pair(1.0f, 25.0f))
+      << "the whole span of the attribute";
+  // A left click in the middle: what has fewer lines is gone.
+  const int width = strips[0]->GetClientSize().x;
+  strips[0]->leftDown(width / 2);
+  app.finishAnimations();
+  EXPECT_LT(shown(), all);
+  strips[0]->doubleClick();
+  app.finishAnimations();
+  EXPECT_EQ(shown(), all) << "a double click takes the whole span again";
+}
+
+TEST(Pane, AllSettingsListsTheControlsOfTheView) {
+  TPaneApp app;
+  TEventMap eventmap;
+  wxMenu menu;
+  addSettingsEntries(app.box, &menu, eventmap);
+  ASSERT_TRUE(menu.FindItemByPosition(menu.GetMenuItemCount() - 1));
+  EXPECT_EQ(menu.FindItemByPosition(menu.GetMenuItemCount() - 1)->GetItemLabelText(), "All settings");
+  const int before = static_cast<int>(wxTopLevelWindows.GetCount());
+  eventmap.run(menu.FindItemByPosition(menu.GetMenuItemCount() - 1)->GetId());
+  ASSERT_EQ(static_cast<int>(wxTopLevelWindows.GetCount()), before + 1);
+  auto* frame = dynamic_cast<wxFrame*>(wxTopLevelWindows.GetLast()->GetData());
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(frame->GetTitle(), "All settings");
+  EXPECT_EQ(windowsIn<TSliderControlPanel>(frame).size(), 6u) << "the radial view's six settings";
+  EXPECT_EQ(windowsIn<TFilterPanel>(frame).size(), 2u);
+  EXPECT_EQ(windowsIn<TFloatRangePanel>(frame).size(), 1u);
+  frame->Destroy();
+}
