@@ -2,6 +2,7 @@
 // a million nodes and three million edges, after a collapse near the root
 // and near a leaf; ordnorm of a large text column.
 #include <benchmark/benchmark.h>
+#include <pybind11/eval.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,6 +12,8 @@
 #include "analysis/MAttributeDerivation.h"
 #include "analysis/MCollapse.h"
 #include "analysis/MEdgeAggregation.h"
+#include "analysis/MSelection.h"
+#include "engine/MFlowManager.h"
 #include "support/SyntheticData.h"
 
 using namespace quorvel;
@@ -141,7 +144,119 @@ void BM_OrdnormStrings(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
+// A million ids with a text column of ten kinds and an integer column of
+// a hundred sizes, and a float column, in shuffled row order.
+struct FilterData {
+  std::shared_ptr<TIntegerSetData> ids = std::make_shared<TIntegerSetData>();
+  std::shared_ptr<TStringAttributeData> kind = std::make_shared<TStringAttributeData>("kind");
+  std::shared_ptr<TIntegerAttributeData> size = std::make_shared<TIntegerAttributeData>("size");
+  std::shared_ptr<TFloatAttributeData> weight = std::make_shared<TFloatAttributeData>("weight");
+  std::shared_ptr<TAttributeDataArray> attributes = std::make_shared<TAttributeDataArray>();
+  explicit FilterData(uint32_t n) {
+    std::mt19937 rng(7);
+    std::vector<uint32_t> order(n);
+    for (uint32_t i = 0; i < n; ++i) order[i] = i + 1;
+    std::shuffle(order.begin(), order.end(), rng);
+    kind->reserve(n);
+    size->reserve(n);
+    weight->reserve(n);
+    for (uint32_t id : order) {
+      kind->addRow(id, "kind" + std::to_string(id % 10));
+      size->addRow(id, static_cast<int32_t>(id % 100));
+      weight->addRow(id, static_cast<float>(id % 1000) / 10.0f);
+    }
+    for (uint32_t i = 1; i <= n; ++i) ids->add(i);
+    attributes->add(kind);
+    attributes->add(size);
+    attributes->add(weight);
+  }
+};
+
+const FilterData& filterData() {
+  static const FilterData data(1000000);
+  return data;
+}
+
+// TSelector1 with two checked attributes, three kinds and fifty sizes.
+void BM_NodeFilter(benchmark::State& state) {
+  const FilterData& d = filterData();
+  auto fm = makeFlowManager(true);
+  auto selector = fm->constructProcessor<TSelector1Cpp>();
+  fm->addProcessor(selector);
+  selector->m_Selection->setData(d.ids);
+  selector->m_Attributes->setData(d.attributes);
+  selector->m_Settings->setData(std::make_shared<TPythonData>(TPyRef::steal(pybind11::dict().release().ptr())));
+  std::string filter = "{'pass': 2, 'key_op': 'and', 'attributes': {'kind': {'checked': True, 'values': "
+                       "{'kind1': True, 'kind4': True, 'kind7': True}}, 'size': {'checked': True, 'values': {";
+  for (int v = 0; v < 100; v += 2) filter += std::to_string(v) + ": True, ";
+  filter += "}}}}";
+  selector->m_Filter->setData(std::make_shared<TPythonData>(TPyRef::steal(pybind11::eval(filter).release().ptr())));
+  for (auto _ : state) {
+    selector->process();
+    benchmark::DoNotOptimize(selector->m_Output->getData().get());
+  }
+  state.counters["passed"] = static_cast<double>(dataAs<TIntegerSetData>(selector->m_Output)->getCount());
+  state.SetItemsProcessed(state.iterations() * d.ids->getCount());
+  fm->release();
+}
+
+// The floor: every id's two values read, the same test made by hand.
+void BM_NodeFilterBareLoop(benchmark::State& state) {
+  const FilterData& d = filterData();
+  for (auto _ : state) {
+    auto out = std::make_shared<TIntegerSetData>();
+    out->m_Set.reserve(d.ids->getCount());
+    for (uint32_t id : d.ids->m_Set) {
+      const auto* stored = d.kind->findStored(id);
+      bool found = false;
+      const int32_t size = d.size->getValueById(id, found);
+      if (!stored || !found) continue;
+      const auto text = d.kind->viewOf(*stored);
+      if ((text == "kind1" || text == "kind4" || text == "kind7") && size % 2 == 0) out->m_Set.insert(id);
+    }
+    benchmark::DoNotOptimize(out.get());
+  }
+  state.SetItemsProcessed(state.iterations() * d.ids->getCount());
+}
+
+// TSelector2 on the float column, and its floor.
+void BM_RangeFilter(benchmark::State& state) {
+  const FilterData& d = filterData();
+  auto fm = makeFlowManager(true);
+  auto selector = fm->constructProcessor<TSelector2>();
+  fm->addProcessor(selector);
+  selector->m_Selection->setData(d.ids);
+  selector->m_Attribute->setData(d.weight);
+  selector->m_Range->setData(std::make_shared<TFloatPairData>(20.0f, 60.0f));
+  for (auto _ : state) {
+    selector->m_Selection->touch();
+    selector->process();
+    benchmark::DoNotOptimize(selector->m_Output->getData().get());
+  }
+  state.SetItemsProcessed(state.iterations() * d.ids->getCount());
+  fm->release();
+}
+
+void BM_RangeFilterBareLoop(benchmark::State& state) {
+  const FilterData& d = filterData();
+  for (auto _ : state) {
+    auto out = std::make_shared<TIntegerSetData>();
+    for (uint32_t id : d.ids->m_Set) {
+      bool found = false;
+      const float v = d.weight->getFloatValueById(id, found);
+      if (found && v >= 20.0f && v <= 60.0f) out->m_Set.insert(id);
+    }
+    benchmark::DoNotOptimize(out.get());
+  }
+  state.SetItemsProcessed(state.iterations() * d.ids->getCount());
+}
+
 }  // namespace
+
+BENCHMARK(BM_NodeFilter)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_NodeFilterBareLoop)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RangeFilter)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_RangeFilterBareLoop)->Unit(benchmark::kMillisecond);
 
 // Arguments: nodes (with three times as many edges), and 1 for a collapse
 // near the root, 0 for one near a leaf.

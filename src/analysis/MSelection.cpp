@@ -2,6 +2,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "engine/MRegistry.h"
@@ -32,7 +33,7 @@ TCompiledFilter::TCompiledFilter(const TPyRef& filterRef, const TDataArray& attr
   py::dict filter = py::reinterpret_borrow<py::dict>(filterRef.get());
   m_Pass = filter.contains("pass") ? py::int_(filter["pass"]).cast<int>() : 2;
   const bool andMode = !filter.contains("key_op") || py::str(filter["key_op"]).cast<std::string>() == "and";
-  std::vector<Predicate> single;
+  std::vector<ColumnTest> single;
   if (filter.contains("attributes") && py::isinstance<py::dict>(filter["attributes"])) {
     for (auto [key, spec] : py::reinterpret_borrow<py::dict>(filter["attributes"])) {
       if (!py::isinstance<py::dict>(spec)) continue;
@@ -42,48 +43,48 @@ TCompiledFilter::TCompiledFilter(const TPyRef& filterRef, const TDataArray& attr
       bool found = false;
       auto column = std::dynamic_pointer_cast<TAttributeData>(attributes.getItemByKey(key.cast<std::string>(), found));
       if (!column) continue;
-      std::vector<Predicate> clause;
       const std::string type = column->getAttributeType();
+      ColumnTest test{column, type == "string", {}, {}};
       if (s.contains("values") && py::isinstance<py::dict>(s["values"])) {
         for (auto [value, chosen] : py::reinterpret_borrow<py::dict>(s["values"])) {
           if (!truthy(chosen)) continue;
           if (type == "string" && py::isinstance<py::str>(value))
-            clause.push_back({column, true, value.cast<std::string>(), 0});
+            test.texts.push_back(value.cast<std::string>());
           else if (type == "int" && py::isinstance<py::int_>(value))
-            clause.push_back({column, false, {}, value.cast<int32_t>()});
+            test.numbers.push_back(value.cast<int32_t>());
         }
       }
-      if (andMode) {
-        if (!clause.empty()) m_Clauses.push_back(std::move(clause));
-      } else {
-        single.insert(single.end(), clause.begin(), clause.end());
-      }
+      std::sort(test.numbers.begin(), test.numbers.end());
+      if (test.texts.empty() && test.numbers.empty()) continue;
+      if (andMode)
+        m_Clauses.push_back({std::move(test)});
+      else
+        single.push_back(std::move(test));
     }
   }
   if (!andMode && !single.empty()) m_Clauses.push_back(std::move(single));
+}
+
+bool TCompiledFilter::ColumnTest::passes(uint32_t id) const {
+  if (isText) {
+    const auto& c = static_cast<const TStringAttributeData&>(*column);
+    const auto* stored = c.findStored(id);
+    if (!stored) return false;
+    const auto text = c.viewOf(*stored);
+    return std::any_of(texts.begin(), texts.end(), [&](const std::string& t) { return text == t; });
+  }
+  const auto& c = static_cast<const TIntegerAttributeData&>(*column);
+  bool found = false;
+  const int32_t v = c.getValueById(id, found);
+  return found && std::binary_search(numbers.begin(), numbers.end(), v);
 }
 
 bool TCompiledFilter::verdict(uint32_t id) const {
   if (m_Pass == 0) return false;
   if (m_Pass == 1) return true;
   if (m_Clauses.empty()) return false;
-  for (const auto& clause : m_Clauses) {
-    bool any = false;
-    for (const auto& p : clause) {
-      if (p.isText) {
-        const auto& column = static_cast<const TStringAttributeData&>(*p.column);
-        const auto* stored = column.findStored(id);
-        any = stored && column.viewOf(*stored) == p.text;
-      } else {
-        const auto& column = static_cast<const TIntegerAttributeData&>(*p.column);
-        bool found = false;
-        const int32_t v = column.getValueById(id, found);
-        any = found && v == p.number;
-      }
-      if (any) break;
-    }
-    if (!any) return false;
-  }
+  for (const auto& clause : m_Clauses)
+    if (std::none_of(clause.begin(), clause.end(), [id](const ColumnTest& t) { return t.passes(id); })) return false;
   return true;
 }
 

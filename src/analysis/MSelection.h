@@ -59,14 +59,18 @@ class TCompiledFilter {
   size_t clauseCount() const { return m_Clauses.size(); }
 
  private:
-  struct Predicate {
+  // The chosen values of one column: an id passes when its value is one of
+  // them. The value is looked up once, whatever their number.
+  struct ColumnTest {
     std::shared_ptr<TAttributeData> column;
-    bool isText;
-    std::string text;
-    int32_t number;
+    bool isText = false;
+    std::vector<std::string> texts;
+    std::vector<int32_t> numbers;  // sorted
+    bool passes(uint32_t id) const;
   };
   int m_Pass = 2;
-  std::vector<std::vector<Predicate>> m_Clauses;
+  // All clauses must pass; a clause passes when one of its tests does.
+  std::vector<std::vector<ColumnTest>> m_Clauses;
 };
 
 class TSelector2 : public TAbstractProcessor {
