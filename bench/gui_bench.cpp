@@ -149,6 +149,32 @@ void BM_QuietApplicationCpu(benchmark::State& state) {
   }
 }
 
+// The same with the five kinds of view open beside the list, each with its
+// pane of controls: controls do no work while nothing changes.
+void BM_QuietFiveViewsCpu(benchmark::State& state) {
+  Session s;
+  openAndShow(*s.frame, s.file);
+  s.frame->OnInstantiateLibBox("BHebView", TInstantiateOptions{{{"gui title", "Radial"}}, {}});
+  s.frame->OnInstantiateLibBox("BTreemapView", TInstantiateOptions{{{"gui title", "Treemap"}}, {}});
+  s.frame->OnInstantiateLibBox("BTreeView", TInstantiateOptions{{{"gui title", "Tree"}}, {}});
+  s.frame->OnInstantiateLibBox("BTableLens", TInstantiateOptions{{{"gui title", "Table"}},
+                                                                 {{"attributes", "node attributes"},
+                                                                  {"selections", "node selections"},
+                                                                  {"primary selection", "node primary selection"},
+                                                                  {"brushed", "brushed nodes"}}});
+  runLoop(20.0);  // the views open and settle first
+  size_t panes = 0;
+  for (const auto& box : me.flowlayout->m_Children)
+    if (box->getProcessorByName("settings pane")) ++panes;
+  for (auto _ : state) {
+    const double cpu = cpuSeconds();
+    const double wall = seconds();
+    runLoop(10.0);
+    state.counters["cpu_percent"] = 100.0 * (cpuSeconds() - cpu) / (seconds() - wall);
+  }
+  state.counters["panes"] = static_cast<double>(panes);
+}
+
 // A selection pass at a window point over lists, with the view's model-view
 // matrix set by `matrix`: the floor of a pick.
 template <class Matrix>
@@ -552,6 +578,7 @@ BENCHMARK(BM_HebPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillise
 BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_ListFirstPaintFromPins)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(BM_QuietFiveViewsCpu)->Unit(benchmark::kSecond)->Iterations(1);
 
 int main(int argc, char** argv) {
   startInterpreter({"quorvel-gui-bench"});

@@ -225,7 +225,8 @@ void TSliderControlPanel::enter(const wxString& entered) {
     p->getInputPinByName("in")->setData(c->makeValue(static_cast<double>(v)));
   } else {
     const double v = std::strtod(t.c_str(), &end);
-    if (t.empty() || *end != '\0' || std::isnan(v)) {
+    // Out of range ("1e999") or no number at all: nothing changes.
+    if (t.empty() || *end != '\0' || !std::isfinite(v)) {
       logError("Not a number: '" + t + "'");
       update();
       return;

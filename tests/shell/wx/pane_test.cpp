@@ -123,8 +123,16 @@ TEST(Pane, AChoiceASliderAndTheFilterDialogChangeTheViewAndComeBackWithThePerspe
   EXPECT_FLOAT_EQ(std::stof(app.source("Ring height")), 0.3f);
   const float thick = folder->current.box.y1 - folder->current.box.y0;
   EXPECT_GT(thick, thin * 1.5f) << thin << " -> " << thick;
-  sliders[0]->enter("abc");
-  EXPECT_FLOAT_EQ(std::stof(app.source("Ring height")), 0.3f) << "text that is no number changes nothing";
+  for (const char* bad : {"abc", "1e999", ""}) {
+    sliders[0]->enter(bad);
+    EXPECT_FLOAT_EQ(std::stof(app.source("Ring height")), 0.3f) << "'" << bad << "' changes nothing";
+  }
+  sliders[0]->enter("0.2");
+  app.finishAnimations();
+  EXPECT_FLOAT_EQ(std::stof(app.source("Ring height")), 0.2f) << "Enter sets a typed value";
+  sliders[0]->enter("7");
+  app.finishAnimations();
+  EXPECT_FLOAT_EQ(std::stof(app.source("Ring height")), 0.3f) << "pulled back to the maximum";
 
   // The node filter: Ok with one kind unchecked takes those nodes away;
   // Cancel after changes leaves the filter as it was.
