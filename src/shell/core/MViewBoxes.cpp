@@ -71,13 +71,13 @@ TProcessorPtr addInternalSelectionActions(TFlowManager& lib, const TBoxPtr& box,
 TProcessorPtr addSettingsPane(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& window) {
   auto split = addNamed(lib, box, "TSplitWindowProcessor", "pane split", 0, 60);
   wire(box, window, "out", split, "in");
-  wire(box, addSource(lib, box, "TIntDataSource", "pane width", std::make_shared<TIntegerData>(-240), 0, 20), "out",
+  wire(box, addSource(lib, box, "TIntDataSource", "settings pane width", std::make_shared<TIntegerData>(-240), 0, 20), "out",
        split, "sash position");
   wire(box,
-       addSource(lib, box, "TBooleanDataSource", "pane collapse state", std::make_shared<TBooleanData>(false), 50, 20),
+       addSource(lib, box, "TBooleanDataSource", "settings pane collapse state", std::make_shared<TBooleanData>(false), 50, 20),
        "out", split, "sash collapse state");
   wire(box,
-       addSource(lib, box, "TBooleanDataSource", "pane collapse direction", std::make_shared<TBooleanData>(true), 100,
+       addSource(lib, box, "TBooleanDataSource", "settings pane collapse direction", std::make_shared<TBooleanData>(true), 100,
                  20),
        "out", split, "sash collapse direction");
   auto gatherer = addNamed(lib, box, "TControlGatherer", "controls", 100, 60);
@@ -349,9 +349,31 @@ void buildHebView(TFlowManager& lib) {
                                std::make_shared<TStringData>("max"), 500, 140);
   auto edgeColors = addNamed(lib, box, "TEdgeColorProcessor", "view edge colors", 400, 160);
   wire(box, edgeCollapser, "out", edgeColors, "edge collapsed");
-  wire(box, port["edge color attr"], "out", edgeColors, "edge colorattr");
-  wire(box, port["edge color attr ordnorm"], "out", edgeColors, "edge colorattr ord");
-  wire(box, port["edge colormap"], "out", edgeColors, "edge colormap");
+  // The edges' colour attribute and map are the view's own, picked in its
+  // pane, the map stretched over the attribute's values.
+  auto edgeColorKey = addSource(lib, box, "TStringDataSource", "edge color attr source", nullptr, 700, 100);
+  auto edgeColorAttr = addPicker(lib, box, "edge color attr picker", port["edge attributes"], "out", edgeColorKey,
+                                 "{'name': 'Edge color attribute', 'group': 'Edge colors', 'order': 1}", 700, 120);
+  auto edgeColorOrd = addNamed(lib, box, "TAttributeNormalizerProcessor", "edge color ordnorm", 700, 140);
+  wire(box, edgeColorAttr, "out", edgeColorOrd, "in");
+  auto edgeSpan = addNamed(lib, box, "TGetCount", "edge color span", 800, 140);
+  wire(box, edgeColorOrd, "out", edgeSpan, "in");
+  auto edgeRange = addNamed(lib, box, "TFloatRangeControl", "edge color range control", 800, 160);
+  wire(box, edgeSpan, "min", edgeRange, "min");
+  wire(box, edgeSpan, "max", edgeRange, "max");
+  wire(box, addSource(lib, box, "TPythonDataSource", "edge color range settings", scriptValue("{'group': None}"), 850,
+                      140),
+       "out", edgeRange, "settings");
+  auto edgeMapKey = addSource(lib, box, "TStringDataSource", "edge colormap source", nullptr, 900, 100);
+  auto edgeMap = addPicker(lib, box, "edge colormap picker", port["colormaps"], "out", edgeMapKey,
+                           "{'defaultkey': 'Rainbow', 'name': 'Edge color map', 'group': 'Edge colors', 'order': 2}",
+                           900, 120);
+  auto edgeRescaler = addNamed(lib, box, "TColormapRescaler", "edge colormap rescaler", 900, 160);
+  wire(box, edgeMap, "out", edgeRescaler, "colormap");
+  wire(box, edgeRange, "normalized", edgeRescaler, "range");
+  wire(box, edgeColorAttr, "out", edgeColors, "edge colorattr");
+  wire(box, edgeColorOrd, "out", edgeColors, "edge colorattr ord");
+  wire(box, edgeRescaler, "out", edgeColors, "edge colormap");
   wire(box, aggregation, "out", edgeColors, "aggregation");
   // A hovered edge stands out like the edges of the selection.
   auto hovered = addNamed(lib, box, "TLftPairsToEids", "hovered edges", 600, 140);

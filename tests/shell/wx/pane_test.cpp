@@ -95,8 +95,8 @@ TEST(Pane, AChoiceASliderAndTheFilterDialogChangeTheViewAndComeBackWithThePerspe
     groups.push_back(stdText(fold->GetName()));
     EXPECT_TRUE(fold->isCollapsed()) << "several groups on a tab start folded";
   }
-  EXPECT_EQ(groups, (std::vector<std::string>{"Node colors", "Node labels", "Edge bundling", "Visual layout",
-                                              "Misc filters"}));
+  EXPECT_EQ(groups, (std::vector<std::string>{"Node colors", "Node labels", "Edge bundling", "Edge colors",
+                                              "Visual layout", "Misc filters"}));
 
   // The colour attribute: the choice lists the attributes, and another one
   // recolours the leaves.
@@ -188,11 +188,15 @@ TEST(Pane, ADoubleClickOnTheSashFoldsThePane) {
                                                      split->GetClientSize().y / 2));
   input.click(sash);
   input.click(sash);
-  TXInput::pumpUntil([&] { return app.source("pane collapse state") == "1"; }, 3);
+  TXInput::pumpUntil([&] { return app.source("settings pane collapse state") == "1"; }, 3);
   app.settle();
-  EXPECT_EQ(app.source("pane collapse state"), "1");
+  EXPECT_EQ(app.source("settings pane collapse state"), "1");
   EXPECT_LT(split->GetWindow2()->GetSize().x, 10) << "folded";
   EXPECT_FALSE(split->GetWindow2()->IsShown());
+  app.run("selectViewByName('Radial')");
+  app.run("showPane('settings')");
+  EXPECT_EQ(app.source("settings pane collapse state"), "0") << "the command unfolds it again";
+  EXPECT_TRUE(split->GetWindow2()->IsShown());
 }
 
 TEST(Pane, AFloatingPanelKeepsItsCornerUntilDraggedAndHidesItsWidgets) {
@@ -280,6 +284,6 @@ TEST(Pane, AllSettingsListsTheControlsOfTheView) {
   EXPECT_EQ(frame->GetTitle(), "All settings");
   EXPECT_EQ(windowsIn<TSliderControlPanel>(frame).size(), 6u) << "the radial view's six settings";
   EXPECT_EQ(windowsIn<TFilterPanel>(frame).size(), 2u);
-  EXPECT_EQ(windowsIn<TFloatRangePanel>(frame).size(), 1u);
+  EXPECT_EQ(windowsIn<TFloatRangePanel>(frame).size(), 2u) << "the nodes' and, out of the pane, the edges'";
   frame->Destroy();
 }
