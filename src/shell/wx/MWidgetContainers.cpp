@@ -63,6 +63,22 @@ void TFoldPanel::collapse(bool collapsed) {
 
 TToolbarPanel::TToolbarPanel(TSizerPanel* parent) : wxNotebook(parent, wxID_ANY) {
   parent->sizer->Insert(0, this, 1, wxEXPAND);
+  // A notebook squeezed below the room its tabs need (a window just made,
+  // a pane being folded) upsets the toolkit: it stands hidden until there
+  // is room.
+  auto roomy = [parent] {
+    const wxSize room = parent->GetClientSize();
+    return room.x >= 60 && room.y >= 60;
+  };
+  Show(roomy());
+  parent->Bind(wxEVT_SIZE, [this, parent, roomy](wxSizeEvent& event) {
+    event.Skip();
+    if (roomy() == IsShown()) return;
+    // Its size first: shown, it is allocated the size it has.
+    if (roomy()) SetSize(parent->GetClientSize());
+    Show(roomy());
+    parent->Layout();
+  });
   parent->Layout();
 }
 

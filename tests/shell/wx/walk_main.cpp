@@ -9,6 +9,8 @@
 //   test_walk [--steps N] [--seed S]
 //
 // A failure prints its seed and step; the same seed replays the same walk.
+// QUORVEL_WALK_TRACE=1 prints every page change, with a backtrace when a
+// tab click brings another page than its own.
 #include <wx/wx.h>
 
 #include <execinfo.h>
@@ -47,6 +49,16 @@ class TWalk {
     command("ensureOpen(" + scriptLiteral(m_Dataset) + ")");
     command("openView('heb', 'Radial')");
     m_Bar = std::make_unique<TMenuBarMap>(m_Frame, m_Input);
+    // A click may open a dialog (a filter, the columns), whose loop holds
+    // the walk: the user looks at it a moment and cancels it.
+    m_Dialogs.Bind(wxEVT_TIMER, [this](wxTimerEvent&) {
+      for (wxWindow* w : wxTopLevelWindows)
+        if (auto* dialog = dynamic_cast<wxDialog*>(w); dialog && dialog->IsModal()) {
+          ++dialogsCancelled;
+          dialog->EndModal(wxID_CANCEL);
+        }
+    });
+    m_Dialogs.Start(300);
     if (getenv("QUORVEL_WALK_TRACE"))
       m_Frame->GetClientWindow()->Bind(wxEVT_AUINOTEBOOK_PAGE_CHANGED, [this](wxAuiNotebookEvent& e) {
         e.Skip();
@@ -60,6 +72,7 @@ class TWalk {
       });
   }
   ~TWalk() {
+    m_Dialogs.Stop();
     m_Bar.reset();
     if (me.flowlayout) me.flowlayout->destroy();
     m_Frame->timer.Stop();
@@ -68,6 +81,7 @@ class TWalk {
   }
 
   int secondClicks = 0;
+  int dialogsCancelled = 0;
 
   bool ready(std::string& why) const {
     if (!m_Input.ok()) why = "the X server has no XTEST";
@@ -138,6 +152,7 @@ class TWalk {
   std::string m_Dataset;
   TMainFrame* m_Frame;
   wxWindow* m_Target = nullptr;  // the page a tab click is bringing to the front
+  wxTimer m_Dialogs;
   TXInput m_Input;
   std::unique_ptr<TMenuBarMap> m_Bar;
   size_t m_LogSeen = 0;
@@ -364,7 +379,8 @@ int main(int argc, char** argv) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (result == 0)
       std::cout << "walk: " << steps << " steps passed in " << seconds << " s (seed " << seed << "); "
-                << walk.secondClicks << " tab switch(es) took a second click" << std::endl;
+                << walk.secondClicks << " tab switch(es) took a second click, " << walk.dialogsCancelled
+                << " dialog(s) cancelled" << std::endl;
   }
   tearDownGuiTests();
   return result;
