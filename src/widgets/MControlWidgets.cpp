@@ -1,9 +1,8 @@
 #include "MControlWidgets.h"
 
+#include <pybind11/functional.h>
 #include <pybind11/pybind11.h>
 #include <wx/dcbuffer.h>
-
-#include <pybind11/functional.h>
 
 #include <cmath>
 #include <cstdlib>
