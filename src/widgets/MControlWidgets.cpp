@@ -488,7 +488,7 @@ wxFrame* constructAllSettingsPanel(const TBoxPtr& box) {
 void addSettingsEntries(const TBoxPtr& box, wxMenu* menu, TEventMap& eventmap) {
   if (!box) return;
   std::weak_ptr<TAbstractBox> weak = box;
-  menu->AppendSeparator();
+  if (menu->GetMenuItemCount() > 0) menu->AppendSeparator();
   for (const auto& processor : box->m_Processors) {
     if (!dynamic_cast<TSettingsFrameOwner*>(processor.get())) continue;
     std::weak_ptr<TAbstractProcessor> owner = processor;

@@ -176,10 +176,18 @@ void TFloatingPanel::showMenu() {
   auto p = m_Container.lock();
   if (!p) return;
   auto now = dataAs<TBooleanData>(p->getInputPinByName("visible"));
+  // The settings of the box, then Hide or Unhide.
   wxMenu menu;
+  auto eventmap = std::make_shared<TEventMap>();
+  addSettingsEntries(p->m_Box, &menu, *eventmap);
   const int id = wxWindow::NewControlId();
   menu.Append(id, now && !now->getValue() ? "Unhide" : "Hide");
-  menu.Bind(wxEVT_MENU, [this](wxCommandEvent&) { CallAfter([this] { toggleVisible(); }); }, id);
+  menu.Bind(wxEVT_MENU, [this, id, eventmap](wxCommandEvent& event) {
+    if (event.GetId() == id)
+      CallAfter([this] { toggleVisible(); });
+    else
+      eventmap->run(event.GetId());
+  });
   PopupMenu(&menu);
 }
 
