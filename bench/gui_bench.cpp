@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "app/MAppClasses.h"
+#include "support/GuiTestSetup.h"
 #include "automation/MExecutor.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
@@ -585,29 +586,12 @@ BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
 BENCHMARK(BM_QuietFiveViewsCpu)->Unit(benchmark::kSecond)->Iterations(1);
 
 int main(int argc, char** argv) {
-  startInterpreter({"quorvel-gui-bench"});
-  registerApplicationClasses();
-  registerScriptModules();
+  if (!quorvel::test::startGuiProcess("quorvel-gui-bench")) return 1;
   me.logger = std::make_shared<TLogger>("Quorvel-bench.log");
-  me.branding = defaultBranding();
-  static int wxArgc = 1;
-  static char name[] = "quorvel-gui-bench";
-  static char* wxArgv[] = {name, nullptr};
-  wxApp::SetInstance(new wxApp());
-  if (!wxEntryStart(wxArgc, wxArgv)) return 1;
-  wxTheApp->CallOnInit();
-  wxInitAllImageHandlers();
-  logToolkitAsserts();
-  wireApplication();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  if (me.flowlayout) me.flowlayout->release();
-  if (me.flowlib) me.flowlib->release();
-  me.flowlayout.reset();
-  me.flowlib.reset();
-  wxEntryCleanup();
-  stopInterpreter();
+  quorvel::test::stopGuiProcess();
   return 0;
 }

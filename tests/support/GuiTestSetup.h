@@ -1,7 +1,6 @@
-// What every program of GUI tests does first and last: the interpreter with
-// the GUI classes and the command module, the toolkit started once, and a
-// scratch folder holding the library and the icons the program reads from
-// its working folder.
+// What every program of GUI tests (and the GUI benchmarks) does first and
+// last: the interpreter with the GUI classes and the command module, the
+// toolkit started once.
 #pragma once
 
 #include <wx/wx.h>
@@ -9,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
 
 #include "app/MAppClasses.h"
 #include "automation/MExecutor.h"
@@ -20,17 +20,10 @@
 
 namespace quorvel::test {
 
-// False when there is no display.
-inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::string&)) {
-  namespace fs = std::filesystem;
-  const fs::path scratch = fs::current_path() / "scratch";
-  fs::remove_all(scratch);
-  fs::create_directories(scratch);
-  const fs::path bin = fs::path(std::getenv("QUORVEL_BINARY_DIR")) / "bin";
-  fs::copy_file(bin / "library", scratch / "library");
-  fs::copy(bin / "icons", scratch / "icons", fs::copy_options::recursive);
-  fs::current_path(scratch);
-
+// The process as the program starts it: the interpreter with every
+// library's classes and the command module, and the toolkit. False when
+// there is no display.
+inline bool startGuiProcess(const char* name, void (*onToolkitAssert)(const std::string&) = nullptr) {
   startInterpreter({name});
   registerApplicationClasses();
   registerScriptModules();
@@ -38,8 +31,9 @@ inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::s
   me.branding = defaultBranding();
 
   static int wxArgc = 1;
-  static char program[] = "quorvel-gui-tests";
-  static char* wxArgv[] = {program, nullptr};
+  static std::string program;
+  program = name;
+  static char* wxArgv[] = {program.data(), nullptr};
   wxApp::SetInstance(new wxApp());
   if (!wxEntryStart(wxArgc, wxArgv)) {
     std::fprintf(stderr, "no display: run under xvfb-run\n");
@@ -52,7 +46,7 @@ inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::s
   return true;
 }
 
-inline void tearDownGuiTests() {
+inline void stopGuiProcess() {
   if (me.flowlayout) me.flowlayout->release();
   if (me.flowlib) me.flowlib->release();
   me.flowlayout.reset();
@@ -61,5 +55,21 @@ inline void tearDownGuiTests() {
   wxEntryCleanup();
   stopInterpreter();
 }
+
+// The same for tests, in a scratch folder holding the library and the
+// icons that the program reads from its working folder.
+inline bool setUpGuiTests(const char* name, void (*onToolkitAssert)(const std::string&)) {
+  namespace fs = std::filesystem;
+  const fs::path scratch = fs::current_path() / "scratch";
+  fs::remove_all(scratch);
+  fs::create_directories(scratch);
+  const fs::path bin = fs::path(std::getenv("QUORVEL_BINARY_DIR")) / "bin";
+  fs::copy_file(bin / "library", scratch / "library");
+  fs::copy(bin / "icons", scratch / "icons", fs::copy_options::recursive);
+  fs::current_path(scratch);
+  return startGuiProcess(name, onToolkitAssert);
+}
+
+inline void tearDownGuiTests() { stopGuiProcess(); }
 
 }  // namespace quorvel::test
