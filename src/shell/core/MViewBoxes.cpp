@@ -2,6 +2,7 @@
 // output ports, through which autoconnect joins it to the dataset.
 #include <pybind11/pybind11.h>
 
+#include "analysis/MMainBox.h"
 #include "engine/MLibrary.h"
 #include "engine/MPython.h"
 #include "engine/MRegistry.h"
@@ -345,36 +346,14 @@ void buildHebView(TFlowManager& lib) {
   wire(box, collapser, "agglft out", edgeCollapser, "agglft");
   wire(box, port["edges"], "out", edgeCollapser, "edges");
   wire(box, edgeFilter, "output", edgeCollapser, "edge selection");
-  auto aggregation = addSource(lib, box, "TStringDataSource", "edge color aggregation",
-                               std::make_shared<TStringData>("max"), 500, 140);
-  auto edgeColors = addNamed(lib, box, "TEdgeColorProcessor", "view edge colors", 400, 160);
-  wire(box, edgeCollapser, "out", edgeColors, "edge collapsed");
   // The edges' colour attribute and map are the view's own, picked in its
   // pane, the map stretched over the attribute's values.
-  auto edgeColorKey = addSource(lib, box, "TStringDataSource", "edge color attr source", nullptr, 700, 100);
-  auto edgeColorAttr = addPicker(lib, box, "edge color attr picker", port["edge attributes"], "out", edgeColorKey,
-                                 "{'name': 'Edge color attribute', 'group': 'Edge colors', 'order': 1}", 700, 120);
-  auto edgeColorOrd = addNamed(lib, box, "TAttributeNormalizerProcessor", "edge color ordnorm", 700, 140);
-  wire(box, edgeColorAttr, "out", edgeColorOrd, "in");
-  auto edgeSpan = addNamed(lib, box, "TGetCount", "edge color span", 800, 140);
-  wire(box, edgeColorOrd, "out", edgeSpan, "in");
-  auto edgeRange = addNamed(lib, box, "TFloatRangeControl", "edge color range control", 800, 160);
-  wire(box, edgeSpan, "min", edgeRange, "min");
-  wire(box, edgeSpan, "max", edgeRange, "max");
-  wire(box, addSource(lib, box, "TPythonDataSource", "edge color range settings", scriptValue("{'group': None}"), 850,
-                      140),
-       "out", edgeRange, "settings");
-  auto edgeMapKey = addSource(lib, box, "TStringDataSource", "edge colormap source", nullptr, 900, 100);
-  auto edgeMap = addPicker(lib, box, "edge colormap picker", port["colormaps"], "out", edgeMapKey,
-                           "{'defaultkey': 'Rainbow', 'name': 'Edge color map', 'group': 'Edge colors', 'order': 2}",
-                           900, 120);
-  auto edgeRescaler = addNamed(lib, box, "TColormapRescaler", "edge colormap rescaler", 900, 160);
-  wire(box, edgeMap, "out", edgeRescaler, "colormap");
-  wire(box, edgeRange, "normalized", edgeRescaler, "range");
-  wire(box, edgeColorAttr, "out", edgeColors, "edge colorattr");
-  wire(box, edgeColorOrd, "out", edgeColors, "edge colorattr ord");
-  wire(box, edgeRescaler, "out", edgeColors, "edge colormap");
-  wire(box, aggregation, "out", edgeColors, "aggregation");
+  const TProcessorPtr edgeColors =
+      addEdgeColorChain(lib, box, port["edge attributes"], "out", port["colormaps"], "out", edgeCollapser,
+                        "view edge colors", "{'name': 'Edge color attribute', 'group': 'Edge colors', 'order': 1}",
+                        "{'defaultkey': 'Rainbow', 'name': 'Edge color map', 'group': 'Edge colors', 'order': 2}",
+                        400, 160)
+          .colors;
   // A hovered edge stands out like the edges of the selection.
   auto hovered = addNamed(lib, box, "TLftPairsToEids", "hovered edges", 600, 140);
   wire(box, port["brushed edges"], "out", hovered, "lft pairs");
