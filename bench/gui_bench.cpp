@@ -180,6 +180,46 @@ void BM_QuietFiveViewsCpu(benchmark::State& state) {
   state.counters["panes"] = static_cast<double>(panes);
 }
 
+// Opening a view on a loaded dataset until its first picture is painted,
+// with its settings pane and (pane:0) with the library's box stripped of the
+// pane's container and gatherer, so that its controls make no windows. The
+// view is the radial view or (view:1) the treemap.
+void BM_OpenViewPane(benchmark::State& state) {
+  const bool pane = state.range(0) != 0;
+  const char* const type = state.range(1) ? "BTreemapView" : "BHebView";
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto* frame = new TMainFrame();
+    frame->SetClientSize(1000, 700);
+    publishGuiObjects();
+    if (!pane)
+      for (const char* name : {"settings pane", "controls"})
+        if (auto p = me.flowlib->getBoxByType(type)->getProcessorByName(name)) p->destroy();
+    frame->Load(fs::absolute(bench::syntheticDataset(200000, 600000)).string());
+    for (int i = 0; i < 200; ++i) frame->idleStep();
+    wxYield();
+    state.ResumeTiming();
+    frame->OnInstantiateLibBox(type, TInstantiateOptions{{{"gui title", "View"}}, {}});
+    for (int i = 0; i < 100000; ++i) {
+      frame->idleStep();
+      wxYield();
+      if (frame->animatelist.empty() && i > 10) break;
+    }
+    auto box = me.flowlayout->getBoxByType(type);
+    if (auto heb = box->getProcessorByType<THebProcessor>(); heb && heb->implementation())
+      heb->implementation()->canvas->paintNow(false);
+    if (auto treemap = box->getProcessorByType<TTreemapProcessor>(); treemap && treemap->implementation())
+      treemap->implementation()->canvas->paintNow(false);
+    state.PauseTiming();
+    state.counters["widgets"] = static_cast<double>(box->getProcessorByName("settings pane") ? 1 : 0);
+    me.flowlayout->destroy();
+    frame->timer.Stop();
+    frame->Destroy();
+    wxYield();
+    state.ResumeTiming();
+  }
+}
+
 // A selection pass at a window point over lists, with the view's model-view
 // matrix set by `matrix`: the floor of a pick.
 template <class Matrix>
@@ -584,6 +624,14 @@ BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillis
 BENCHMARK(BM_ListFirstPaintFromPins)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
 BENCHMARK(BM_QuietFiveViewsCpu)->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(BM_OpenViewPane)
+    ->ArgNames({"pane", "view"})
+    ->Args({1, 0})
+    ->Args({0, 0})
+    ->Args({1, 1})
+    ->Args({0, 1})
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
   if (!quorvel::test::startGuiProcess("quorvel-gui-bench")) return 1;

@@ -301,6 +301,21 @@ TAttributeFilter addAttributeFilter(TFlowManager& lib, const TBoxPtr& box, std::
   return {selector, value};
 }
 
+// The node or edge inclusion filter of a view: a filter button in its pane
+// ("Node filter", "Edge filter") whose value a listening process hears.
+TProcessorPtr addInclusionFilter(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                                 const std::string& kind, float x) {
+  const bool node = kind == "node";
+  const std::string control = "'name': '" + std::string(node ? "Node filter" : "Edge filter") +
+                              "', 'group': 'Misc filters', 'helpstring': 'Which " + kind + "s the view shows'";
+  auto f = addAttributeFilter(lib, box, port, node ? "Node inclusion filter" : "Edge inclusion filter",
+                              kind + " inclusion filter value", kind + " inclusion filter settings", nullptr,
+                              node ? "all nodes" : "all edges", node ? "node attributes" : "edge attributes", x, 40,
+                              control);
+  wire(box, f.value, "out", addNamed(lib, box, "THookProcessor", kind + " inclusion filter hook", x + 50, 80), "in");
+  return f.selector;
+}
+
 // BHebView: the radial view. Its ports take BMain's outputs by name; the
 // text and colour attributes and the colour map are picked by keys that
 // sources in the box hold. The view filters and hides on its own: its
@@ -320,17 +335,8 @@ void buildHebView(TFlowManager& lib) {
   wire(box, port["gui title"], "out", window, "gui title");
 
   // The view's own hierarchy: what passes the node filter and is not hidden.
-  auto filter = [&](const std::string& kind, const char* name, const char* all, const char* attributes, float fx) {
-    const std::string control = "'name': '" + std::string(kind == "node" ? "Node filter" : "Edge filter") +
-                                "', 'group': 'Misc filters', 'helpstring': 'Which " + kind + "s the view shows'";
-    auto f = addAttributeFilter(lib, box, port, name, kind + " inclusion filter value",
-                                kind + " inclusion filter settings", nullptr, all, attributes, fx, 40, control);
-    // What a listening process hears of the filter.
-    wire(box, f.value, "out", addNamed(lib, box, "THookProcessor", kind + " inclusion filter hook", fx + 50, 80), "in");
-    return f.selector;
-  };
-  auto nodeFilter = filter("node", "Node inclusion filter", "all nodes", "node attributes", 200);
-  auto edgeFilter = filter("edge", "Edge inclusion filter", "all edges", "edge attributes", 400);
+  auto nodeFilter = addInclusionFilter(lib, box, port, "node", 200);
+  auto edgeFilter = addInclusionFilter(lib, box, port, "edge", 400);
   auto colorRange = addNamed(lib, box, "TSelector2", "color range filter", 200, 90);
   // The edge last clicked, -1 until one is: what a listening process hears
   // as OnEdgeClick.
@@ -412,6 +418,7 @@ void buildTreemapView(TFlowManager& lib) {
                         "node primary selection", "node secondary selection", "edge primary selection"});
   auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
   wire(box, port["gui title"], "out", window, "gui title");
+  auto nodeFilter = addInclusionFilter(lib, box, port, "node", 200);
   auto colorRange = addNamed(lib, box, "TSelector2", "color range filter", 200, 90);
   const TViewHierarchy tree = addViewHierarchy(lib, box, port, colorRange, "output");
 
@@ -439,7 +446,7 @@ void buildTreemapView(TFlowManager& lib) {
   auto treemap = addNamed(lib, box, "TTreemapProcessor", "treemap vis", 0, 280);
   wire(box, addSettingsPane(lib, box, window), "out1", treemap, "gui parent");
   addNodeAttributePickers(lib, box, port, treemap);
-  addColorRange(lib, box, colorRange, port["all nodes"], "out");
+  addColorRange(lib, box, colorRange, nodeFilter, "output");
   wire(box, area, "out", treemap, "node area attr ordnorm");
   wire(box, order, "out", treemap, "node order attr ordnorm");
   wire(box, folders, "output", treemap, "flatten");
@@ -519,7 +526,8 @@ void buildTreeView(TFlowManager& lib) {
                         "edge primary selection"});
   auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
   wire(box, port["gui title"], "out", window, "gui title");
-  const TViewHierarchy tree = addViewHierarchy(lib, box, port, port["all nodes"], "out");
+  const TViewHierarchy tree =
+      addViewHierarchy(lib, box, port, addInclusionFilter(lib, box, port, "node", 200), "output");
   auto internal = addSource(lib, box, "TIntegerSetDataSource", "internal selection",
                             std::make_shared<TIntegerSetData>(), 700, 40);
 
