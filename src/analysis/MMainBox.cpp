@@ -73,6 +73,11 @@ void buildMainBox(TFlowManager& lib) {
   auto loader = addNamed(lib, box, "TDatasetLoader", "dataset loader", 0, 40);
   wire(box, filenamePort, "dataset filename", loader, "in");
   wire(box, filenameHolder, "out", loader, "in");
+  // Where the sources of an imported tree stand, for the code view.
+  auto sourceRoot = addNamed(lib, box, "TSourceRootProcessor", "source root", 200, 40);
+  wire(box, filenamePort, "dataset filename", sourceRoot, "in");
+  wire(box, filenameHolder, "out", sourceRoot, "in");
+  exposeAs(lib, box, sourceRoot, "out", "source root", 200, 80);
   auto colormaps = addNamed(lib, box, "TColorMapLoader", "colormap loader", 600, 40);
   auto icons = addNamed(lib, box, "TIconLoader", "icon loader", 700, 40);
   exposeAs(lib, box, loader, "hierarchies", "hierarchies", 0, 80);

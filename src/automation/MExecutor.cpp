@@ -277,6 +277,9 @@ TBoxPtr cmdOpenView(const std::string& type, const py::object& title, bool activ
                 {"selections", k + " selections"},
                 {"selection b", k + " primary selection"},
                 {"icon attributes", k + " icon attributes"}};
+  } else if (lower == "code") {
+    boxname = "BCodeView";
+    o.assign = {{"gui title", given.empty() ? "Code view" : given}};
   } else {
     raiseMessage("Unknown view type: " + type);
   }

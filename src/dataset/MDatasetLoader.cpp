@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "data/MColorMap.h"
+#include "dataset/MSourceRoot.h"
 #include "dataset/MXmlReader.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
@@ -390,6 +391,7 @@ void registerDatasetProcessors() {
   reg.add<TIconLoaderCpp>();
   reg.add<TIconLoader>();
   reg.add<TColorMapLoaderCpp>();
+  reg.add<TSourceRootProcessor>();
   reg.add<TColorMapLoader>();
 }
 

@@ -4,11 +4,13 @@
 #include "analysis/MCollapse.h"
 #include "analysis/MControlCores.h"
 #include "analysis/MEdgeAggregation.h"
+#include "analysis/MInspectors.h"
 #include "analysis/MMainBox.h"
 #include "analysis/MSelection.h"
 #include "dataset/MDatasetLoader.h"
 #include "data/MDataSources.h"
 #include "engine/MRegistry.h"
+#include "shell/core/MCodeViewCore.h"
 #include "views/core/MViewCores.h"
 
 namespace quorvel {
@@ -24,6 +26,8 @@ void registerCoreClasses() {
   registerDerivationProcessors();
   registerSelectionProcessors();
   registerControlCores();
+  registerInspectorCores();
+  registerCodeViewCore();
   registerMainBox();
   registerViewCores();
 }

@@ -10,6 +10,7 @@
 #include "data/MColorMap.h"
 #include "engine/MMediator.h"
 #include "widgets/MGui.h"
+#include "widgets/MInspectorWidgets.h"
 
 namespace py = pybind11;
 
@@ -31,9 +32,13 @@ class TWindowPanel : public TProcessorPanel {
   std::function<void()> m_Update;
 };
 
+}  // namespace
+
 void addPanel(TAbstractProcessor& control, wxWindow* window, std::function<void()> update) {
   if (auto* c = dynamic_cast<TControl*>(&control)) c->panels.push_back(std::make_shared<TWindowPanel>(window, update));
 }
+
+namespace {
 
 std::string nameOr(TAbstractProcessor& control, const std::string& fallback) { return controlName(control, fallback); }
 
@@ -520,6 +525,7 @@ wxWindow* createControlWidget(const TProcessorPtr& control, wxWindow* parent) {
     w->Bind(wxEVT_BUTTON, [press](wxCommandEvent&) { press(); });
     return panel(w, noUpdate);
   };
+  if (wxWindow* inspector = createInspectorWidget(control, parent)) return inspector;
   if (dynamic_cast<TNumberControl*>(&p))
     return panel(new TSliderControlPanel(parent, control), [](TSliderControlPanel* w) { w->update(); });
   if (auto c = std::dynamic_pointer_cast<TBooleanControl>(control))

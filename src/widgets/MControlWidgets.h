@@ -17,6 +17,10 @@
 
 namespace quorvel {
 
+// Makes `window` a panel of a control, which `update` refreshes on every
+// pass until the window goes.
+void addPanel(TAbstractProcessor& control, wxWindow* window, std::function<void()> update);
+
 // Makes a widget for a control, or null for a processor that is no control.
 wxWindow* createControlWidget(const TProcessorPtr& control, wxWindow* parent);
 

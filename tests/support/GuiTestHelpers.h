@@ -26,6 +26,19 @@ inline void pumpUntil(const std::function<bool()>& done, double seconds = 5.0) {
 }
 
 // A sample dataset copied into the working folder; gives its name.
+// The windows of a class under `w`, `w` included, depth first.
+template <class W>
+void collectWindows(wxWindow* w, std::vector<W*>& out) {
+  if (auto* hit = dynamic_cast<W*>(w)) out.push_back(hit);
+  for (wxWindow* child : w->GetChildren()) collectWindows(child, out);
+}
+template <class W>
+std::vector<W*> windowsIn(wxWindow* w) {
+  std::vector<W*> out;
+  if (w) collectWindows(w, out);
+  return out;
+}
+
 inline std::string sample(const std::string& name) {
   std::filesystem::copy_file(std::string(std::getenv("QUORVEL_SOURCE_DIR")) + "/samples/orbit/" + name, name,
                              std::filesystem::copy_options::overwrite_existing);

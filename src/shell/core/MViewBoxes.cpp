@@ -316,6 +316,65 @@ TProcessorPtr addInclusionFilter(TFlowManager& lib, const TBoxPtr& box, std::map
   return f.selector;
 }
 
+// What a node view tells about what is under the mouse: the tooltip texts
+// of the hovered nodes (folded ones with the colour attribute summed up
+// from below, marked "(aggregated)") and, with `hoveredEdges`, of the
+// hovered edges; the attribute inspector at the top of the pane and the
+// legend of the colour map beside the colour pickers.
+void addInspectors(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, TProcessorPtr>& port,
+                   const TProcessorPtr& view, const TProcessorPtr& hoveredEdges) {
+  auto colorAttr = box->getProcessorByName("node color attr picker");
+  auto aggregator = addNamed(lib, box, "TAttributeAggregator", "aggregated color attr", 800, 210);
+  wire(box, colorAttr, "out", aggregator, "in");
+  wire(box, port["full hierarchy"], "out", aggregator, "hierarchy");
+  wire(box, addSource(lib, box, "TStringDataSource", "aggregation function", std::make_shared<TStringData>("sum"),
+                      850, 180),
+       "out", aggregator, "aggregation function");
+  auto aggregated = addNamed(lib, box, "TArrayCreator", "aggregated attributes", 800, 220);
+  wire(box, aggregator, "out", aggregated, "in1");
+  auto nodeTip = addNamed(lib, box, "TTooltipTextGenerator", "node tooltip", 800, 240);
+  wire(box, port["node attributes"], "out", nodeTip, "attributes");
+  wire(box, aggregated, "out", nodeTip, "aggregated attributes");
+  wire(box, port["brushed nodes"], "out", nodeTip, "selection");
+  wire(box, nodeTip, "text out", view, "node tooltip text");
+  if (hoveredEdges) {
+    auto edgeTip = addNamed(lib, box, "TEdgeTooltipTextGenerator", "edge tooltip", 900, 240);
+    wire(box, port["edge attributes"], "out", edgeTip, "attributes");
+    wire(box, hoveredEdges, "out", edgeTip, "selection");
+    wire(box, edgeTip, "text out", view, "edge tooltip text");
+  }
+  auto inspector = addNamed(lib, box, "TAttributeInspectorViewProcessor", "attribute inspector", 900, 300);
+  wire(box, port["brushed nodes"], "out", inspector, "brushed");
+  wire(box, port["node attributes"], "out", inspector, "attributes");
+  wire(box, addSource(lib, box, "TPythonDataSource", "attribute inspector settings",
+                      scriptValue("{'name': 'Attributes', 'group': 'Inspector', 'order': 1}"), 950, 280),
+       "out", inspector, "settings");
+  auto legend = addNamed(lib, box, "TColorMapInspector", "color legend", 1000, 300);
+  wire(box, port["all nodes"], "out", legend, "selection");
+  wire(box, colorAttr, "out", legend, "color attr");
+  wire(box, box->getProcessorByName("node color ordnorm picker"), "out", legend, "color attr ordnorm");
+  wire(box, box->getProcessorByName("node colormap picker"), "out", legend, "colormap");
+  wire(box, addSource(lib, box, "TPythonDataSource", "color legend settings",
+                      scriptValue("{'name': 'Legend', 'group': 'Node colors', 'order': 4}"), 1050, 280),
+       "out", legend, "settings");
+}
+
+// BCodeView: the source text of the primary selection, its files found
+// under the dataset's source root.
+void buildCodeView(TFlowManager& lib) {
+  auto box = makeBox("BCodeView");
+  lib.addBox(box);
+  auto port = addPorts(lib, box, {"gui title", "all nodes", "node primary selection", "node attributes", "source root"});
+  auto window = addNamed(lib, box, "TMdiChildCreator", "mdichild", 0, 40);
+  wire(box, port["gui title"], "out", window, "gui title");
+  auto code = addNamed(lib, box, "TCodeTextControl", "code view", 0, 100);
+  wire(box, window, "out", code, "gui parent");
+  wire(box, port["all nodes"], "out", code, "node selection");
+  wire(box, port["node primary selection"], "out", code, "node user selection");
+  wire(box, port["node attributes"], "out", code, "attributes");
+  wire(box, port["source root"], "out", code, "base path");
+}
+
 // BHebView: the radial view. Its ports take BMain's outputs by name; the
 // text and colour attributes and the colour map are picked by keys that
 // sources in the box hold. The view filters and hides on its own: its
@@ -382,6 +441,7 @@ void buildHebView(TFlowManager& lib) {
                    500);
   addNodeAttributePickers(lib, box, port, heb);
   addColorRange(lib, box, colorRange, nodeFilter, "output");
+  addInspectors(lib, box, port, heb, hovered);
   wire(box, addPicker(lib, box, "node icon picker", port["node icon attributes"], "out", nullptr, kIconPickerSettings, 600,
                       200),
        "out", heb, "node icon attr");
@@ -447,6 +507,7 @@ void buildTreemapView(TFlowManager& lib) {
   wire(box, addSettingsPane(lib, box, window), "out1", treemap, "gui parent");
   addNodeAttributePickers(lib, box, port, treemap);
   addColorRange(lib, box, colorRange, nodeFilter, "output");
+  addInspectors(lib, box, port, treemap, nullptr);
   wire(box, area, "out", treemap, "node area attr ordnorm");
   wire(box, order, "out", treemap, "node order attr ordnorm");
   wire(box, folders, "output", treemap, "flatten");
@@ -575,6 +636,7 @@ void registerViewCores() {
   TLibraryRegistry::instance().add("BTableLens", buildTableLens);
   registerTreeViewCore();
   TLibraryRegistry::instance().add("BTreeView", buildTreeView);
+  TLibraryRegistry::instance().add("BCodeView", buildCodeView);
 }
 
 }  // namespace quorvel

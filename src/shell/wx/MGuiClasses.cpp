@@ -9,6 +9,7 @@
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
 #include "engine/MScriptBindings.h"
+#include "shell/wx/MCodeView.h"
 #include "shell/wx/MMainFrame.h"
 #include "shell/wx/MProcessors_Gui.h"
 #include "shell/wx/MWidgetContainers.h"
@@ -17,6 +18,7 @@
 #include "views/wx/MTableLensProcessor.h"
 #include "views/wx/MTreemapProcessor.h"
 #include "views/wx/MTreeViewProcessor.h"
+#include "widgets/MInspectorWidgets.h"
 
 namespace py = pybind11;
 
@@ -137,6 +139,8 @@ void registerGuiClasses() {
   done = true;
   registerGuiProcessors();
   registerWidgetContainers();
+  registerInspectorWidgets();
+  registerCodeView();
   registerListView();
   registerHebView();
   registerTreemapView();

@@ -242,6 +242,8 @@ void TMainFrame::buildMenus() {
   view.append(shortAction("T&ree view", instantiate("BTreeView", "Tree view"),
                           "A Tree view lists the nodes of the hierarchy indented under their parents; Left and "
                           "Right fold and unfold them."));
+  view.append(shortAction("&Code view", instantiate("BCodeView", "Code view"),
+                          "A Code view shows the source text of the selected nodes, their lines marked."));
 
   py::list help;
   help.append(shortAction("Visit website", [this] { OnVisitWebsite(); }));

@@ -132,8 +132,12 @@ void THebProcessor::process_python() {
     auto d = dataAs<TStringData>(pin);
     return d ? std::optional<std::string>(d->getValue()) : std::nullopt;
   };
-  if (m_NodeTooltipText->hasChanged()) canvas->tooltiptext = text(m_NodeTooltipText);
-  if (m_EdgeTooltipText->hasChanged()) canvas->tooltiptext = text(m_EdgeTooltipText);
+  // A node's text before an edge's: the other one is empty then.
+  if (m_NodeTooltipText->hasChanged() || m_EdgeTooltipText->hasChanged()) {
+    const std::optional<std::string> node = text(m_NodeTooltipText);
+    canvas->tooltiptext = node && !node->empty() ? node : text(m_EdgeTooltipText);
+    canvas->Refresh(false);
+  }
   const TPinList nodeInputs{m_NodeTextAttr, m_NodeColorAttr, m_NodeColorAttrOrdnorm, m_Hierarchy,
                             m_HierarchyCollapsed, m_AggLft, m_Collapsed, m_NodeColormap};
   if (haveChanged(nodeInputs)) {

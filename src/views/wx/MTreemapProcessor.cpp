@@ -112,10 +112,11 @@ void TTreemapProcessor::process_python() {
     auto d = dataAs<TStringData>(pin);
     return d ? std::optional<std::string>(d->getValue()) : std::nullopt;
   };
-  if (m_NodeTooltipText->hasChanged())
-    impl->tooltiptext = text(m_NodeTooltipText);
-  else if (m_EdgeTooltipText->hasChanged())
-    impl->tooltiptext = text(m_EdgeTooltipText);
+  if (m_NodeTooltipText->hasChanged() || m_EdgeTooltipText->hasChanged()) {
+    const std::optional<std::string> node = text(m_NodeTooltipText);
+    impl->tooltiptext = node && !node->empty() ? node : text(m_EdgeTooltipText);
+    if (impl->canvas) impl->canvas->Refresh(false);
+  }
   if (haveChanged({m_NodeOrderAttrOrdnorm, m_NodeAreaAttrOrdnorm})) impl->m_RedoLayout = true;
   if (haveChanged({m_NodeTextAttr, m_NodeColorAttr, m_NodeColorAttrOrdnorm, m_NodeAreaAttrOrdnorm,
                    m_NodeOrderAttrOrdnorm, m_Hierarchy, m_HierarchyCollapsed, m_AggLft, m_Collapsed, m_NodeColormap,

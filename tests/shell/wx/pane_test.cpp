@@ -18,19 +18,6 @@ using namespace quorvel::test;
 
 namespace {
 
-template <class W>
-void collect(wxWindow* w, std::vector<W*>& out) {
-  if (auto* hit = dynamic_cast<W*>(w)) out.push_back(hit);
-  for (wxWindow* child : w->GetChildren()) collect(child, out);
-}
-
-template <class W>
-std::vector<W*> windowsIn(wxWindow* w) {
-  std::vector<W*> out;
-  if (w) collect(w, out);
-  return out;
-}
-
 struct TPaneApp : App {
   TBoxPtr box;
   std::shared_ptr<THebProcessor> heb;
@@ -95,7 +82,7 @@ TEST(Pane, AChoiceASliderAndTheFilterDialogChangeTheViewAndComeBackWithThePerspe
     groups.push_back(stdText(fold->GetName()));
     EXPECT_TRUE(fold->isCollapsed()) << "several groups on a tab start folded";
   }
-  EXPECT_EQ(groups, (std::vector<std::string>{"Node colors", "Node labels", "Edge bundling", "Edge colors",
+  EXPECT_EQ(groups, (std::vector<std::string>{"Inspector", "Node colors", "Node labels", "Edge bundling", "Edge colors",
                                               "Visual layout", "Misc filters"}));
 
   // The colour attribute: the choice lists the attributes, and another one

@@ -1,0 +1,246 @@
+// What a user learns of what is under the mouse: the tooltip drawn at the
+// mouse, the attribute inspector and the legend in a view's pane, and the
+// code view following the selection.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "engine/MPython.h"
+#include "shell/wx/MCodeView.h"
+#include "shell/wx/MWidgetContainers.h"
+#include "support/GuiTestHelpers.h"
+#include "support/Pictures.h"
+#include "views/wx/MHebProcessor.h"
+#include "views/wx/MTreemapProcessor.h"
+#include "widgets/MInspectorWidgets.h"
+
+using namespace quorvel;
+using namespace quorvel::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+template <class W>
+W* firstIn(wxWindow* w) {
+  auto all = windowsIn<W>(w);
+  return all.empty() ? nullptr : all.front();
+}
+
+// The pane's group unfolded, as a click on its caption does.
+wxWindow* unfold(const TBoxPtr& box, const char* name) {
+  auto container = std::dynamic_pointer_cast<TWidgetContainer>(box->getProcessorByName("settings pane"));
+  for (auto* fold : windowsIn<TFoldPanel>(container ? container->panel.get() : nullptr))
+    if (fold->GetName() == name) {
+      fold->collapse(false);
+      return fold->pane();
+    }
+  return nullptr;
+}
+
+std::string textOn(const TProcessorPtr& p, const char* pin) {
+  auto d = dataAs<TStringData>(p->getInputPinByName(pin));
+  return d ? d->getValue() : "<no data>";
+}
+
+// The inspector's lines as the user reads them.
+std::map<std::string, std::string> linesOf(TAttributeInspectorPanel* panel) {
+  std::map<std::string, std::string> lines;
+  for (long i = 0; i < panel->list->GetItemCount(); ++i)
+    lines[stdText(panel->list->GetItemText(i, 0))] = stdText(panel->list->GetItemText(i, 1));
+  return lines;
+}
+
+// The mean brightness of a picture's rectangle, clipped to the picture.
+double brightness(const wxImage& image, wxRect r) {
+  r.Intersect(wxRect(image.GetSize()));
+  double sum = 0;
+  for (int y = r.y; y < r.GetBottom(); ++y)
+    for (int x = r.x; x < r.GetRight(); ++x)
+      sum += (image.GetRed(x, y) + image.GetGreen(x, y) + image.GetBlue(x, y)) / 3.0;
+  return r.IsEmpty() ? 0 : sum / (static_cast<double>(r.width - 1) * (r.height - 1));
+}
+
+}  // namespace
+
+TEST(Inspectors, HoveringANodeDrawsItsTooltipAndFillsTheInspectorOfTheRadialViewAndTheTreemap) {
+  App app;
+  app.run("ensureOpen(" + scriptLiteral(sample("orbit.db")) + ")");
+  app.run("openView('heb')");
+  app.finishAnimations();
+  TBoxPtr box = me.flowlayout->getBoxByType("BHebView");
+  auto heb = box->getProcessorByType<THebProcessor>();
+  THebProcessorImplementation* impl = heb->implementation();
+  ASSERT_TRUE(impl);
+  auto* inspector = firstIn<TAttributeInspectorPanel>(unfold(box, "Inspector"));
+  ASSERT_TRUE(inspector) << "the inspector stands in the pane";
+  EXPECT_EQ(inspector->list->GetItemCount(), 0);
+
+  // The widest leaf: its tooltip and its lines.
+  const TVisualNode* leaf = nullptr;
+  for (const TVisualNode* n : impl->m_Rows)
+    if (n->isLeaf() && (!leaf || n->current.width > leaf->current.width)) leaf = n;
+  ASSERT_TRUE(leaf);
+  const wxSize s = impl->canvas->GetClientSize();
+  const float scale = std::min(s.GetWidth(), s.GetHeight()) / 2.0f;
+  const TLayoutBox& b = leaf->current.box;
+  const TVector2 p = TToArcScreenConverter(1, 1).toScreen((b.x0 + b.x1) / 2, (b.y0 + b.y1) / 2);
+  const wxPoint at(static_cast<int>(s.GetWidth() / 2.0f + p.x * scale),
+                   static_cast<int>(s.GetHeight() / 2.0f - p.y * scale));
+  const wxImage before = freshPaint(impl->canvas.get());
+  impl->canvas->hoverAt(at);
+  app.settle();
+  const std::string tip = textOn(heb, "node tooltip text");
+  auto names = std::dynamic_pointer_cast<TAttributeData>(heb->getInputPinByName("node text attr")->getData());
+  ASSERT_TRUE(names);
+  bool found = false;
+  const std::string name = names->getTextValueById(leaf->nid, found);
+  EXPECT_NE(tip.find("name: " + name + "\n"), std::string::npos) << tip;
+  EXPECT_LE(std::count(tip.begin(), tip.end(), '\n'), 5) << "at most five lines";
+
+  // The tip's box beside the mouse is lighter than the rings it covers.
+  const wxImage after = freshPaint(impl->canvas.get());
+  const auto& tooltip = *impl->canvas->commonrenderer->tooltip;
+  const wxRect tipBox(at.x + 12 + 2, at.y + 21 + 2, tooltip.ex - 4, tooltip.ey - 4);
+  ASSERT_GT(tooltip.ex, 20);
+  EXPECT_LT(brightness(after, tipBox), 110) << "a dark box under the light text";
+  EXPECT_GT(differing(before.GetSubImage(tipBox.Intersect(wxRect(before.GetSize()))),
+                      after.GetSubImage(tipBox.Intersect(wxRect(after.GetSize())))),
+            0.1);
+  if (std::getenv("QUORVEL_TEST_PICTURES")) after.SaveFile("inspector_heb.png", wxBITMAP_TYPE_PNG);
+
+  auto lines = linesOf(inspector);
+  EXPECT_EQ(lines["name"], name);
+  auto attributes = std::dynamic_pointer_cast<TDataArray>(
+      box->getProcessorByName("attribute inspector")->getInputPinByName("attributes")->getData());
+  ASSERT_TRUE(attributes);
+  EXPECT_EQ(lines.size(), attributes->getItemCount()) << "every attribute, not five";
+  // The mouse leaves for the empty middle: the lines stay.
+  impl->canvas->hoverAt(wxPoint(s.GetWidth() / 2, s.GetHeight() / 2));
+  app.settle();
+  EXPECT_EQ(textOn(heb, "node tooltip text"), "");
+  EXPECT_EQ(linesOf(inspector)["name"], name);
+
+  // The treemap: a hovered tile gives its tooltip and its lines.
+  app.run("openView('treemap')");
+  app.finishAnimations();
+  TBoxPtr tbox = me.flowlayout->getBoxByType("BTreemapView");
+  auto treemap = tbox->getProcessorByType<TTreemapProcessor>();
+  ASSERT_TRUE(treemap && treemap->implementation());
+  auto* tinspector = firstIn<TAttributeInspectorPanel>(unfold(tbox, "Inspector"));
+  ASSERT_TRUE(tinspector);
+  auto* canvas = treemap->implementation()->canvas.get();
+  const wxSize ts = canvas->GetClientSize();
+  canvas->hoverAt(wxPoint(ts.GetWidth() / 3, ts.GetHeight() / 3));
+  app.settle();
+  auto brushed = dataAs<TIntegerSetData>(treemap->getInputPinByName("brushed nodes"));
+  ASSERT_TRUE(brushed && brushed->getCount() == 1);
+  const uint32_t tile = *brushed->m_Set.begin();
+  const std::string tileName = names->getTextValueById(tile, found);
+  EXPECT_NE(textOn(treemap, "node tooltip text").find("name: " + tileName), std::string::npos);
+  EXPECT_EQ(linesOf(tinspector)["name"], tileName);
+}
+
+TEST(Inspectors, TheLegendHasALineForEachTypeInItsColour) {
+  App app;
+  app.run("ensureOpen(" + scriptLiteral(sample("orbit.db")) + ")");
+  app.run("openView('treemap')");
+  app.finishAnimations();
+  TBoxPtr box = me.flowlayout->getBoxByType("BTreemapView");
+  auto* legend = firstIn<TColorMapInspectorPanel>(unfold(box, "Node colors"));
+  ASSERT_TRUE(legend);
+  app.settle();
+  auto type = std::dynamic_pointer_cast<TStringAttributeData>(
+      box->getProcessorByName("node color attr picker")->getOutputPinByName("out")->getData());
+  ASSERT_TRUE(type) << "the colour attribute is the text attribute 'type'";
+  ASSERT_EQ(legend->GetItemCount(), type->getUniqueValues()->size());
+  EXPECT_EQ(legend->GetSize(), wxSize(100, 100));
+  // Each line's colour, probed on the screen at the middle of its right half.
+  pumpUntil([&] { return legend->IsShownOnScreen(); });
+  pumpUntil([] { return false; }, 0.5);  // the toolkit places and paints the unfolded group
+  const wxImage seen = screenOf(legend);
+  size_t matching = 0;
+  const size_t shown = std::min<size_t>(legend->GetItemCount(), 100 / 16);
+  for (size_t i = 0; i < shown; ++i) {
+    const TVector4& c = legend->entries()[i].color;
+    const int y = static_cast<int>(i) * 16 + 8, x = 90;
+    const int dr = std::abs(seen.GetRed(x, y) - static_cast<int>(c.x * 255));
+    const int dg = std::abs(seen.GetGreen(x, y) - static_cast<int>(c.y * 255));
+    const int db = std::abs(seen.GetBlue(x, y) - static_cast<int>(c.z * 255));
+    if (dr < 20 && dg < 20 && db < 20) ++matching;
+  }
+  if (std::getenv("QUORVEL_TEST_PICTURES")) {
+    seen.SaveFile("legend.png", wxBITMAP_TYPE_PNG);
+    screenOf(app.frame).SaveFile("legend_frame.png", wxBITMAP_TYPE_PNG);
+  }
+  EXPECT_EQ(matching, shown);
+}
+
+TEST(CodeView, SelectingFunctionsOpensTheirFileWithArrowsAndRedBoxes) {
+  App app;
+  // The sample's sources stand beside its dataset, as the importer left them.
+  const fs::path src = fs::path(std::getenv("QUORVEL_SOURCE_DIR")) / "samples/orbit/src";
+  fs::remove_all("src");
+  fs::copy(src, "src", fs::copy_options::recursive);
+  app.run("ensureOpen(" + scriptLiteral(sample("orbit-code.db")) + ")");
+  app.run("openView('code')");
+  TBoxPtr box = me.flowlayout->getBoxByType("BCodeView");
+  ASSERT_TRUE(box);
+  auto code = box->getProcessorByType<TCodeTextControl>();
+  ASSERT_TRUE(code && code->panel);
+  TCodePanel* panel = code->panel;
+
+  // Two functions of main.cpp (nodes 11 and 12): one tab, two arrows, the
+  // first one's lines boxed.
+  app.run("clearSelection()");
+  app.run("selectNids([11, 12])");
+  app.settle();
+  ASSERT_EQ(panel->notebook->GetPageCount(), 1u);
+  auto* page = dynamic_cast<TCodeTextPage*>(panel->notebook->GetPage(0));
+  ASSERT_TRUE(page);
+  EXPECT_EQ(stdText(panel->notebook->GetPageText(0)), "main.cpp");
+  EXPECT_EQ(stdText(panel->statustext->GetLabel()), "Found location for 2 of 2 nodes.");
+  std::vector<int> arrows;
+  for (int line = page->MarkerNext(0, 1); line >= 0; line = page->MarkerNext(line + 1, 1)) arrows.push_back(line);
+  bool found = false;
+  auto srcloc = std::dynamic_pointer_cast<TDataArray>(code->m_Attributes->getData())
+                    ->itemByKeyAs<TAttributeData>("_srcloc");
+  ASSERT_TRUE(srcloc);
+  const TSourceLocation first = parseSourceLocation(srcloc->getTextValueById(11, found));
+  const TSourceLocation second = parseSourceLocation(srcloc->getTextValueById(12, found));
+  EXPECT_EQ(arrows, (std::vector<int>{first.firstLine - 1, second.firstLine - 1}));
+  // The red box covers the range, its last column included.
+  const int lastColumn = page->PositionFromLine(first.lastLine - 1) + first.lastColumn - 1;
+  EXPECT_NE(page->IndicatorAllOnFor(page->PositionFromLine(first.firstLine - 1)) & 1, 0);
+  EXPECT_NE(page->IndicatorAllOnFor(lastColumn) & 1, 0);
+  EXPECT_EQ(page->IndicatorAllOnFor(page->PositionFromLine(first.lastLine)) & 1, 0)
+      << "the line after the range is not boxed";
+  EXPECT_TRUE(page->GetReadOnly());
+  // What the user sees: the arrow's margin and the box's red tint.
+  if (std::getenv("QUORVEL_TEST_PICTURES")) {
+    pumpUntil([] { return false; }, 0.5);
+    screenOf(panel).SaveFile("codeview.png", wxBITMAP_TYPE_PNG);
+  }
+
+  // A node with no location: the status says so and no tab opens.
+  app.run("clearSelection()");
+  app.run("selectNids([1])");
+  EXPECT_EQ(stdText(panel->statustext->GetLabel()), "Could not find the location for this node.");
+  // Closing the tab and selecting again opens the file anew.
+  panel->notebook->DeletePage(0);
+  wxAuiNotebookEvent closed(wxEVT_AUINOTEBOOK_PAGE_CLOSED, panel->notebook->GetId());
+  closed.SetEventObject(panel->notebook);
+  panel->notebook->ProcessWindowEvent(closed);
+  EXPECT_TRUE(panel->pages.empty());
+  app.run("clearSelection()");
+  app.run("selectNids([11])");
+  EXPECT_EQ(panel->notebook->GetPageCount(), 1u);
+  EXPECT_EQ(panel->pages.size(), 1u);
+
+  // A file gone from the disk: a warning, no tab, the node not counted.
+  fs::remove("src/geometry/shape.cpp");
+  app.run("clearSelection()");
+  app.run("selectNids([6])");
+  EXPECT_EQ(panel->notebook->GetPageCount(), 1u);
+  EXPECT_EQ(stdText(panel->statustext->GetLabel()), "Could not find the location for this node.");
+}
