@@ -113,6 +113,15 @@ TCodePanel::TCodePanel(wxWindow* parent, TCodeTextControl* p) : wxPanel(parent),
     e.Skip();
     rebuildPages();
   });
+  // The child frames of the main window stand in a notebook of the same
+  // kind: the tabs' events end here, or it would take them for its own.
+  for (const wxEventTypeTag<wxAuiNotebookEvent>& type : {wxEVT_AUINOTEBOOK_PAGE_CHANGED, wxEVT_AUINOTEBOOK_PAGE_CHANGING,
+                           wxEVT_AUINOTEBOOK_PAGE_CLOSE, wxEVT_AUINOTEBOOK_PAGE_CLOSED, wxEVT_AUINOTEBOOK_BUTTON,
+                           wxEVT_AUINOTEBOOK_BEGIN_DRAG, wxEVT_AUINOTEBOOK_END_DRAG, wxEVT_AUINOTEBOOK_DRAG_MOTION,
+                           wxEVT_AUINOTEBOOK_ALLOW_DND, wxEVT_AUINOTEBOOK_DRAG_DONE, wxEVT_AUINOTEBOOK_TAB_MIDDLE_DOWN,
+                           wxEVT_AUINOTEBOOK_TAB_MIDDLE_UP, wxEVT_AUINOTEBOOK_TAB_RIGHT_DOWN,
+                           wxEVT_AUINOTEBOOK_TAB_RIGHT_UP, wxEVT_AUINOTEBOOK_BG_DCLICK})
+    Bind(type, [](wxAuiNotebookEvent&) {});
 }
 
 void TCodePanel::rebuildPages() {

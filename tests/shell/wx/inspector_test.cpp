@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include <sys/stat.h>
+
+#include "base/MDatabase.h"
 #include "engine/MPython.h"
 #include "shell/wx/MCodeView.h"
 #include "shell/wx/MWidgetContainers.h"
@@ -243,4 +246,73 @@ TEST(CodeView, SelectingFunctionsOpensTheirFileWithArrowsAndRedBoxes) {
   app.run("selectNids([6])");
   EXPECT_EQ(panel->notebook->GetPageCount(), 1u);
   EXPECT_EQ(stdText(panel->statustext->GetLabel()), "Could not find the location for this node.");
+}
+
+TEST(CodeView, HostileLocationsAndFilesGiveMessagesNotCrashesOrHangs) {
+  App app;
+  fs::remove_all("hostile");
+  fs::create_directories("hostile/folder");
+  std::ofstream("hostile/short.cpp") << "int a;\nint b;\n";
+  std::ofstream("hostile/latin1.cpp") << "// caf\xe9 \xff\xfe\nint x;\n";
+  {
+    std::ofstream binary("hostile/binary.o", std::ios::binary);
+    for (int i = 0; i < 4096; ++i) binary.put(static_cast<char>(i * 7));
+  }
+  std::ofstream("hostile/huge.cpp").close();
+  fs::resize_file("hostile/huge.cpp", 200u << 20);  // sparse: no 200 MB written
+  ASSERT_EQ(::mkfifo("hostile/pipe.cpp", 0600), 0);
+  const std::vector<std::string> locations = {
+      "short.cpp|1|1|99|1",       // 2: the last line past the end
+      "short.cpp|-3|0|0|-2",      // 3: negative and zero lines and columns
+      "folder|1|1|1|1",           // 4: a folder
+      "pipe.cpp|1|1|1|1",         // 5: a pipe, which would block a reader
+      "binary.o|1|1|3|1",         // 6
+      "latin1.cpp|1|1|2|3",       // 7: not UTF-8
+      "huge.cpp|1|1|1|1",         // 8: 200 MB
+      "short.cpp|one|1|1|1",      // 9: no number
+      "short.cpp|1|1",            // 10: fields missing
+  };
+  {
+    TDatabase db("hostile/hostile.db");
+    for (const char* create : {"CREATE TABLE edges (eid INTEGER PRIMARY KEY, fromnid INTEGER, tonid INTEGER)",
+                               "CREATE TABLE nodeattr (nid INTEGER KEY, key STRING, value STRING, type STRING)",
+                               "CREATE TABLE edgeattr (eid INTEGER KEY, key STRING, value STRING, type STRING)",
+                               "CREATE TABLE hierarchy (hid INTEGER, nid INTEGER, parentnid INTEGER, childorder INTEGER)",
+                               "CREATE TABLE information(key TEXT, value)"})
+      db.execute(create);
+    db.execute("INSERT INTO hierarchy VALUES (1, 1, NULL, 0)");
+    db.execute("INSERT INTO nodeattr (nid,key,value) VALUES (1,'name','root')");
+    for (size_t i = 0; i < locations.size(); ++i) {
+      const int64_t nid = static_cast<int64_t>(i) + 2;
+      db.execute("INSERT INTO hierarchy VALUES (1, ?, 1, ?)", {nid, nid});
+      db.execute("INSERT INTO nodeattr (nid,key,value) VALUES (?,'name',?)", {nid, "n" + std::to_string(nid)});
+      db.execute("INSERT INTO nodeattr (nid,key,value) VALUES (?,'_srcloc',?)", {nid, locations[i]});
+    }
+    db.commit();
+  }
+  app.run("ensureOpen('hostile/hostile.db')");
+  app.run("openView('code')");
+  auto code = me.flowlayout->getBoxByType("BCodeView")->getProcessorByType<TCodeTextControl>();
+  ASSERT_TRUE(code && code->panel);
+  TCodePanel* panel = code->panel;
+  auto select = [&](int nid) {
+    app.run("clearSelection()");
+    app.run("selectNids([" + std::to_string(nid) + "])");
+    return stdText(panel->statustext->GetLabel());
+  };
+  const std::string found = "Found location for 1 of 1 nodes.";
+  const std::string missing = "Could not find the location for this node.";
+  EXPECT_EQ(select(2), found);
+  EXPECT_EQ(select(3), found);
+  EXPECT_EQ(select(4), missing) << "a folder opens no tab";
+  EXPECT_EQ(select(5), missing) << "a pipe is never read";
+  EXPECT_EQ(select(6), found);
+  EXPECT_EQ(select(7), found);
+  EXPECT_EQ(select(8), missing) << "200 MB is too much for a text control";
+  auto* latin = dynamic_cast<TCodeTextPage*>(panel->pages.at(fs::absolute("hostile/latin1.cpp").lexically_normal().string()));
+  ASSERT_TRUE(latin);
+  EXPECT_EQ(latin->GetLineCount(), 3) << "the text is there, odd bytes and all";
+  EXPECT_NE(select(9).find("field 1 is no number"), std::string::npos);
+  EXPECT_NE(select(10).find("fewer than five fields"), std::string::npos);
+  EXPECT_EQ(panel->notebook->GetPageCount(), 3u) << "short.cpp, binary.o and latin1.cpp";
 }
