@@ -246,6 +246,19 @@ TEST(CodeView, SelectingFunctionsOpensTheirFileWithArrowsAndRedBoxes) {
   app.run("selectNids([6])");
   EXPECT_EQ(panel->notebook->GetPageCount(), 1u);
   EXPECT_EQ(stdText(panel->statustext->GetLabel()), "Could not find the location for this node.");
+
+  // Stored with the perspective, and back when it is opened.
+  me.flowlayout->store(me.flowlayout->m_Children, "code.qvperspective");
+  me.flowlayout->destroy();
+  app.settle();
+  app.run("openPerspective('code.qvperspective')");
+  box = me.flowlayout->getBoxByType("BCodeView");
+  ASSERT_TRUE(box);
+  code = box->getProcessorByType<TCodeTextControl>();
+  ASSERT_TRUE(code && code->panel);
+  app.run("clearSelection()");
+  app.run("selectNids([11])");
+  EXPECT_EQ(stdText(code->panel->statustext->GetLabel()), "Found location for 1 of 1 nodes.");
 }
 
 TEST(CodeView, HostileLocationsAndFilesGiveMessagesNotCrashesOrHangs) {

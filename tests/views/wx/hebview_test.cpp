@@ -268,6 +268,15 @@ TEST(HebView, EdgesRunBetweenTheirCellsAndHoverAndClickSelectThem) {
   pumpUntil([&] { return !canvas->pendingrefresh; });
   for (uint32_t eid : app.eidsOf(edge)) EXPECT_TRUE(app.set("incident edge selection")->contains(eid));
   EXPECT_EQ(app.impl->edgeLayer(), THebProcessorImplementationCpp::EdgeLayer::Foreground);
+  // Its tooltip tells of the edges the record stands for.
+  auto tip = std::dynamic_pointer_cast<TStringData>(app.heb->getInputPinByName("edge tooltip text")->getData());
+  ASSERT_TRUE(tip);
+  const size_t records = app.eidsOf(edge).size();
+  if (records > 1)
+    EXPECT_EQ(tip->getValue().rfind("Brushing " + std::to_string(records) + " edges\n", 0), 0u) << tip->getValue();
+  else
+    EXPECT_NE(tip->getValue().find(": "), std::string::npos) << tip->getValue();
+  EXPECT_EQ(app.impl->canvas->tooltiptext, tip->getValue()) << "no node is hovered: the edge's text is shown";
 
   // A click selects the edges of the record, by eid, and the action puts
   // their ends into the node selection.
