@@ -12,6 +12,7 @@
 #include "analysis/MAttributeDerivation.h"
 #include "analysis/MCollapse.h"
 #include "analysis/MEdgeAggregation.h"
+#include "analysis/MInspectors.h"
 #include "analysis/MSelection.h"
 #include "engine/MFlowManager.h"
 #include "support/SyntheticData.h"
@@ -251,12 +252,82 @@ void BM_RangeFilterBareLoop(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * d.ids->getCount());
 }
 
+// Eight attributes over the million ids of the filter data: three texts
+// (ten kinds, fifty owners, ten thousand names), three integers and two
+// floats, as hovering the root of a large dataset with Shift brushes them.
+struct TooltipData {
+  std::shared_ptr<TAttributeDataArray> attributes = std::make_shared<TAttributeDataArray>();
+  TooltipData() {
+    const FilterData& d = filterData();
+    auto owner = std::make_shared<TStringAttributeData>("owner");
+    auto name = std::make_shared<TStringAttributeData>("name");
+    auto lines = std::make_shared<TIntegerAttributeData>("lines");
+    auto depth = std::make_shared<TIntegerAttributeData>("depth");
+    auto ratio = std::make_shared<TFloatAttributeData>("ratio");
+    for (uint32_t id : d.ids->m_Set) {
+      owner->addRow(id, "owner" + std::to_string(id % 50));
+      name->addRow(id, "name_" + std::to_string(id % 10000));
+      lines->addRow(id, static_cast<int32_t>(id % 3000));
+      depth->addRow(id, static_cast<int32_t>(id % 12));
+      ratio->addRow(id, static_cast<float>(id % 997) / 997.0f);
+    }
+    for (const TDataPtr& c : std::initializer_list<TDataPtr>{d.kind, d.size, d.weight, owner, name, lines, depth, ratio})
+      attributes->add(c);
+  }
+};
+
+const TooltipData& tooltipData() {
+  static const TooltipData data;
+  return data;
+}
+
+// The summary text of a million brushed ids.
+void BM_TooltipSummary(benchmark::State& state) {
+  const TooltipData& t = tooltipData();
+  const TIdSet& ids = filterData().ids->m_Set;
+  for (auto _ : state) benchmark::DoNotOptimize(makeText("node", ids, *t.attributes, nullptr));
+  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(ids.size()));
+}
+
+// The floor: each attribute's value read for each id, texts by their bytes.
+void BM_TooltipSummaryBareLoop(benchmark::State& state) {
+  const TooltipData& t = tooltipData();
+  const TIdSet& ids = filterData().ids->m_Set;
+  for (auto _ : state) {
+    double sum = 0;
+    for (const TDataPtr& item : t.attributes->m_Items) {
+      if (auto* text = dynamic_cast<const TStringAttributeData*>(item.get())) {
+        for (uint32_t id : ids)
+          if (const auto* s = text->findStored(id)) sum += static_cast<double>(text->viewOf(*s).front());
+      } else if (auto* i = dynamic_cast<const TIntegerAttributeData*>(item.get())) {
+        for (uint32_t id : ids)
+          if (const auto* v = i->findStored(id)) sum += *v;
+      } else if (auto* f = dynamic_cast<const TFloatAttributeData*>(item.get())) {
+        for (uint32_t id : ids)
+          if (const auto* v = f->findStored(id)) sum += *v;
+      }
+    }
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(ids.size()));
+}
+
+// One hovered id: from the brushed set to the text.
+void BM_TooltipSingle(benchmark::State& state) {
+  const TooltipData& t = tooltipData();
+  const TIdSet one{424242};
+  for (auto _ : state) benchmark::DoNotOptimize(makeText("node", one, *t.attributes, nullptr));
+}
+
 }  // namespace
 
 BENCHMARK(BM_NodeFilter)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_NodeFilterBareLoop)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RangeFilter)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RangeFilterBareLoop)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TooltipSummary)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TooltipSummaryBareLoop)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TooltipSingle)->Unit(benchmark::kMicrosecond);
 
 // Arguments: nodes (with three times as many edges), and 1 for a collapse
 // near the root, 0 for one near a leaf.
