@@ -129,3 +129,28 @@ TEST(Legend, TextsUpToFiftyAndTenFractionsOfANumbersSpan) {
   EXPECT_EQ(tenths[0].text, "0");
   EXPECT_EQ(tenths[5].text, "10") << "the fraction times the span, the minimum not added";
 }
+
+TEST(Tooltips, TextsDrawnFromAnotherColumnAreCountedThroughItsOrder) {
+  // End captions of edges share the node captions' texts, as the edge
+  // columns of a dataset do.
+  auto captions = std::make_shared<TStringAttributeData>("name");
+  for (uint32_t nid = 1; nid <= 30; ++nid) captions->addRow(nid, nid % 3 ? "lib" : "app");
+  auto from = std::make_shared<TStringAttributeData>("from node");
+  from->drawTextsFrom(captions);
+  TIdSet eids;
+  for (uint32_t eid = 1; eid <= 40; ++eid) {
+    from->m_Rows.push_back({eid, *captions->findStored(1 + eid % 30)});
+    eids.insert(eid);
+  }
+  from->finishRows();
+  ASSERT_TRUE(from->store().order(from->getRowCount())) << "the case this test is for";
+  eids.insert(99);  // an edge without a row
+  const auto summary = computeAggregation(arrayOf({from}), eids);
+  ASSERT_EQ(summary.size(), 1u);
+  EXPECT_EQ(summary[0].hascount, 40u);
+  EXPECT_EQ(summary[0].hasnotcount, 1u);
+  std::map<std::string, size_t> counts(summary[0].strings.begin(), summary[0].strings.end());
+  size_t app = 0;
+  for (uint32_t eid = 1; eid <= 40; ++eid) app += (1 + eid % 30) % 3 == 0;
+  EXPECT_EQ(counts, (std::map<std::string, size_t>{{"app", app}, {"lib", 40 - app}}));
+}
