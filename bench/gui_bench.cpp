@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 
 #include "app/MAppClasses.h"
 #include "support/GuiTestSetup.h"
@@ -16,6 +17,7 @@
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
+#include "shell/wx/MCodeView.h"
 #include "shell/wx/MGuiClasses.h"
 #include "shell/wx/MMainFrame.h"
 #include "support/SyntheticData.h"
@@ -218,6 +220,35 @@ void BM_OpenViewPane(benchmark::State& state) {
     wxYield();
     state.ResumeTiming();
   }
+}
+
+// A 10 MB source file opened in a code view tab: read, styled by the C++
+// lexer over its whole length and painted.
+void BM_CodeViewOpen10MB(benchmark::State& state) {
+  const std::string file = "bench-10mb.cpp";
+  {
+    const std::string unit =
+        "// A function of the generated file.\nstatic int depth(int n) {\n  return n <= 1 ? 1 : 1 + depth(n / 2);\n}\n"
+        "const char* text = \"a string\"; /* a comment */\n";
+    std::ofstream out(file);
+    for (size_t written = 0; written < (10u << 20); written += unit.size()) out << unit;
+  }
+  auto* frame = new wxFrame(nullptr, wxID_ANY, "code", wxDefaultPosition, wxSize(900, 700));
+  frame->Show();
+  auto* notebook = new wxAuiNotebook(frame);
+  for (auto _ : state) {
+    auto* page = new TCodeTextPage(notebook, file);
+    notebook->AddPage(page, "bench-10mb.cpp", true);
+    page->GotoLine(page->GetLineCount() / 2);
+    page->Update();
+    state.PauseTiming();
+    state.counters["lines"] = page->GetLineCount();
+    notebook->DeletePage(notebook->GetPageIndex(page));
+    state.ResumeTiming();
+  }
+  frame->Destroy();
+  wxYield();
+  std::filesystem::remove(file);
 }
 
 // A selection pass at a window point over lists, with the view's model-view
@@ -624,6 +655,7 @@ BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillis
 BENCHMARK(BM_ListFirstPaintFromPins)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
 BENCHMARK(BM_QuietFiveViewsCpu)->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(BM_CodeViewOpen10MB)->Iterations(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenViewPane)
     ->ArgNames({"pane", "view"})
     ->Args({1, 0})

@@ -33,7 +33,14 @@ TCodeTextPage::TCodeTextPage(wxWindow* parent, const std::string& file) : wxStyl
   // show, their odd bytes marked by the control.
   std::ifstream in(file, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  // Loaded without undo history and without change events, each of which
+  // would copy the whole text once more.
+  const int events = GetModEventMask();
+  SetModEventMask(0);
+  SetUndoCollection(false);
   AddTextRaw(bytes.data(), static_cast<int>(bytes.size()));
+  SetUndoCollection(true);
+  SetModEventMask(events);
   EmptyUndoBuffer();
   SetSavePoint();
 
