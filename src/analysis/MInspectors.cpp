@@ -190,11 +190,14 @@ void countOther(const TAttributeData& column, const TIdSet& ids, TAttributeSumma
 }
 
 const TIdSet* idsOn(const TPinPtr& pin) {
+  if (!pin) return nullptr;
   auto set = std::dynamic_pointer_cast<TIntegerSetData>(pin->getData());
   return set ? &set->m_Set : nullptr;
 }
 
-const TDataArray* arrayOn(const TPinPtr& pin) { return dynamic_cast<const TDataArray*>(pin->getData().get()); }
+const TDataArray* arrayOn(const TPinPtr& pin) {
+  return pin ? dynamic_cast<const TDataArray*>(pin->getData().get()) : nullptr;
+}
 
 }  // namespace
 
@@ -291,6 +294,7 @@ std::vector<TAttributeSummary> TTooltipGeneratorBase::computeAggregation() const
 }
 
 void TTooltipGeneratorBase::generate(const char* word) {
+  if (!m_Attributes || !m_Selection || !m_TextOut) return;  // made without its pins
   const TDataArray* attrs = arrayOn(m_Attributes);
   const TIdSet* ids = idsOn(m_Selection);
   const bool changed = haveChanged({m_Attributes, m_Selection}) || (m_AggregatedAttributes && m_AggregatedAttributes->hasChanged());
@@ -373,6 +377,7 @@ void TColorMapInspectorCpp::postCreate() {
 }
 
 std::vector<TLegendEntry> TColorMapInspectorCpp::entries() const {
+  if (!m_ColorAttr || !m_ColorAttrOrdnorm || !m_Colormap) return {};
   return legendEntries(dynamic_cast<const TAttributeData*>(m_ColorAttr->getData().get()),
                        dynamic_cast<const TFloatAttributeData*>(m_ColorAttrOrdnorm->getData().get()),
                        dynamic_cast<const TColorMapData*>(m_Colormap->getData().get()));

@@ -5,6 +5,7 @@
 #include "analysis/MCollapse.h"
 #include "analysis/MControlCores.h"
 #include "analysis/MEdgeAggregation.h"
+#include "analysis/MInspectors.h"
 #include "analysis/MSelection.h"
 
 namespace quorvel::py_bindings {
@@ -75,6 +76,48 @@ void bindAnalysis(py::module_& m) {
       .def("process_python", &TSubArrayPicker::process_python)
       .def("constructSettingsFrame", [](TSubArrayPicker& p, const py::object&) { p.constructSettingsFrame(nullptr); },
            py::arg("parent") = py::none());
+  // The tooltip generators: the aggregation as a dictionary by key name,
+  // and the text of a set of ids.
+  processor<TTooltipGeneratorBase>(m, "TTooltipGeneratorBase")
+      .def("computeAggregation",
+           [](const TTooltipGeneratorBase& g) {
+             py::dict out;
+             for (const TAttributeSummary& s : g.computeAggregation()) {
+               py::dict entry;
+               entry["hascount"] = s.hascount;
+               entry["hasnotcount"] = s.hasnotcount;
+               if (s.isString) {
+                 py::dict strings;
+                 for (const auto& [text, n] : s.strings) strings[py::str(text)] = n;
+                 entry["strings"] = strings;
+               } else {
+                 py::dict numbers;
+                 numbers["min"] = s.min;
+                 numbers["max"] = s.max;
+                 entry["numbers"] = numbers;
+               }
+               out[py::str(s.key)] = entry;
+             }
+             return out;
+           })
+      .def(
+          "makeText",
+          [](const TTooltipGeneratorBase&, const std::string& word, const TIntegerSetData& selection,
+             const TDataArray& attrs, const TDataArray* aggattrs) {
+            return makeText(word, selection.m_Set, attrs, aggattrs);
+          },
+          py::arg("nodeoredge"), py::arg("selection"), py::arg("attrs"), py::arg("aggattrs") = nullptr);
+  processor<TTooltipTextGeneratorCpp, TTooltipGeneratorBase>(m, "TTooltipTextGeneratorCpp");
+  processor<TTooltipTextGenerator, TTooltipTextGeneratorCpp>(m, "TTooltipTextGenerator")
+      .def("process_python", &TTooltipTextGenerator::process_python);
+  processor<TEdgeTooltipTextGeneratorCpp, TTooltipGeneratorBase>(m, "TEdgeTooltipTextGeneratorCpp");
+  processor<TEdgeTooltipTextGenerator, TEdgeTooltipTextGeneratorCpp>(m, "TEdgeTooltipTextGenerator")
+      .def("process_python", &TEdgeTooltipTextGenerator::process_python);
+  processor<TAttributeInspectorViewProcessorCpp>(m, "TAttributeInspectorViewProcessorCpp");
+  processor<TColorMapInspectorCpp>(m, "TColorMapInspectorCpp");
+  processor<TColorMapInspector, TColorMapInspectorCpp>(m, "TColorMapInspector")
+      .def("process_python", &TColorMapInspector::process_python);
+
   processor<TFloatRangeControlCpp>(m, "TFloatRangeControlCpp");
   processor<TFloatRangeControl, TFloatRangeControlCpp>(m, "TFloatRangeControl")
       .def("process_python", &TFloatRangeControl::process_python);

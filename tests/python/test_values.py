@@ -150,6 +150,29 @@ class ValuesTest(unittest.TestCase):
         self.assertIs(fm.getIdentityProcessorByInputName("x"), port)
         fm.destroy()
 
+class TooltipTest(unittest.TestCase):
+    def test_generator_aggregates_and_writes_text_for_a_script(self):
+        from MQuorvel import TAttributeDataArray, TFloatAttributeData, makeFlowManager
+        fm = makeFlowManager(True)
+        gen = fm.constructProcessor("TTooltipTextGenerator")
+        kind, size = TStringAttributeData("kind"), TFloatAttributeData("size")
+        for nid, k in ((1, "a"), (2, "a"), (3, "b")):
+            kind.addRow(nid, k)
+        size.addRow(2, 2.5)
+        attrs = TAttributeDataArray()
+        attrs.add(kind)
+        attrs.add(size)
+        sel = TIntegerSetData()
+        for nid in (1, 2, 3, 4):
+            sel.add(nid)
+        gen.getInputPinByName("attributes").setData(attrs)
+        gen.getInputPinByName("selection").setData(sel)
+        agg = gen.computeAggregation()
+        self.assertEqual(agg["kind"], {"hascount": 3, "hasnotcount": 1, "strings": {"a": 2, "b": 1}})
+        self.assertEqual(agg["size"], {"hascount": 1, "hasnotcount": 3, "numbers": {"min": 2.5, "max": 2.5}})
+        self.assertEqual(gen.makeText("node", sel, attrs),
+                         "Brushing 4 nodes\nkind (3): a (2), b (1), \nsize (1): min: 2.50, max: 2.50\n")
+
 
 if __name__ == "__main__":
     unittest.main()
