@@ -11,6 +11,7 @@
 #include "base/MDatabase.h"
 #include "engine/MPython.h"
 #include "shell/wx/MCodeView.h"
+#include "MSourceImporter.h"
 #include "shell/wx/MWidgetContainers.h"
 #include "support/GuiTestHelpers.h"
 #include "support/Pictures.h"
@@ -328,4 +329,45 @@ TEST(CodeView, HostileLocationsAndFilesGiveMessagesNotCrashesOrHangs) {
   EXPECT_NE(select(9).find("field 1 is no number"), std::string::npos);
   EXPECT_NE(select(10).find("fewer than five fields"), std::string::npos);
   EXPECT_EQ(panel->notebook->GetPageCount(), 3u) << "short.cpp, binary.o and latin1.cpp";
+}
+
+TEST(CodeView, AFunctionOfTheProjectsOwnImportedSourcesOpensAtItsLines) {
+  App app;
+  // This project's analysis folder, imported into a dataset that stands in
+  // another folder: the code view finds the files through the root the
+  // importer recorded.
+  const fs::path sources = fs::path(std::getenv("QUORVEL_SOURCE_DIR")) / "src/analysis";
+  fs::create_directories("imported");
+  const TImportCounts counts = importSourceTree(sources.string(), "imported/own.db", TImportOptions{});
+  if (!counts.ctags) GTEST_SKIP() << "no ctags";
+  app.run("ensureOpen('imported/own.db')");
+  app.run("openView('code')");
+  auto code = me.flowlayout->getBoxByType("BCodeView")->getProcessorByType<TCodeTextControl>();
+  ASSERT_TRUE(code && code->panel && code->locationattr);
+  auto attributes = std::dynamic_pointer_cast<TDataArray>(code->m_Attributes->getData());
+  auto name = attributes->itemByKeyAs<TAttributeData>("name");
+  auto type = attributes->itemByKeyAs<TAttributeData>("type");
+  ASSERT_TRUE(name && type);
+  uint32_t nid = 0;
+  bool found = false;
+  for (size_t r = 0; r < name->getRowCount() && !nid; ++r) {
+    const uint32_t id = name->getIdByRow(r);
+    if (name->getTextValueById(id, found) == "makeText" && type->getTextValueById(id, found) == "function" &&
+        code->locationattr->getTextValueById(id, found).find("MInspectors.cpp") != std::string::npos)
+      nid = id;
+  }
+  ASSERT_NE(nid, 0u) << "the importer found the definition of makeText";
+  app.run("clearSelection()");
+  app.run("selectNids([" + std::to_string(nid) + "])");
+  EXPECT_EQ(stdText(code->panel->statustext->GetLabel()), "Found location for 1 of 1 nodes.");
+  ASSERT_EQ(code->panel->notebook->GetPageCount(), 1u);
+  auto* page = dynamic_cast<TCodeTextPage*>(code->panel->notebook->GetPage(0));
+  ASSERT_TRUE(page);
+  EXPECT_EQ(stdText(code->panel->notebook->GetPageText(0)), "MInspectors.cpp");
+  const int arrow = page->MarkerNext(0, 1);
+  EXPECT_NE(stdText(page->GetLine(arrow)).find("makeText("), std::string::npos)
+      << "the arrow stands at the function's first line: " << stdText(page->GetLine(arrow));
+  EXPECT_NE(page->IndicatorAllOnFor(page->PositionFromLine(arrow) + 1) & 1, 0) << "its lines are boxed";
+  pumpUntil([&] { return code->panel->notebook->GetCurrentPage() == page; });
+  EXPECT_GE(arrow, page->GetFirstVisibleLine()) << "scrolled to the function";
 }
