@@ -316,6 +316,18 @@ TProcessorPtr addInclusionFilter(TFlowManager& lib, const TBoxPtr& box, std::map
   return f.selector;
 }
 
+// The attribute inspector at the top of a view's pane: every attribute of
+// the hovered id.
+void addAttributeInspector(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& brushed,
+                           const TProcessorPtr& attributes) {
+  auto inspector = addNamed(lib, box, "TAttributeInspectorViewProcessor", "attribute inspector", 900, 300);
+  wire(box, brushed, "out", inspector, "brushed");
+  wire(box, attributes, "out", inspector, "attributes");
+  wire(box, addSource(lib, box, "TPythonDataSource", "attribute inspector settings",
+                      scriptValue("{'name': 'Attributes', 'group': 'Inspector', 'order': 1}"), 950, 280),
+       "out", inspector, "settings");
+}
+
 // What a node view tells about what is under the mouse: the tooltip texts
 // of the hovered nodes (folded ones with the colour attribute summed up
 // from below, marked "(aggregated)") and, with `hoveredEdges`, of the
@@ -343,12 +355,7 @@ void addInspectors(TFlowManager& lib, const TBoxPtr& box, std::map<std::string, 
     wire(box, hoveredEdges, "out", edgeTip, "selection");
     wire(box, edgeTip, "text out", view, "edge tooltip text");
   }
-  auto inspector = addNamed(lib, box, "TAttributeInspectorViewProcessor", "attribute inspector", 900, 300);
-  wire(box, port["brushed nodes"], "out", inspector, "brushed");
-  wire(box, port["node attributes"], "out", inspector, "attributes");
-  wire(box, addSource(lib, box, "TPythonDataSource", "attribute inspector settings",
-                      scriptValue("{'name': 'Attributes', 'group': 'Inspector', 'order': 1}"), 950, 280),
-       "out", inspector, "settings");
+  addAttributeInspector(lib, box, port["brushed nodes"], port["node attributes"]);
   auto legend = addNamed(lib, box, "TColorMapInspector", "color legend", 1000, 300);
   wire(box, port["all nodes"], "out", legend, "selection");
   wire(box, colorAttr, "out", legend, "color attr");
@@ -559,6 +566,7 @@ void buildTableLens(TFlowManager& lib) {
   wire(box, selection, "out", table, "selection");
   wire(box, colormap, "out", table, "colormap");
   wire(box, port["brushed"], "out", table, "brushed");
+  addAttributeInspector(lib, box, port["brushed"], port["attributes"]);
   wire(box, port["primary selection"], "out", table, "selection b");
   wire(box, internal, "out", table, "internal selection");
   wire(box, columns.keys, "out", table, "keys");

@@ -16,6 +16,7 @@
 #include "support/GuiTestHelpers.h"
 #include "support/Pictures.h"
 #include "views/wx/MHebProcessor.h"
+#include "views/wx/MTableLensProcessor.h"
 #include "views/wx/MTreemapProcessor.h"
 #include "widgets/MInspectorWidgets.h"
 
@@ -143,6 +144,33 @@ TEST(Inspectors, HoveringANodeDrawsItsTooltipAndFillsTheInspectorOfTheRadialView
   const std::string tileName = names->getTextValueById(tile, found);
   EXPECT_NE(textOn(treemap, "node tooltip text").find("name: " + tileName), std::string::npos);
   EXPECT_EQ(linesOf(tinspector)["name"], tileName);
+}
+
+TEST(Inspectors, TheTableLensFillsItsInspectorWithTheHoveredRow) {
+  App app;
+  app.run("ensureOpen(" + scriptLiteral(sample("orbit.db")) + ")");
+  app.run("me.mainwindow.OnInstantiateLibBox('BTableLens', {'assign': [('gui title', 'Node table view')], "
+          "'rename': [('attributes', 'node attributes'), ('selections', 'node selections'), "
+          "('primary selection', 'node primary selection'), ('brushed', 'brushed nodes')]})");
+  app.settle();
+  TBoxPtr box = me.flowlayout->getBoxByType("BTableLens");
+  auto table = box->getProcessorByType<TTableLensProcessor>();
+  ASSERT_TRUE(table && table->implementation());
+  auto* impl = table->implementation();
+  auto* inspector = firstIn<TAttributeInspectorPanel>(unfold(box, "Inspector"));
+  ASSERT_TRUE(inspector);
+  pumpUntil([&] { return !impl->canvas()->pendingrefresh; });
+  const auto& grid = *impl->m_Grid;
+  const size_t row = 2;
+  wxMouseEvent motion(wxEVT_MOTION);
+  motion.SetPosition(wxPoint(static_cast<int>(grid.columnLeft(0) + 5),
+                             static_cast<int>(TGlGrid::kHeader + (row + 0.5f) * grid.pixelRowHeight() - grid.ypos)));
+  impl->canvas()->OnMouseMotion(motion);
+  app.settle();
+  bool found = false;
+  auto names = std::dynamic_pointer_cast<TDataArray>(table->m_Attributes->getData())->itemByKeyAs<TAttributeData>("name");
+  ASSERT_TRUE(names);
+  EXPECT_EQ(linesOf(inspector)["name"], names->getTextValueById(impl->getNidByRow(row), found));
 }
 
 TEST(Inspectors, TheLegendHasALineForEachTypeInItsColour) {
