@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "engine/MMediator.h"
 #include "engine/MRegistry.h"
 
 namespace py = pybind11;
@@ -58,27 +59,72 @@ void TCollapsedStateInitializer::postCreate() {
   m_HierarchyOut = addOutputPin<THierarchyData>("hierarchy out");
 }
 
-namespace {
-// "expandlevel" of a settings dictionary, or the default.
-int32_t expandLevelOf(const TPinPtr& settings) {
+TExpandChoice parseExpandChoice(const TPinPtr& settings) {
+  TExpandChoice choice;
   auto value = dataAs<TPythonData>(settings);
-  if (!value || !value->getValue()) return 1000;
+  if (!value || !value->getValue()) return choice;
   py::handle dict(value->getValue().get());
-  if (!py::isinstance<py::dict>(dict)) return 1000;
+  if (!py::isinstance<py::dict>(dict)) return choice;
   py::dict d = py::reinterpret_borrow<py::dict>(dict);
-  if (!d.contains("expandlevel")) return 1000;
-  return py::int_(d["expandlevel"]).cast<int32_t>();
+  if (d.contains("expandlevel")) {
+    py::object level = d["expandlevel"];
+    if (py::isinstance<py::str>(level) && level.cast<std::string>() == "auto") {
+      choice.automatic = true;
+    } else if (py::isinstance<py::int_>(level) && !py::isinstance<py::bool_>(level)) {
+      const long long v = level.cast<long long>();
+      choice.level = static_cast<int32_t>(std::clamp<long long>(v, INT_MIN, INT_MAX));
+    } else {
+      choice.problem = "collapse settings: 'expandlevel' is " + std::string(py::repr(level)) +
+                       ", neither a whole number nor 'auto'; every node starts unfolded";
+    }
+  }
+  if (d.contains("budget")) {
+    py::object budget = d["budget"];
+    const bool number = py::isinstance<py::int_>(budget) && !py::isinstance<py::bool_>(budget);
+    const long long v = number ? budget.cast<long long>() : 0;
+    if (number && v > 0)
+      choice.budget = v;
+    else
+      choice.problem = "collapse settings: 'budget' is " + std::string(py::repr(budget)) +
+                       ", not a positive whole number; the budget is 1000 nodes";
+  }
+  return choice;
 }
-}  // namespace
+
+int32_t chooseExpandLevel(const std::vector<size_t>& nodesPerLevel, int64_t budget) {
+  // At level L the first L + 2 levels show; the count only grows with L.
+  size_t visible = nodesPerLevel.empty() ? 0 : nodesPerLevel[0];
+  int32_t chosen = 0;
+  for (size_t next = 1; next < nodesPerLevel.size(); ++next) {
+    visible += nodesPerLevel[next];
+    if (visible > static_cast<size_t>(budget)) break;
+    chosen = static_cast<int32_t>(next) - 1;
+    if (next + 1 == nodesPerLevel.size()) chosen = static_cast<int32_t>(next);  // the whole tree fits
+  }
+  return chosen;
+}
 
 void TCollapsedStateInitializer::process() {
   if (requireAllElseReset({m_Hierarchy, m_LevelAttr})) {
     resetPins({m_Hierarchy, m_LevelAttr, m_Settings});
     if (!m_Initialized) {
       m_Initialized = true;
-      const int32_t expand = expandLevelOf(m_Settings);
+      const TExpandChoice choice = parseExpandChoice(m_Settings);
+      if (!choice.problem.empty()) logWarning(choice.problem);
       auto h = dataAs<THierarchyData>(m_Hierarchy);
       auto levels = dataAs<TIntegerAttributeData>(m_LevelAttr);
+      int32_t expand = choice.level;
+      if (choice.automatic) {
+        std::vector<size_t> perLevel;
+        for (const auto& row : levels->m_Rows) {
+          const auto level = static_cast<size_t>(std::max(row.value, 0));
+          if (level >= perLevel.size()) perLevel.resize(level + 1, 0);
+          ++perLevel[level];
+        }
+        expand = chooseExpandLevel(perLevel, choice.budget);
+        logInfo("First fold: expand level " + std::to_string(expand) + " for a budget of " +
+                std::to_string(choice.budget) + " visible nodes");
+      }
       auto collapsed = std::make_shared<TBoolAttributeData>("collapsed");
       collapsed->reserve(h->m_Rows.size());
       for (const auto& row : h->m_Rows) {

@@ -18,6 +18,24 @@ class THierarchyLevelExtractor : public TAbstractProcessor {
   void process() override;
 };
 
+// How the first collapsed state is chosen: a fixed expand level (the nodes
+// deeper than it start folded), or "auto": the deepest level at which at
+// most `budget` nodes are visible.
+struct TExpandChoice {
+  bool automatic = false;
+  int32_t level = 1000;
+  int64_t budget = 1000;
+  // What was wrong with the settings, for the log; empty when nothing.
+  std::string problem;
+};
+TExpandChoice parseExpandChoice(const TPinPtr& settings);
+
+// The deepest expand level at which at most `budget` nodes are visible,
+// from the number of nodes on each level (level 0 the root). At expand
+// level L the nodes of levels up to L + 1 are visible. At least 0: the
+// root's children show even when they alone exceed the budget.
+int32_t chooseExpandLevel(const std::vector<size_t>& nodesPerLevel, int64_t budget);
+
 class TCollapsedStateInitializer : public TAbstractProcessor {
  public:
   QV_CLASS_NAME(TCollapsedStateInitializer)

@@ -122,7 +122,8 @@ void buildMainBox(TFlowManager& lib) {
   auto levels = addNamed(lib, box, "THierarchyLevelExtractor", "level attr", 0, 160);
   wire(box, hierarchy, "out", levels, "hierarchy");
   exposeAs(lib, box, levels, "out", "level attr", 0, 180);
-  auto collapseSettings = addSource(lib, box, "TPythonDataSource", "collapse settings", scriptValue("{}"), 200, 180);
+  auto collapseSettings = addSource(lib, box, "TPythonDataSource", "collapse settings",
+                                     scriptValue("{'expandlevel': 'auto', 'budget': 1000}"), 200, 180);
   auto initializer = addNamed(lib, box, "TCollapsedStateInitializer", "collapsed state initializer", 0, 200);
   wire(box, hierarchy, "out", initializer, "hierarchy");
   wire(box, levels, "out", initializer, "level attr");

@@ -181,3 +181,42 @@ TEST(Collapse, HeightsAddAndClampAndPruning) {
   net.pass();
   EXPECT_EQ(dataAs<THierarchyData>(pruner->m_Out)->getRowCount(), 7u);
 }
+
+TEST(Collapse, AnAutomaticLevelShowsAtMostTheBudget) {
+  // A balanced binary tree: levels of 1, 2, 4, ... 1024 nodes.
+  std::vector<size_t> binary;
+  for (size_t n = 1; n <= 1024; n *= 2) binary.push_back(n);
+  // Expand level L shows levels 0 .. L+1: 2^(L+2) - 1 nodes.
+  EXPECT_EQ(chooseExpandLevel(binary, 1023), 8) << "levels 0 to 9, exactly the budget";
+  EXPECT_EQ(chooseExpandLevel(binary, 1022), 7) << "one node less: a level less";
+  EXPECT_EQ(chooseExpandLevel(binary, 2047), 10) << "the whole tree fits: all unfolded";
+  EXPECT_EQ(chooseExpandLevel(binary, 1), 0) << "the first level shows even over the budget";
+  // A star of 5,000 leaves: only the first level, whatever the budget.
+  EXPECT_EQ(chooseExpandLevel({1, 5000}, 1000), 0);
+  EXPECT_EQ(chooseExpandLevel({1, 5000}, 5001), 1);
+  // A chain of 10,000 levels: a node a level.
+  EXPECT_EQ(chooseExpandLevel(std::vector<size_t>(10000, 1), 1000), 998);
+  EXPECT_EQ(chooseExpandLevel({1}, 1000), 0) << "a lone root";
+
+  // Through the processor: 'auto' on the sample tree (levels of 1, 1, 2, 2
+  // and 1 nodes). A budget of 5 is one short of the third level's 6.
+  auto first = [](const char* settings) {
+    Net net;
+    auto init = net.add<TCollapsedStateInitializer>(net.fm);
+    auto h = sampleTree();
+    init->m_Hierarchy->setData(h);
+    init->m_LevelAttr->setData(extractLevels(*h));
+    init->m_Settings->setData(std::make_shared<TPythonData>(TPyRef::steal(py::eval(settings).release().ptr())));
+    net.pass();
+    return visibleNids(*collapseHierarchy(*h, *dataAs<TBoolAttributeData>(init->m_Out), "v").hierarchy);
+  };
+  EXPECT_EQ(first("{'expandlevel': 'auto', 'budget': 4}"), (std::vector<uint32_t>{0, 1, 2, 3}));
+  EXPECT_EQ(first("{'expandlevel': 'auto', 'budget': 5}"), (std::vector<uint32_t>{0, 1, 2, 3}));
+  EXPECT_EQ(first("{'expandlevel': 'auto', 'budget': 6}"), (std::vector<uint32_t>{0, 1, 2, 4, 5, 3}));
+  EXPECT_EQ(first("{'expandlevel': 'auto'}").size(), 7u) << "the default budget of 1000 takes it all";
+  // Bad values: the default stands and the log says why.
+  EXPECT_EQ(first("{'expandlevel': 'auto', 'budget': 0}").size(), 7u);
+  EXPECT_EQ(first("{'expandlevel': 'auto', 'budget': 'many'}").size(), 7u);
+  EXPECT_EQ(first("{'expandlevel': 'deep'}").size(), 7u);
+  EXPECT_EQ(first("{'expandlevel': 1}"), (std::vector<uint32_t>{0, 1, 2, 3})) << "a number folds as before";
+}
