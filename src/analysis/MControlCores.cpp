@@ -194,6 +194,14 @@ void TSubArrayPicker::process_python() {
       for (const auto& k : all)
         if (std::find(wanted.begin(), wanted.end(), k) != wanted.end()) keys->m_List.push_back(k);
     }
+    // The number columns first, each group in the array's order.
+    if (isTrue(setting(m_Settings, "numericfirst")))
+      std::stable_partition(keys->m_List.begin(), keys->m_List.end(), [&array](const std::string& k) {
+        bool found = false;
+        auto column = std::dynamic_pointer_cast<TAttributeData>(array->getItemByKey(k, found));
+        const std::string type = column ? column->getAttributeType() : std::string();
+        return type == "int" || type == "float";
+      });
     m_Keys->setData(keys);
     resetPins({});
     return;

@@ -170,3 +170,32 @@ TEST(Controls, TheFilterDialogWorksOnACopy) {
   TNominalFilterModel empty(attributes.get(), py::str("no dictionary"));
   EXPECT_EQ(py::str(empty.filter["key_op"]).cast<std::string>(), "and");
 }
+
+TEST(Controls, ASizeIsTheDefaultAreaWhereTheDatasetHasOneAndNumbersLeadTheColumns) {
+  auto attributes = [](std::initializer_list<TDataPtr> items) {
+    auto a = std::make_shared<TAttributeDataArray>();
+    for (const auto& i : items) a->add(i);
+    return a;
+  };
+  auto name = std::make_shared<TStringAttributeData>("name");
+  auto bytes = std::make_shared<TIntegerAttributeData>("bytes");
+  auto lines = std::make_shared<TFloatAttributeData>("lines");
+  auto kind = std::make_shared<TStringAttributeData>("kind");
+  auto area = [&](const std::shared_ptr<TAttributeDataArray>& array) {
+    Net net;
+    auto picker = control<TArrayPicker>(net, net.fm, "{'allownone': True, 'defaultkey': ['lines', 'bytes']}");
+    picker->m_Array->setData(array);
+    net.settle();
+    return picker->m_Out->getData();
+  };
+  EXPECT_EQ(area(attributes({name, bytes, lines})), lines) << "lines before bytes";
+  EXPECT_EQ(area(attributes({name, bytes})), bytes);
+  EXPECT_EQ(area(attributes({name, kind})), nullptr) << "no size: every leaf of area 1";
+
+  Net net;
+  auto columns = control<TSubArrayPicker>(net, net.fm, "{'defaultkeys': 'all', 'numericfirst': True}");
+  auto hidden = std::make_shared<TIntegerAttributeData>("_nid");
+  columns->m_Array->setData(attributes({name, bytes, kind, hidden, lines}));
+  net.settle();
+  EXPECT_EQ(dataAs<TStringListData>(columns->m_Keys)->m_List, (std::vector<std::string>{"bytes", "lines", "name", "kind"}));
+}

@@ -31,11 +31,10 @@ const char* const kIconPickerSettings =
 struct TColumns {
   TProcessorPtr keys, picker;
 };
-TColumns addColumns(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& attributes) {
+TColumns addColumns(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& attributes,
+                    const char* settings = "{'defaultkeys': 'all', 'name': 'Columns...', 'group': 'Settings'}") {
   auto keys = addSource(lib, box, "TStringListDataSource", "column keys", nullptr, 100, 40);
-  auto columnSettings =
-      addSource(lib, box, "TPythonDataSource", "column picker settings",
-                scriptValue("{'defaultkeys': 'all', 'name': 'Columns...', 'group': 'Settings'}"), 150, 40);
+  auto columnSettings = addSource(lib, box, "TPythonDataSource", "column picker settings", scriptValue(settings), 150, 40);
   auto columns = addNamed(lib, box, "TSubArrayPicker", "column picker", 100, 60);
   wire(box, attributes, "out", columns, "array");
   wire(box, keys, "out", columns, "keys");
@@ -501,14 +500,18 @@ void buildTreemapView(TFlowManager& lib) {
   auto border = addSource(lib, box, "TIntegerSetDataSource", "low level border", std::make_shared<TIntegerSetData>(),
                           600, 160);
 
-  // Area and order start at none: every leaf of area 1, the largest first.
+  // Area and order: a size where the dataset has one ("lines", else
+  // "bytes"), else none: every leaf of area 1, the largest first.
   auto areaKey = addSource(lib, box, "TStringDataSource", "node area attr source", nullptr, 500, 200);
   auto orderKey = addSource(lib, box, "TStringDataSource", "node order attr source", nullptr, 600, 200);
   auto area = addPicker(lib, box, "node area attr picker", port["node attributes ordnorm"], "out", areaKey,
-                        "{'allownone': True, 'name': 'Area attribute', 'group': 'Node sizes', 'order': 1}", 600, 220);
+                        "{'allownone': True, 'defaultkey': ['lines', 'bytes'], 'name': 'Area attribute', "
+                        "'group': 'Node sizes', 'order': 1}",
+                        600, 220);
   auto order = addPicker(lib, box, "node order attr picker", port["node attributes ordnorm"], "out", orderKey,
-                         "{'allownone': True, 'name': 'Order attribute', 'group': 'Node sizes', 'order': 2}", 700,
-                         220);
+                         "{'allownone': True, 'defaultkey': ['lines', 'bytes'], 'name': 'Order attribute', "
+                         "'group': 'Node sizes', 'order': 2}",
+                         700, 220);
 
   auto treemap = addNamed(lib, box, "TTreemapProcessor", "treemap vis", 0, 280);
   wire(box, addSettingsPane(lib, box, window), "out1", treemap, "gui parent");
@@ -544,7 +547,11 @@ void buildTableLens(TFlowManager& lib) {
 
   auto selection = addPicker(lib, box, "selection picker", port["selections"], "out", nullptr,
                              "{'defaultkey': ['all nodes', 'all edges'], 'name': 'Rows', 'group': 'Settings'}", 200, 60);
-  const TColumns columns = addColumns(lib, box, port["attributes"]);
+  // The bars of number columns first: sizes and counts are what a table
+  // lens is read for.
+  const TColumns columns = addColumns(
+      lib, box, port["attributes"],
+      "{'defaultkeys': 'all', 'numericfirst': True, 'name': 'Columns...', 'group': 'Settings'}");
   auto normalizer = addNamed(lib, box, "TAttributeArrayNormalizerProcessor", "columns ordnorm", 100, 80);
   wire(box, columns.picker, "out", normalizer, "in");
   auto mapKey = addSource(lib, box, "TStringDataSource", "colormap source", nullptr, 500, 40);
