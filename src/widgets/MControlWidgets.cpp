@@ -174,13 +174,20 @@ void TSliderControlPanel::update() {
   integerMode = true;
   if (lo && hi && value) {
     if (c->isInteger()) {
-      slider->SetRange(static_cast<int>(*lo), static_cast<int>(std::max(*lo, *hi)));
-      slider->SetTickFreq(1);
-      slider->SetValue(static_cast<int>(*value));
+      // A mark for each whole number, or about twenty over a wide range:
+      // the toolkit draws every mark, and thousands make each change slow.
+      const int from = static_cast<int>(*lo), to = static_cast<int>(std::max(*lo, *hi));
+      if (slider->GetMin() != from || slider->GetMax() != to) {
+        slider->SetRange(from, to);
+        slider->SetTickFreq(std::max(1, (to - from + 19) / 20));
+      }
+      if (slider->GetValue() != static_cast<int>(*value)) slider->SetValue(static_cast<int>(*value));
     } else {
       integerMode = false;
-      slider->SetRange(0, 1000);
-      slider->SetTickFreq(100);
+      if (slider->GetMin() != 0 || slider->GetMax() != 1000) {
+        slider->SetRange(0, 1000);
+        slider->SetTickFreq(100);
+      }
       const double span = *hi - *lo;
       const int at = span > 0.001 ? static_cast<int>(std::clamp(1000.0 * (*value - *lo) / span, 0.0, 1000.0)) : 0;
       slider->SetValue(at);

@@ -111,6 +111,19 @@ void addNumberControl(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr
        "out", control, "settings");
 }
 
+// A truth value the pane's check box edits, held by a source that also
+// feeds the view's pin.
+void addBooleanControl(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& view, const std::string& pin,
+                       const std::string& name, const std::string& group, int order, bool value, float x) {
+  auto held = addSource(lib, box, "TBooleanDataSource", name, std::make_shared<TBooleanData>(value), x, 300);
+  auto control = addNamed(lib, box, "TBooleanControl", name + " control", x, 340);
+  wire(box, held, "out", control, "in");
+  wire(box, held, "out", view, pin);
+  const std::string settings = "{'name': '" + name + "', 'group': '" + group + "', 'order': " + std::to_string(order) + "}";
+  wire(box, addSource(lib, box, "TPythonDataSource", name + " settings", scriptValue(settings.c_str()), x + 40, 320),
+       "out", control, "settings");
+}
+
 // BListView: the ids of one selection of the dataset with all their
 // attributes as a report list. Its ports take the node or the edge names
 // when it is opened ("node attributes", ...).
@@ -445,6 +458,10 @@ void buildHebView(TFlowManager& lib) {
                    400);
   addNumberControl(lib, box, heb, "settings.self-loop size", "Self-loop size", "Edge bundling", 3, false, 0.2, 0.0, 1.0,
                    500);
+  // Beyond the budget of drawn records the edges fade with their number.
+  addNumberControl(lib, box, heb, "settings.edge budget", "Edge budget", "Edge bundling", 4, true, 1500, 100, 5000,
+                   600);
+  addBooleanControl(lib, box, heb, "settings.edge fade", "Fade dense edges", "Edge bundling", 5, true, 700);
   addNodeAttributePickers(lib, box, port, heb);
   addColorRange(lib, box, colorRange, nodeFilter, "output");
   addInspectors(lib, box, port, heb, hovered);

@@ -22,6 +22,8 @@ void THebProcessorCpp::postCreate() {
   m_GapSize = addInputPin<TFloatData>("settings.gap size");
   m_GapsAtLevel = addInputPin<TIntegerData>("settings.gaps at level");
   m_EdgeOpacity = addInputPin<TFloatData>("settings.edge opacity");
+  m_EdgeBudget = addInputPin<TIntegerData>("settings.edge budget");
+  m_EdgeFade = addInputPin<TBooleanData>("settings.edge fade");
 }
 
 THebProcessorImplementationCpp::THebProcessorImplementationCpp(THebProcessorCpp* processor,
@@ -60,6 +62,11 @@ void THebProcessorImplementationCpp::prepareRendering(int width, int height) {
   auto gaps = dataAs<TIntegerData>(p->m_GapsAtLevel);
   m_GapsAtLevel = gaps ? gaps->getValue() : 2;
   m_EdgeOpacity = floatSetting(p->m_EdgeOpacity, 0.8f);
+  auto budget = dataAs<TIntegerData>(p->m_EdgeBudget);
+  m_EdgeBudget = budget ? budget->getValue() : 1500;
+  auto fade = dataAs<TBooleanData>(p->m_EdgeFade);
+  m_EdgeFade = fade ? fade->getValue() : true;
+  m_EdgeAlpha = m_EdgeOpacity;
 }
 
 bool THebProcessorImplementationCpp::processNodes() {
@@ -443,18 +450,35 @@ void THebProcessorImplementationCpp::endEdges() {
   gl.enable(TDrawSink::LineSmooth, false);
 }
 
+float edgeAlpha(float opacity, size_t records, int budget, bool fade) {
+  if (!fade || budget <= 0 || records <= static_cast<size_t>(budget)) return opacity;
+  return opacity * std::max(0.1f, static_cast<float>(budget) / static_cast<float>(records));
+}
+
+std::vector<size_t> backgroundEdgeOrder(const TEdgeCollapsedData& edges, size_t limit) {
+  std::vector<size_t> order(edges.getRecordCount());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  if (order.size() <= limit) return order;
+  auto weight = [&edges](size_t i) { return edges.m_Records[i].forward.size() + edges.m_Records[i].backward.size(); };
+  std::nth_element(order.begin(), order.begin() + static_cast<long>(limit), order.end(),
+                   [&](size_t a, size_t b) { return weight(a) != weight(b) ? weight(a) > weight(b) : a < b; });
+  order.resize(limit);
+  std::sort(order.begin(), order.end());
+  return order;
+}
+
 void THebProcessorImplementationCpp::renderBackgroundEdges() {
   if (!beginEdges()) return;
   auto edges = dataAs<TEdgeCollapsedData>(heb()->m_EdgeCollapsed);
-  size_t count = edges->getRecordCount();
-  if (count > kHebEdgeLimit) {
+  if (edges->getRecordCount() > kHebEdgeLimit)
     m_Processor->m_Warning += "Trying to render too many edges (>" + std::to_string(kHebEdgeLimit) + ")";
-    count = kHebEdgeLimit;
-  }
-  for (size_t i = 0; i < count; ++i) {
+  const std::vector<size_t> order = backgroundEdgeOrder(*edges, kHebEdgeLimit);
+  m_EdgeAlpha = edgeAlpha(m_EdgeOpacity, order.size(), m_EdgeBudget, m_EdgeFade);
+  for (size_t i : order) {
     const auto& record = edges->m_Records[i];
     renderEdge(findEdge(record.smallerlft, record.largerlft));
   }
+  m_EdgeAlpha = m_EdgeOpacity;
   endEdges();
 }
 
@@ -623,7 +647,7 @@ void THebProcessorImplementationCpp::renderCurve() {
           t += dt;
           s -= dt;
         }
-        gl.color(f.x * s + b.x * t, f.y * s + b.y * t, f.z * s + b.z * t, m_EdgeOpacity);
+        gl.color(f.x * s + b.x * t, f.y * s + b.y * t, f.z * s + b.z * t, m_EdgeAlpha);
         const auto& w = m_SplineBasis[j];
         gl.vertex(w[0] * pts[i].x + w[1] * pts[i + 1].x + w[2] * pts[i + 2].x + w[3] * pts[i + 3].x,
                   w[0] * pts[i].y + w[1] * pts[i + 1].y + w[2] * pts[i + 2].y + w[3] * pts[i + 3].y);

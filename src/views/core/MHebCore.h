@@ -19,7 +19,7 @@ class THebProcessorCpp : public TVisualizerProcessorBase {
  public:
   QV_CLASS_NAME(THebProcessorCpp)
   TPinPtr m_EdgePrimarySelection, m_IncidentEdgeSelection, m_EdgeData, m_EdgeCollapsed, m_EdgeColors, m_NonLeafHeight,
-      m_SplineLinearization, m_SelfLoopSize, m_GapSize, m_GapsAtLevel, m_EdgeOpacity;
+      m_SplineLinearization, m_SelfLoopSize, m_GapSize, m_GapsAtLevel, m_EdgeOpacity, m_EdgeBudget, m_EdgeFade;
   std::shared_ptr<THebProcessorImplementationCpp> m_Implementation;
 
   void postCreate() override;
@@ -30,6 +30,16 @@ class THebProcessorCpp : public TVisualizerProcessorBase {
 constexpr size_t kHebNodeLimit = 20000;
 // The most aggregated edges drawn in the background.
 constexpr size_t kHebEdgeLimit = 5000;
+
+// The opacity of the background edges: `opacity` up to `budget` drawn
+// records; with `fade`, beyond it falling with their number (budget /
+// records, no lower than a tenth), so that overlaps read as density.
+float edgeAlpha(float opacity, size_t records, int budget, bool fade);
+
+// The records of the background layer in drawing order: all of them in
+// their order while they are at most `limit`, else the `limit` records
+// that stand for the most edges.
+std::vector<size_t> backgroundEdgeOrder(const TEdgeCollapsedData& edges, size_t limit);
 
 // One drawn edge: a record of the folded edges between two shown nodes, and
 // the nodes its curve follows, from `from` up to the lowest common ancestor
@@ -61,6 +71,10 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   float m_SelfLoopSize = 0.2f;
   int m_StepsPerSegment = 8;
   float m_EdgeOpacity = 0.8f;
+  int m_EdgeBudget = 1500;
+  bool m_EdgeFade = true;
+  // The alpha of the curve being drawn.
+  float m_EdgeAlpha = 0.8f;
   // The records in the order of the rows of `hierarchy collapsed`.
   std::vector<TVisualNode*> m_Rows;
 

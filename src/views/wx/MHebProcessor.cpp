@@ -156,7 +156,7 @@ void THebProcessor::process_python() {
       impl->clearLists("");
       impl->m_RecomputeNodeVisuals = true;
     }
-    if (haveChanged({m_SplineLinearization, m_SelfLoopSize})) impl->clearLists("_edges");
+    if (haveChanged({m_SplineLinearization, m_SelfLoopSize, m_EdgeBudget, m_EdgeFade})) impl->clearLists("_edges");
     resetPins({"settings."});
   }
   if (m_AggLft->hasChanged()) {

@@ -269,7 +269,7 @@ TEST(Pane, AllSettingsListsTheControlsOfTheView) {
   auto* frame = dynamic_cast<wxFrame*>(wxTopLevelWindows.GetLast()->GetData());
   ASSERT_TRUE(frame);
   EXPECT_EQ(frame->GetTitle(), "All settings");
-  EXPECT_EQ(windowsIn<TSliderControlPanel>(frame).size(), 6u) << "the radial view's six settings";
+  EXPECT_EQ(windowsIn<TSliderControlPanel>(frame).size(), 7u) << "the radial view's seven number settings";
   EXPECT_EQ(windowsIn<TFilterPanel>(frame).size(), 2u);
   EXPECT_EQ(windowsIn<TFloatRangePanel>(frame).size(), 2u) << "the nodes' and, out of the pane, the edges'";
   frame->Destroy();

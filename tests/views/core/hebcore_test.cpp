@@ -573,3 +573,22 @@ TEST(HebEdges, TheBackgroundStopsAtFiveThousandRecordsWithAWarning) {
   EXPECT_FALSE(drawn.contains({last.smallerlft, last.largerlft}));
   EXPECT_NE(heb.proc->m_Warning.find("Trying to render too many edges (>5000)"), std::string::npos);
 }
+
+TEST(HebEdges, BeyondTheBudgetTheHeaviestRecordsAreDrawnAndFadeWithTheirNumber) {
+  EXPECT_FLOAT_EQ(edgeAlpha(0.8f, 1500, 1500, true), 0.8f) << "at the budget: the opacity as set";
+  EXPECT_FLOAT_EQ(edgeAlpha(0.8f, 3000, 1500, true), 0.4f);
+  EXPECT_FLOAT_EQ(edgeAlpha(0.8f, 5000, 100, true), 0.08f) << "no lower than a tenth";
+  EXPECT_FLOAT_EQ(edgeAlpha(0.8f, 5000, 1500, false), 0.8f) << "without the rule";
+  EXPECT_FLOAT_EQ(edgeAlpha(0.8f, 5000, 0, true), 0.8f) << "no budget: no rule";
+
+  // Records of 1, 3, 2 and 3 edges; two may be drawn: the two of 3, in
+  // their order.
+  TEdgeCollapsedData edges;
+  uint32_t eid = 0;
+  const std::vector<std::pair<uint32_t, int>> pairs{{10, 1}, {20, 3}, {30, 2}, {40, 3}};
+  for (const auto& [target, n] : pairs)
+    for (int k = 0; k < n; ++k) edges.addEdge(++eid, 1, target);
+  ASSERT_EQ(edges.getRecordCount(), 4u);
+  EXPECT_EQ(backgroundEdgeOrder(edges, 2), (std::vector<size_t>{1, 3}));
+  EXPECT_EQ(backgroundEdgeOrder(edges, 4), (std::vector<size_t>{0, 1, 2, 3})) << "all, in order, within the limit";
+}
