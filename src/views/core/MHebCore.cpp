@@ -4,6 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "engine/MMediator.h"
 #include "engine/MRegistry.h"
 
 namespace quorvel {
@@ -30,6 +31,7 @@ THebProcessorImplementationCpp::THebProcessorImplementationCpp(THebProcessorCpp*
                                                                std::shared_ptr<TLabelCache> renderer)
     : TVisualizerImplementationBase(processor, std::move(renderer)) {
   m_RotateLabels = true;
+  m_LeaveOutCrampedLabels = true;
   // Fewer buckets than records: the map is read by lft a few times a pass.
   m_NodeMap.max_load_factor(2.0f);
   m_SplineBasis.resize(static_cast<size_t>(m_StepsPerSegment));
@@ -343,9 +345,17 @@ void THebProcessorImplementationCpp::renderNodes() {
     gl.enable(TDrawSink::Texture2D, true);
     gl.color3(0, 0, 0);
     gl.enable(TDrawSink::Blend, true);
+    m_LabelsLeftOut = 0;
     for (const TVisualNode* node : m_Rows)
       if (node->current.visible) renderNodeLabel(*node, node->current, 1.0f);
     gl.enable(TDrawSink::Texture2D, false);
+    // Once for each picture of the rings, not for each frame that shows it.
+    const std::pair<size_t, size_t> told{m_Rows.size(), m_LabelsLeftOut};
+    if (m_LabelsLeftOut > 0 && told != m_LabelsToldOf && !m_Animate) {
+      logInfo(std::to_string(m_LabelsLeftOut) + " of " + std::to_string(m_Rows.size()) +
+              " captions left out: their cells are too thin");
+      m_LabelsToldOf = told;
+    }
   }
 }
 

@@ -75,6 +75,8 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   bool m_EdgeFade = true;
   // The alpha of the curve being drawn.
   float m_EdgeAlpha = 0.8f;
+  // The rows and left-out captions last written to the log.
+  std::pair<size_t, size_t> m_LabelsToldOf{0, 0};
   // The records in the order of the rows of `hierarchy collapsed`.
   std::vector<TVisualNode*> m_Rows;
 

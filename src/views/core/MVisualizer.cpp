@@ -253,6 +253,11 @@ void TVisualizerImplementationBase::renderNodeLabel(const TVisualNode& node, con
     c = 1.0f / V;
     V = 1.0f;
   }
+  if (m_LeaveOutCrampedLabels &&
+      (m_FontSize * scale > shortside || c * static_cast<float>(text.size()) < std::min<float>(kShortestCaption, text.size()))) {
+    ++m_LabelsLeftOut;
+    return;
+  }
   const float oU = (1.0f - U) / 2.0f;
   const float oV = (1.0f - V) / 2.0f;
   m_Sink->bindTexture(texture);
