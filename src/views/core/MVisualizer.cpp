@@ -254,7 +254,8 @@ void TVisualizerImplementationBase::renderNodeLabel(const TVisualNode& node, con
     V = 1.0f;
   }
   if (m_LeaveOutCrampedLabels &&
-      (m_FontSize * scale > shortside || c * static_cast<float>(text.size()) < std::min<float>(kShortestCaption, text.size()))) {
+      (shortside < 0.8f * m_FontSize * scale ||
+       c * static_cast<float>(text.size()) < std::min<float>(kShortestCaption, text.size()))) {
     ++m_LabelsLeftOut;
     return;
   }

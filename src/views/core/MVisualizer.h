@@ -129,9 +129,9 @@ class TVisualizerImplementationBase {
   bool m_ColorMapIsDiscrete = false;
   std::shared_ptr<TAttributeData> m_TextAttribute;
   bool m_RotateLabels = false;
-  // Leave out a caption that its cell would squeeze below the font's size
-  // or cut to fewer than kShortestCaption characters, rather than draw it
-  // illegibly; m_LabelsLeftOut counts them.
+  // Leave out a caption that its cell would squeeze below 0.8 of the font's
+  // size or cut to fewer than kShortestCaption characters, rather than draw
+  // it illegibly; m_LabelsLeftOut counts them.
   bool m_LeaveOutCrampedLabels = false;
   size_t m_LabelsLeftOut = 0;
   static constexpr float kShortestCaption = 4;
