@@ -109,6 +109,35 @@ void BM_Collapse(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(l.hierarchy->getRowCount()));
 }
 
+// The automatic first level: the count of nodes on each level and the
+// choice, against the collapse pass that follows it in the same run.
+void BM_AutoExpandLevel(benchmark::State& state) {
+  const Loaded& l = loaded(static_cast<uint32_t>(state.range(0)));
+  auto levels = extractLevels(*l.hierarchy);
+  int32_t level = 0;
+  double chosen = 0;
+  for (auto _ : state) {
+    const auto t = std::chrono::steady_clock::now();
+    level = chooseExpandLevel(nodesPerLevel(*levels), 1000);
+    benchmark::DoNotOptimize(level);
+    const double spent = std::chrono::duration<double>(std::chrono::steady_clock::now() - t).count();
+    state.SetIterationTime(spent);
+    chosen += spent;
+  }
+  auto folded = std::make_shared<TBoolAttributeData>("collapsed");
+  bool found = false;
+  for (const auto& row : l.hierarchy->m_Rows) folded->addRow(row.nid, levels->getValueById(row.nid, found) > level);
+  const auto start = std::chrono::steady_clock::now();
+  const int passes = 5;
+  size_t visible = 0;
+  for (int i = 0; i < passes; ++i) visible = collapseHierarchy(*l.hierarchy, *folded, "c").hierarchy->getRowCount();
+  const double collapse = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / passes;
+  state.counters["level"] = level;
+  state.counters["visible"] = static_cast<double>(visible);
+  state.counters["collapse_ms"] = collapse * 1000;
+  state.counters["share_of_collapse"] = chosen / static_cast<double>(state.iterations()) / collapse;
+}
+
 void BM_EdgeAggregation(benchmark::State& state) {
   const Loaded& l = loaded(static_cast<uint32_t>(state.range(0)));
   auto folded = foldedState(*l.hierarchy, state.range(1) != 0);
@@ -336,5 +365,6 @@ static void foldCases(benchmark::internal::Benchmark* b) {
 }
 BENCHMARK(BM_Collapse)->Apply(foldCases)->UseManualTime();
 BENCHMARK(BM_EdgeAggregation)->Apply(foldCases)->UseManualTime();
+BENCHMARK(BM_AutoExpandLevel)->Arg(1000000)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_EdgeColors)->Apply(foldCases);
 BENCHMARK(BM_OrdnormStrings)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);

@@ -35,6 +35,8 @@ TExpandChoice parseExpandChoice(const TPinPtr& settings);
 // level L the nodes of levels up to L + 1 are visible. At least 0: the
 // root's children show even when they alone exceed the budget.
 int32_t chooseExpandLevel(const std::vector<size_t>& nodesPerLevel, int64_t budget);
+// The number of nodes on each level, from a level column.
+std::vector<size_t> nodesPerLevel(const TIntegerAttributeData& levels);
 
 class TCollapsedStateInitializer : public TAbstractProcessor {
  public:
