@@ -89,8 +89,10 @@ std::pair<double, double> openAndShow(TMainFrame& frame, const std::string& file
 struct Session {
   TMainFrame* frame = nullptr;
   std::string file;
+  // QUORVEL_BENCH_DATASET names another dataset, such as an imported tree.
   Session() {
-    file = fs::absolute(bench::syntheticDataset(1000000, 3000000)).string();
+    const char* other = std::getenv("QUORVEL_BENCH_DATASET");
+    file = fs::absolute(other && *other ? std::string(other) : bench::syntheticDataset(1000000, 3000000)).string();
     frame = new TMainFrame();
     frame->SetClientSize(1000, 700);
     publishGuiObjects();
@@ -249,6 +251,117 @@ void BM_CodeViewOpen10MB(benchmark::State& state) {
   frame->Destroy();
   wxYield();
   std::filesystem::remove(file);
+}
+
+// Resident memory of the process in bytes.
+double residentBytes() {
+  std::ifstream status("/proc/self/status");
+  std::string key;
+  double kb = 0;
+  while (status >> key)
+    if (key == "VmRSS:") {
+      status >> kb;
+      break;
+    }
+  return kb * 1024.0;
+}
+
+std::shared_ptr<THebProcessor> radialView() {
+  TBoxPtr box = me.flowlayout ? me.flowlayout->getBoxByType("BHebView") : nullptr;
+  return box ? box->getProcessorByType<THebProcessor>() : nullptr;
+}
+
+// Idle steps until the radial view has laid out its rings and its
+// animation ended; then one paint.
+void paintRadialWhenReady(TMainFrame& frame) {
+  for (int i = 0; i < 100000; ++i) {
+    frame.idleStep();
+    auto heb = radialView();
+    if (heb && heb->implementation() && heb->implementation()->m_Root && frame.animatelist.empty() && i > 3) break;
+  }
+  if (auto heb = radialView(); heb && heb->implementation()) heb->implementation()->canvas->paintNow(false);
+}
+
+// The 1M / 3M synthetic set: opening it as "Open dataset" does (to the
+// painted node list), and in the same run opening it with the radial view
+// to that view's first painted frame, each with its resident memory.
+void BM_OpenToFirstRadialFrame(benchmark::State& state) {
+  Session s;
+  for (auto _ : state) {
+    if (me.flowlayout) me.flowlayout->destroy();
+    const auto [loadedAlone, alone] = openAndShow(*s.frame, s.file);
+    const double aloneBytes = residentBytes();
+    me.flowlayout->destroy();
+    wxYield();
+    const double start = seconds();
+    const auto [loaded, listed] = openAndShow(*s.frame, s.file);
+    s.frame->OnInstantiateLibBox("BHebView", TInstantiateOptions{{{"gui title", "Radial"}}, {}});
+    const double opened = seconds();
+    paintRadialWhenReady(*s.frame);
+    const double painted = seconds() - start;
+    state.SetIterationTime(painted);
+    state.counters["alone_s"] = alone;
+    state.counters["with_radial_s"] = painted;
+    state.counters["ratio"] = painted / alone;
+    state.counters["share_load"] = loaded / painted;
+    state.counters["share_view"] = (opened - start - listed) / painted;
+    state.counters["share_layout_paint"] = (seconds() - opened) / painted;
+    state.counters["rss_alone_MB"] = aloneBytes / 1e6;
+    state.counters["rss_radial_MB"] = residentBytes() / 1e6;
+    state.counters["rss_ratio"] = residentBytes() / aloneBytes;
+    auto heb = radialView();
+    state.counters["visible_rows"] = heb && heb->implementation() ? heb->implementation()->m_Rows.size() : 0;
+  }
+}
+
+// A double click that unfolds a folded node near the root, to the next
+// painted frame: the flow's pass (collapse, edges, layout) and the paint.
+void BM_UnfoldToNextFrame(benchmark::State& state) {
+  Session s;
+  openAndShow(*s.frame, s.file);
+  s.frame->OnInstantiateLibBox("BHebView", TInstantiateOptions{{{"gui title", "Radial"}}, {}});
+  paintRadialWhenReady(*s.frame);
+  auto heb = radialView();
+  if (!heb || !heb->implementation()) {
+    state.SkipWithError("no radial view");
+    return;
+  }
+  THebProcessorImplementation* impl = heb->implementation();
+  auto* canvas = impl->canvas.get();
+  const wxSize size = canvas->GetClientSize();
+  const float scale = std::min(size.GetWidth(), size.GetHeight()) / 2.0f;
+  for (auto _ : state) {
+    state.PauseTiming();
+    // The widest folded node: near the root.
+    const TVisualNode* target = nullptr;
+    for (const TVisualNode* row : impl->m_Rows)
+      if (row->collapsed && row->current.visible && (!target || row->current.width > target->current.width))
+        target = row;
+    if (!target) {
+      state.SkipWithError("nothing folded");
+      return;
+    }
+    const TLayoutBox& b = target->current.box;
+    const TVector2 p = TToArcScreenConverter(1, 1).toScreen((b.x0 + b.x1) / 2, (b.y0 + b.y1) / 2);
+    const wxPoint at(static_cast<int>(size.GetWidth() / 2.0f + p.x * scale),
+                     static_cast<int>(size.GetHeight() / 2.0f - p.y * scale));
+    const size_t rows = impl->m_Rows.size();
+    state.ResumeTiming();
+    const double start = seconds();
+    canvas->doubleClickAt(at);
+    s.frame->idleStep();
+    const double flowed = seconds();
+    canvas->paintNow(false);
+    glFinish();
+    const double painted = seconds();
+    state.PauseTiming();
+    state.counters["flow_ms"] = (flowed - start) * 1000;
+    state.counters["paint_ms"] = (painted - flowed) * 1000;
+    state.counters["rows_before"] = static_cast<double>(rows);
+    state.counters["rows_after"] = static_cast<double>(impl->m_Rows.size());
+    for (int i = 0; i < 100 && !s.frame->animatelist.empty(); ++i) s.frame->idleStep();
+    state.ResumeTiming();
+  }
 }
 
 // A selection pass at a window point over lists, with the view's model-view
@@ -655,6 +768,8 @@ BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillis
 BENCHMARK(BM_ListFirstPaintFromPins)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);
 BENCHMARK(BM_QuietFiveViewsCpu)->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(BM_OpenToFirstRadialFrame)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_UnfoldToNextFrame)->Iterations(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_CodeViewOpen10MB)->Iterations(3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenViewPane)
     ->ArgNames({"pane", "view"})
