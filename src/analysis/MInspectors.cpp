@@ -61,8 +61,8 @@ class TTextCounter {
   std::vector<Slot> m_Slots;
   size_t m_Used = 0;
 
-  // Eight bytes at a time: the texts are short and a byte-wise hash would
-  // cost more than fetching them.
+  // A text of up to eight bytes as one word, so that short texts of equal
+  // length compare without a call.
   static uint64_t word(const char* p, size_t n) {
     uint64_t w = 0;
     if (n >= 8) {
