@@ -13,6 +13,7 @@
 
 #include "app/MAppClasses.h"
 #include "support/GuiTestSetup.h"
+#include "support/RadialPixels.h"
 #include "automation/MExecutor.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
@@ -329,7 +330,6 @@ void BM_UnfoldToNextFrame(benchmark::State& state) {
   THebProcessorImplementation* impl = heb->implementation();
   auto* canvas = impl->canvas.get();
   const wxSize size = canvas->GetClientSize();
-  const float scale = std::min(size.GetWidth(), size.GetHeight()) / 2.0f;
   for (auto _ : state) {
     state.PauseTiming();
     // The widest folded node: near the root.
@@ -341,10 +341,7 @@ void BM_UnfoldToNextFrame(benchmark::State& state) {
       state.SkipWithError("nothing folded");
       return;
     }
-    const TLayoutBox& b = target->current.box;
-    const TVector2 p = TToArcScreenConverter(1, 1).toScreen((b.x0 + b.x1) / 2, (b.y0 + b.y1) / 2);
-    const wxPoint at(static_cast<int>(size.GetWidth() / 2.0f + p.x * scale),
-                     static_cast<int>(size.GetHeight() / 2.0f - p.y * scale));
+    const wxPoint at = quorvel::test::radialCentre(size, *target);
     const size_t rows = impl->m_Rows.size();
     state.ResumeTiming();
     const double start = seconds();

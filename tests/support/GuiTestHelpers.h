@@ -14,6 +14,7 @@
 #include "engine/MMediator.h"
 #include "shell/wx/MGuiClasses.h"
 #include "shell/wx/MMainFrame.h"
+#include "shell/wx/MWidgetContainers.h"
 
 namespace quorvel::test {
 
@@ -37,6 +38,24 @@ std::vector<W*> windowsIn(wxWindow* w) {
   std::vector<W*> out;
   if (w) collectWindows(w, out);
   return out;
+}
+
+template <class W>
+W* firstIn(wxWindow* w) {
+  auto all = windowsIn<W>(w);
+  return all.empty() ? nullptr : all.front();
+}
+
+// The inside of a group of a view box's settings pane, unfolded as a click
+// on its caption does; null without the pane or the group.
+inline wxWindow* unfoldPaneGroup(const TBoxPtr& box, const char* name) {
+  auto container = std::dynamic_pointer_cast<TWidgetContainer>(box->getProcessorByName("settings pane"));
+  for (auto* fold : windowsIn<TFoldPanel>(container ? container->panel.get() : nullptr))
+    if (fold->GetName() == name) {
+      fold->collapse(false);
+      return fold->pane();
+    }
+  return nullptr;
 }
 
 inline std::string sample(const std::string& name) {

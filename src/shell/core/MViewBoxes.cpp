@@ -90,8 +90,23 @@ TProcessorPtr addSettingsPane(TFlowManager& lib, const TBoxPtr& box, const TProc
   return split;
 }
 
-// A number the pane's slider edits, held by a source of the box that also
-// feeds the view's pin; the bounds are sources too.
+// A value the pane edits: held by a source of the box (the key name is the
+// control's name) that feeds the view's pin, and a control of it under
+// settings that place it in the pane. Gives the control.
+TProcessorPtr addHeldControl(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& view, const std::string& pin,
+                             const std::string& name, const std::string& group, int order, const char* source,
+                             const char* controlClass, const TDataPtr& value, float x) {
+  auto held = addSource(lib, box, source, name, value, x, 300);
+  auto control = addNamed(lib, box, controlClass, name + " control", x, 340);
+  wire(box, held, "out", control, "in");
+  wire(box, held, "out", view, pin);
+  const std::string settings = "{'name': '" + name + "', 'group': '" + group + "', 'order': " + std::to_string(order) + "}";
+  wire(box, addSource(lib, box, "TPythonDataSource", name + " settings", scriptValue(settings.c_str()), x + 40, 320),
+       "out", control, "settings");
+  return control;
+}
+
+// A number the pane's slider edits, with its bounds held by sources too.
 void addNumberControl(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& view, const std::string& pin,
                       const std::string& name, const std::string& group, int order, bool integer, double value,
                       double min, double max, float x) {
@@ -100,28 +115,10 @@ void addNumberControl(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr
     if (integer) return std::make_shared<TIntegerData>(static_cast<int32_t>(v));
     return std::make_shared<TFloatData>(static_cast<float>(v));
   };
-  auto held = addSource(lib, box, source, name, make(value), x, 300);
-  auto control = addNamed(lib, box, integer ? "TIntegerControl" : "TFloatControl", name + " control", x, 340);
-  wire(box, held, "out", control, "in");
-  wire(box, held, "out", view, pin);
+  auto control = addHeldControl(lib, box, view, pin, name, group, order, source,
+                                integer ? "TIntegerControl" : "TFloatControl", make(value), x);
   wire(box, addSource(lib, box, source, name + " min", make(min), x, 320), "out", control, "min");
   wire(box, addSource(lib, box, source, name + " max", make(max), x + 20, 320), "out", control, "max");
-  const std::string settings = "{'name': '" + name + "', 'group': '" + group + "', 'order': " + std::to_string(order) + "}";
-  wire(box, addSource(lib, box, "TPythonDataSource", name + " settings", scriptValue(settings.c_str()), x + 40, 320),
-       "out", control, "settings");
-}
-
-// A truth value the pane's check box edits, held by a source that also
-// feeds the view's pin.
-void addBooleanControl(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& view, const std::string& pin,
-                       const std::string& name, const std::string& group, int order, bool value, float x) {
-  auto held = addSource(lib, box, "TBooleanDataSource", name, std::make_shared<TBooleanData>(value), x, 300);
-  auto control = addNamed(lib, box, "TBooleanControl", name + " control", x, 340);
-  wire(box, held, "out", control, "in");
-  wire(box, held, "out", view, pin);
-  const std::string settings = "{'name': '" + name + "', 'group': '" + group + "', 'order': " + std::to_string(order) + "}";
-  wire(box, addSource(lib, box, "TPythonDataSource", name + " settings", scriptValue(settings.c_str()), x + 40, 320),
-       "out", control, "settings");
 }
 
 // BListView: the ids of one selection of the dataset with all their
@@ -461,7 +458,8 @@ void buildHebView(TFlowManager& lib) {
   // Beyond the budget of drawn records the edges fade with their number.
   addNumberControl(lib, box, heb, "settings.edge budget", "Edge budget", "Edge bundling", 4, true, 1500, 100, 5000,
                    600);
-  addBooleanControl(lib, box, heb, "settings.edge fade", "Fade dense edges", "Edge bundling", 5, true, 700);
+  addHeldControl(lib, box, heb, "settings.edge fade", "Fade dense edges", "Edge bundling", 5, "TBooleanDataSource",
+                 "TBooleanControl", std::make_shared<TBooleanData>(true), 700);
   addNodeAttributePickers(lib, box, port, heb);
   addColorRange(lib, box, colorRange, nodeFilter, "output");
   addInspectors(lib, box, port, heb, hovered);

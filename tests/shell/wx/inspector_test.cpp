@@ -15,6 +15,7 @@
 #include "shell/wx/MWidgetContainers.h"
 #include "support/GuiTestHelpers.h"
 #include "support/Pictures.h"
+#include "support/RadialPixels.h"
 #include "views/wx/MHebProcessor.h"
 #include "views/wx/MTableLensProcessor.h"
 #include "views/wx/MTreemapProcessor.h"
@@ -25,23 +26,6 @@ using namespace quorvel::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-template <class W>
-W* firstIn(wxWindow* w) {
-  auto all = windowsIn<W>(w);
-  return all.empty() ? nullptr : all.front();
-}
-
-// The pane's group unfolded, as a click on its caption does.
-wxWindow* unfold(const TBoxPtr& box, const char* name) {
-  auto container = std::dynamic_pointer_cast<TWidgetContainer>(box->getProcessorByName("settings pane"));
-  for (auto* fold : windowsIn<TFoldPanel>(container ? container->panel.get() : nullptr))
-    if (fold->GetName() == name) {
-      fold->collapse(false);
-      return fold->pane();
-    }
-  return nullptr;
-}
 
 std::string textOn(const TProcessorPtr& p, const char* pin) {
   auto d = dataAs<TStringData>(p->getInputPinByName(pin));
@@ -77,7 +61,7 @@ TEST(Inspectors, HoveringANodeDrawsItsTooltipAndFillsTheInspectorOfTheRadialView
   auto heb = box->getProcessorByType<THebProcessor>();
   THebProcessorImplementation* impl = heb->implementation();
   ASSERT_TRUE(impl);
-  auto* inspector = firstIn<TAttributeInspectorPanel>(unfold(box, "Inspector"));
+  auto* inspector = firstIn<TAttributeInspectorPanel>(unfoldPaneGroup(box, "Inspector"));
   ASSERT_TRUE(inspector) << "the inspector stands in the pane";
   EXPECT_EQ(inspector->list->GetItemCount(), 0);
 
@@ -87,11 +71,7 @@ TEST(Inspectors, HoveringANodeDrawsItsTooltipAndFillsTheInspectorOfTheRadialView
     if (n->isLeaf() && (!leaf || n->current.width > leaf->current.width)) leaf = n;
   ASSERT_TRUE(leaf);
   const wxSize s = impl->canvas->GetClientSize();
-  const float scale = std::min(s.GetWidth(), s.GetHeight()) / 2.0f;
-  const TLayoutBox& b = leaf->current.box;
-  const TVector2 p = TToArcScreenConverter(1, 1).toScreen((b.x0 + b.x1) / 2, (b.y0 + b.y1) / 2);
-  const wxPoint at(static_cast<int>(s.GetWidth() / 2.0f + p.x * scale),
-                   static_cast<int>(s.GetHeight() / 2.0f - p.y * scale));
+  const wxPoint at = radialCentre(s, *leaf);
   const wxImage before = freshPaint(impl->canvas.get());
   impl->canvas->hoverAt(at);
   app.settle();
@@ -132,7 +112,7 @@ TEST(Inspectors, HoveringANodeDrawsItsTooltipAndFillsTheInspectorOfTheRadialView
   TBoxPtr tbox = me.flowlayout->getBoxByType("BTreemapView");
   auto treemap = tbox->getProcessorByType<TTreemapProcessor>();
   ASSERT_TRUE(treemap && treemap->implementation());
-  auto* tinspector = firstIn<TAttributeInspectorPanel>(unfold(tbox, "Inspector"));
+  auto* tinspector = firstIn<TAttributeInspectorPanel>(unfoldPaneGroup(tbox, "Inspector"));
   ASSERT_TRUE(tinspector);
   auto* canvas = treemap->implementation()->canvas.get();
   const wxSize ts = canvas->GetClientSize();
@@ -157,7 +137,7 @@ TEST(Inspectors, TheTableLensFillsItsInspectorWithTheHoveredRow) {
   auto table = box->getProcessorByType<TTableLensProcessor>();
   ASSERT_TRUE(table && table->implementation());
   auto* impl = table->implementation();
-  auto* inspector = firstIn<TAttributeInspectorPanel>(unfold(box, "Inspector"));
+  auto* inspector = firstIn<TAttributeInspectorPanel>(unfoldPaneGroup(box, "Inspector"));
   ASSERT_TRUE(inspector);
   pumpUntil([&] { return !impl->canvas()->pendingrefresh; });
   const auto& grid = *impl->m_Grid;
@@ -179,7 +159,7 @@ TEST(Inspectors, TheLegendHasALineForEachTypeInItsColour) {
   app.run("openView('treemap')");
   app.finishAnimations();
   TBoxPtr box = me.flowlayout->getBoxByType("BTreemapView");
-  auto* legend = firstIn<TColorMapInspectorPanel>(unfold(box, "Node colors"));
+  auto* legend = firstIn<TColorMapInspectorPanel>(unfoldPaneGroup(box, "Node colors"));
   ASSERT_TRUE(legend);
   app.settle();
   auto type = std::dynamic_pointer_cast<TStringAttributeData>(

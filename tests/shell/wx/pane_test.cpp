@@ -40,15 +40,7 @@ struct TPaneApp : App {
     return container ? dynamic_cast<TToolbarPanel*>(container->panel.get()) : nullptr;
   }
   // The inside of a group, unfolded as a click on its caption does.
-  wxWindow* group(const char* name) {
-    if (!pane()) return nullptr;
-    for (auto* fold : windowsIn<TFoldPanel>(pane()))
-      if (fold->GetName() == name) {
-        fold->collapse(false);
-        return fold->pane();
-      }
-    return nullptr;
-  }
+  wxWindow* group(const char* name) { return unfoldPaneGroup(box, name); }
   void choose(wxChoice* choice, const wxString& text) {
     choice->SetStringSelection(text);
     wxCommandEvent event(wxEVT_CHOICE, choice->GetId());

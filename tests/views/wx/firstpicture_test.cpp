@@ -11,6 +11,7 @@
 #include "engine/MPython.h"
 #include "support/GuiTestHelpers.h"
 #include "support/Pictures.h"
+#include "support/RadialPixels.h"
 #include "views/wx/MHebProcessor.h"
 
 using namespace quorvel;
@@ -79,13 +80,9 @@ TEST(FirstPicture, TheProjectsOwnSourceOpensFoldedToTheBudgetWithAWhiteDiskAndUn
       target = row;
   ASSERT_TRUE(target);
   const uint32_t lft = target->lft;
-  const TLayoutBox& b = target->current.box;
-  const TVector2 p = TToArcScreenConverter(1, 1).toScreen((b.x0 + b.x1) / 2, (b.y0 + b.y1) / 2);
-  const float scale = std::min(s.GetWidth(), s.GetHeight()) / 2.0f;
   const size_t before = v.visible();
   pumpUntil([&] { return !v.impl->canvas->pendingrefresh; });
-  v.impl->canvas->doubleClickAt(wxPoint(static_cast<int>(s.GetWidth() / 2.0f + p.x * scale),
-                                        static_cast<int>(s.GetHeight() / 2.0f - p.y * scale)));
+  v.impl->canvas->doubleClickAt(radialCentre(s, *target));
   app.finishAnimations();
   const TVisualNode& opened = v.impl->m_NodeMap.at(lft);
   EXPECT_FALSE(opened.collapsed);

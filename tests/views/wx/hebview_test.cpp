@@ -12,6 +12,7 @@
 #include "automation/MExecutor.h"
 #include "engine/MActionList.h"
 #include "support/GuiTestHelpers.h"
+#include "support/RadialPixels.h"
 #include "views/wx/MHebProcessor.h"
 #include "views/wx/MListControlViewProcessor.h"
 
@@ -34,16 +35,9 @@ struct THebApp : App {
     if (impl) pumpUntil([this] { return !impl->canvas->pendingrefresh; });
   }
   // The window pixel of a layout point of the rings.
-  wxPoint pixelOf(float x, float y) const {
-    const wxSize s = impl->canvas->GetClientSize();
-    const float scale = std::min(s.GetWidth(), s.GetHeight()) / 2.0f;
-    const TVector2 p = TToArcScreenConverter(1, 1).toScreen(x, y);
-    return {static_cast<int>(std::lround(s.GetWidth() / 2.0f + p.x * scale)),
-            static_cast<int>(std::lround(s.GetHeight() - (s.GetHeight() / 2.0f + p.y * scale)))};
-  }
+  wxPoint pixelOf(float x, float y) const { return radialPixel(impl->canvas->GetClientSize(), x, y); }
   wxPoint centreOf(const TVisualNode& n, float along = 0.5f, float across = 0.5f) const {
-    const TLayoutBox& b = n.current.box;
-    return pixelOf(b.x0 + (b.x1 - b.x0) * along, b.y0 + (b.y1 - b.y0) * across);
+    return radialCentre(impl->canvas->GetClientSize(), n, along, across);
   }
   // The widest visible leaf that has a colour of its own.
   const TVisualNode& widestLeaf() const {
