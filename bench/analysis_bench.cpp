@@ -36,11 +36,21 @@ const Loaded& loaded(uint32_t nodes) {
   return cache[nodes] = Loaded{d.hierarchy, d.edges, d.allEdges, d.edgeAttributes->itemByKeyAs<TAttributeData>("weight")};
 }
 
-// Nothing folded but one node: a child of the root (a large subtree), or the
-// parent of the deepest leaf (a small one).
-std::shared_ptr<TBoolAttributeData> foldedState(const THierarchyData& h, bool nearRoot) {
+// Folded states by the second argument of a case: 1 nothing folded but a
+// child of the root (a large subtree), 0 nothing but the parent of the
+// deepest leaf (a small one), 2 every node below the level a dataset first
+// opens at (a first picture of at most 1,000 nodes).
+std::shared_ptr<TBoolAttributeData> foldedState(const THierarchyData& h, int64_t fold) {
   auto state = std::make_shared<TBoolAttributeData>("collapsed");
   state->reserve(h.getRowCount());
+  if (fold == 2) {
+    auto levels = extractLevels(h);
+    const int32_t level = chooseExpandLevel(nodesPerLevel(*levels), 1000);
+    bool found = false;
+    for (const auto& r : h.m_Rows) state->addRow(r.nid, levels->getValueById(r.nid, found) > level);
+    return state;
+  }
+  const bool nearRoot = fold != 0;
   for (const auto& r : h.m_Rows) state->addRow(r.nid, false);
   uint32_t target = h.m_Rows[2].nid;
   if (!nearRoot) {
@@ -98,7 +108,7 @@ void timeAgainstPass(benchmark::State& state, double floor, F&& work) {
 
 void BM_Collapse(benchmark::State& state) {
   const Loaded& l = loaded(static_cast<uint32_t>(state.range(0)));
-  auto folded = foldedState(*l.hierarchy, state.range(1) != 0);
+  auto folded = foldedState(*l.hierarchy, state.range(1));
   size_t visible = 0;
   timeAgainstPass(state, passSeconds(l.hierarchy->m_Rows, folded->m_Rows), [&] {
     auto r = collapseHierarchy(*l.hierarchy, *folded, "c");
@@ -140,7 +150,7 @@ void BM_AutoExpandLevel(benchmark::State& state) {
 
 void BM_EdgeAggregation(benchmark::State& state) {
   const Loaded& l = loaded(static_cast<uint32_t>(state.range(0)));
-  auto folded = foldedState(*l.hierarchy, state.range(1) != 0);
+  auto folded = foldedState(*l.hierarchy, state.range(1));
   auto agglft = collapseHierarchy(*l.hierarchy, *folded, "c").agglft;
   size_t records = 0;
   timeAgainstPass(state, passSeconds(l.hierarchy->m_Rows, agglft->m_Rows, l.edges->m_Rows), [&] {
@@ -153,7 +163,7 @@ void BM_EdgeAggregation(benchmark::State& state) {
 
 void BM_EdgeColors(benchmark::State& state) {
   const Loaded& l = loaded(static_cast<uint32_t>(state.range(0)));
-  auto folded = foldedState(*l.hierarchy, state.range(1) != 0);
+  auto folded = foldedState(*l.hierarchy, state.range(1));
   auto agglft = collapseHierarchy(*l.hierarchy, *folded, "c").agglft;
   auto collapsed = aggregateEdges(*l.hierarchy, *agglft, *l.edges, *l.allEdges);
   auto ord = ordnorm(*l.weight);
@@ -358,10 +368,10 @@ BENCHMARK(BM_TooltipSummary)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TooltipSummaryBareLoop)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TooltipSingle)->Unit(benchmark::kMicrosecond);
 
-// Arguments: nodes (with three times as many edges), and 1 for a collapse
-// near the root, 0 for one near a leaf.
+// Arguments: nodes (with three times as many edges), and the folded state
+// of foldedState.
 static void foldCases(benchmark::internal::Benchmark* b) {
-  b->Args({100000, 1})->Args({1000000, 1})->Args({1000000, 0})->Unit(benchmark::kMillisecond);
+  b->Args({100000, 1})->Args({1000000, 1})->Args({1000000, 0})->Args({1000000, 2})->Unit(benchmark::kMillisecond);
 }
 BENCHMARK(BM_Collapse)->Apply(foldCases)->UseManualTime();
 BENCHMARK(BM_EdgeAggregation)->Apply(foldCases)->UseManualTime();

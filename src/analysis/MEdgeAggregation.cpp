@@ -1,6 +1,8 @@
 #include "MEdgeAggregation.h"
 
 #include <algorithm>
+#include <cfloat>
+#include <cstring>
 
 #include "engine/MRegistry.h"
 
@@ -18,6 +20,7 @@ class TNodeToAggLft {
     m_Dense = maxNid < 4 * h.m_Rows.size() + 1024;
     if (m_Dense) m_Array.assign(static_cast<size_t>(maxNid) + 1, kNone);
     else m_Map.reserve(h.m_Rows.size());
+    if (fillInLftOrder(h, agglft)) return;
     // A later row of a nid answers, as the hierarchy's own index does.
     for (const auto& row : h.m_Rows) {
       bool found = false;
@@ -36,6 +39,30 @@ class TNodeToAggLft {
   static constexpr uint32_t kNone = 0xffffffffu;
 
  private:
+  // The collapse makes agglft rows in the order of the hierarchy's rows,
+  // both by ascending lft: then one walk through both fills a dense array.
+  // False, and nothing filled, when either is out of that order.
+  bool fillInLftOrder(const THierarchyData& h, const TAggLftData& agglft) {
+    if (!m_Dense) return false;
+    const auto& aggRows = agglft.m_Rows;
+    size_t next = 0;
+    uint32_t previous = 0;
+    for (size_t i = 0; i < h.m_Rows.size(); ++i) {
+      const THierarchyRow& row = h.m_Rows[i];
+      if (i > 0 && row.lft <= previous) break;
+      previous = row.lft;
+      if (next < aggRows.size() && aggRows[next].first == row.lft) {
+        if (next > 0 && aggRows[next].first <= aggRows[next - 1].first) break;
+        m_Array[row.nid] = aggRows[next++].second;
+      } else {
+        m_Array[row.nid] = kNone;
+      }
+      if (i + 1 == h.m_Rows.size() && next == aggRows.size()) return true;
+    }
+    std::fill(m_Array.begin(), m_Array.end(), kNone);
+    return false;
+  }
+
   bool m_Dense = true;
   std::vector<uint32_t> m_Array;
   TIdHashMap<uint32_t> m_Map;
@@ -53,10 +80,23 @@ std::shared_ptr<TEdgeCollapsedData> aggregateEdges(const THierarchyData& hierarc
                                                    const TEdgeData& edges, const TIntegerSetData& selection) {
   auto out = std::make_shared<TEdgeCollapsedData>();
   const TNodeToAggLft aggOf(hierarchy, agglft);
+  // The selection as one bit per eid: a look-up per edge in a set of
+  // millions would search it.
+  std::vector<uint64_t> selected;
+  uint32_t largest = 0;
+  if (!selection.m_ContainsAll) {
+    const std::vector<uint32_t>& ids = selection.m_Set.ids();
+    largest = ids.empty() ? 0 : ids.back();
+    selected.assign(size_t{largest} / 64 + 1, 0);
+    for (uint32_t id : ids) selected[id / 64] |= uint64_t{1} << (id % 64);
+  }
+  auto contains = [&](uint32_t eid) {
+    return selection.m_ContainsAll || (eid <= largest && (selected[eid / 64] >> (eid % 64) & 1));
+  };
   std::vector<TEdgeCollapsedData::Edge> folded;
   folded.reserve(edges.m_Rows.size());
   for (const TEdgeRow& e : edges.m_Rows) {
-    if (!selection.contains(e.eid)) continue;
+    if (!contains(e.eid)) continue;
     const uint32_t from = aggOf(e.fromnid);
     const uint32_t to = aggOf(e.tonid);
     if (from == TNodeToAggLft::kNone || to == TNodeToAggLft::kNone) continue;
@@ -84,57 +124,150 @@ void TEdgeCollapsedProcessor::process() {
 // ---------------------------------------------------------------------------
 // Colours
 
+namespace {
+
+// The distinct values of a record's edges one way: how many, their sum,
+// least and greatest, and the first. Few values are sorted; many go
+// through a hash set, so that a record of thousands of edges costs one
+// look-up per edge rather than a sort.
+struct TDistinctValues {
+  size_t count = 0;
+  double sum = 0.0;
+  float lo = FLT_MAX;
+  float hi = -FLT_MAX;
+  float first = 0.0f;
+};
+
+class TDistinctCounter {
+ public:
+  // `lookups`: how many ids will be asked for. When they are many, the
+  // values are first laid out by id, so that a look-up reads one array
+  // instead of the column's index and then its row.
+  TDistinctCounter(const TFloatAttributeData& ord, size_t lookups) : m_Ord(ord) {
+    const size_t rows = ord.getRowCount();
+    if (rows == 0 || lookups < rows / 4) return;
+    uint32_t largest = 0;
+    for (size_t r = 0; r < rows; ++r) largest = std::max(largest, ord.getIdByRow(r));
+    if (largest > 4 * rows + 1024) return;
+    m_ById.assign(size_t{largest} + 1, 0.0f);
+    m_Has.assign(size_t{largest} / 64 + 1, 0);
+    // A later row of an id answers, as the column's index does.
+    for (size_t r = 0; r < rows; ++r) {
+      const uint32_t id = ord.getIdByRow(r);
+      m_ById[id] = ord.valueByRow(r);
+      m_Has[id / 64] |= uint64_t{1} << (id % 64);
+    }
+  }
+
+  TDistinctValues operator()(const TSmallIdSet& eids) {
+    m_Values.clear();
+    if (!m_ById.empty()) {
+      for (uint32_t eid : eids)
+        if (eid < m_ById.size() && (m_Has[eid / 64] >> (eid % 64) & 1)) add(m_ById[eid]);
+    } else {
+      for (uint32_t eid : eids) {
+        bool found = false;
+        const float v = m_Ord.getValueById(eid, found);
+        if (found) add(v);
+      }
+    }
+    if (m_Values.size() <= kSortedUpTo) {
+      std::sort(m_Values.begin(), m_Values.end());
+      m_Values.erase(std::unique(m_Values.begin(), m_Values.end()), m_Values.end());
+    } else {
+      keepFirstOfEach();
+    }
+    TDistinctValues d;
+    d.count = m_Values.size();
+    if (d.count > 0) d.first = m_Values[0];
+    for (float v : m_Values) {
+      d.lo = std::min(d.lo, v);
+      d.hi = std::max(d.hi, v);
+      d.sum += v;
+    }
+    return d;
+  }
+
+ private:
+  static constexpr size_t kSortedUpTo = 64;
+
+  void add(float v) { m_Values.push_back(v == 0.0f ? 0.0f : v); }  // -0 and 0 are one value
+
+  // Leaves in m_Values the first of each distinct value, by bit pattern.
+  void keepFirstOfEach() {
+    size_t slots = 1;
+    while (slots < 2 * m_Values.size()) slots <<= 1;
+    if (m_Slots.size() < slots) {
+      m_Slots.assign(slots, 0);
+      m_Stamps.assign(slots, 0);
+      m_Stamp = 0;
+    }
+    if (++m_Stamp == 0) {
+      std::fill(m_Stamps.begin(), m_Stamps.end(), 0);
+      m_Stamp = 1;
+    }
+    const size_t mask = slots - 1;
+    size_t kept = 0;
+    for (float v : m_Values) {
+      uint32_t bits;
+      std::memcpy(&bits, &v, sizeof bits);
+      size_t slot = (bits * 0x9E3779B1u) & mask;
+      while (m_Stamps[slot] == m_Stamp && m_Slots[slot] != bits) slot = (slot + 1) & mask;
+      if (m_Stamps[slot] == m_Stamp) continue;
+      m_Stamps[slot] = m_Stamp;
+      m_Slots[slot] = bits;
+      m_Values[kept++] = v;
+    }
+    m_Values.resize(kept);
+    std::sort(m_Values.begin(), m_Values.end());  // the sum in the order of the few-value case
+  }
+
+  const TFloatAttributeData& m_Ord;
+  std::vector<float> m_ById;
+  std::vector<uint64_t> m_Has;
+  std::vector<float> m_Values;
+  std::vector<uint32_t> m_Slots;
+  std::vector<uint32_t> m_Stamps;
+  uint32_t m_Stamp = 0;
+};
+
+}  // namespace
+
 std::shared_ptr<TEdgeColorData> colorEdges(const TEdgeCollapsedData& collapsed, const TAttributeData& attribute,
                                            const TFloatAttributeData& ord, const TColorMapData& map,
                                            const std::string& aggregation) {
   auto out = std::make_shared<TEdgeColorData>();
   out->m_Records.reserve(collapsed.m_Records.size());
   const bool nominal = attribute.getAttributeType() == "string";
-  std::vector<float> forward;
-  std::vector<float> backward;
-  auto distinctValues = [&ord](const TSmallIdSet& eids, std::vector<float>& values) {
-    values.clear();
-    for (uint32_t eid : eids) {
-      bool found = false;
-      const float v = ord.getValueById(eid, found);
-      if (found) values.push_back(v);
-    }
-    std::sort(values.begin(), values.end());
-    values.erase(std::unique(values.begin(), values.end()), values.end());
-  };
+  size_t lookups = 0;
+  for (const auto& record : collapsed.m_Records) lookups += record.forward.size() + record.backward.size();
+  TDistinctCounter distinct(ord, lookups);
   for (const auto& record : collapsed.m_Records) {
-    distinctValues(record.forward, forward);
-    distinctValues(record.backward, backward);
-    const size_t f = forward.size();
-    const size_t b = backward.size();
+    const TDistinctValues forward = distinct(record.forward);
+    const TDistinctValues backward = distinct(record.backward);
+    const size_t f = forward.count;
+    const size_t b = backward.count;
     TVector4 fc = kGrey;
     TVector4 bc = kGrey;
     if (f == 0 && b == 0) {
     } else if (f == 0 && b == 1) {
-      map.getColor(backward[0], bc);
+      map.getColor(backward.first, bc);
     } else if (f == 1 && b == 0) {
-      map.getColor(forward[0], fc);
+      map.getColor(forward.first, fc);
     } else if (nominal) {
       // Magenta marks texts that disagree. The values are distinct, so
       // texts agree only with one value each way, the same on both sides.
-      if (f == 1 && b == 1 && forward[0] == backward[0]) {
-        map.getColor(forward[0], fc);
+      if (f == 1 && b == 1 && forward.first == backward.first) {
+        map.getColor(forward.first, fc);
         bc = fc;
       } else {
         fc = kMagenta;
         bc = kMagenta;
       }
     } else {
-      float lo = FLT_MAX;
-      float hi = -FLT_MAX;
-      double sum = 0.0;
-      for (const auto* values : {&forward, &backward}) {
-        for (float v : *values) {
-          lo = std::min(lo, v);
-          hi = std::max(hi, v);
-          sum += v;
-        }
-      }
+      const float lo = std::min(forward.lo, backward.lo);
+      const float hi = std::max(forward.hi, backward.hi);
+      const double sum = forward.sum + backward.sum;
       float v = 0.0f;
       if (aggregation == "max") v = hi;
       else if (aggregation == "min") v = lo;

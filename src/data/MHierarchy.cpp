@@ -340,9 +340,44 @@ unsigned bitsFor(uint32_t largest) {
 
 }  // namespace
 
+// Records of the edges looked up by pair in a table that stays in cache:
+// the way when many edges fold onto few pairs, as on a picture of the upper
+// levels. False, and no records, when the pairs outgrow the table.
+bool TEdgeCollapsedData::addEdgesByTable(const std::vector<Edge>& edges) {
+  constexpr unsigned kBits = 17;
+  constexpr size_t kSlots = size_t{1} << kBits;
+  constexpr size_t kMaxRecords = kSlots / 2;
+  constexpr uint64_t kFree = ~uint64_t{0};
+  std::vector<uint64_t> keys(kSlots, kFree);
+  std::vector<uint32_t> numbers(kSlots);
+  for (const Edge& e : edges) {
+    const auto [a, b] = std::minmax(e.source, e.target);
+    const uint64_t k = key(a, b);
+    size_t slot = static_cast<size_t>((k * 0x9E3779B97F4A7C15ull) >> (64 - kBits));
+    while (keys[slot] != k && keys[slot] != kFree) slot = (slot + 1) & (kSlots - 1);
+    if (keys[slot] == kFree) {
+      if (m_Records.size() == kMaxRecords) {
+        m_Records.clear();
+        return false;
+      }
+      keys[slot] = k;
+      numbers[slot] = static_cast<uint32_t>(m_Records.size());
+      Record& rec = m_Records.emplace_back();
+      rec.smallerlft = a;
+      rec.largerlft = b;
+    }
+    Record& rec = m_Records[numbers[slot]];
+    (e.source > e.target ? rec.backward : rec.forward).insert(e.eid);
+  }
+  return true;
+}
+
 void TEdgeCollapsedData::addEdges(const std::vector<Edge>& edges) {
   if (!m_Records.empty()) throw TFlowError("TEdgeCollapsedData: addEdges needs an empty value");
   if (edges.size() >= kBackward) throw TFlowError("TEdgeCollapsedData: too many edges");
+  m_PairIndexBuilt = false;
+  m_LookupsBuilt = false;
+  if (addEdgesByTable(edges)) return;
   // Each edge as an item that holds all its record needs, ordered by pair;
   // edges of one pair stay in their order, so the first of a run is where
   // addEdge would have made the record.

@@ -198,6 +198,7 @@ class TEdgeCollapsedData : public TAbstractData {
 
  private:
   static uint64_t key(uint32_t a, uint32_t b) { return (uint64_t(a) << 32) | b; }
+  bool addEdgesByTable(const std::vector<Edge>& edges);
   void buildLookups() const;
   std::vector<Pair> pairsOf(const TIdHashMap<uint32_t>& byNode, uint32_t node) const;
 

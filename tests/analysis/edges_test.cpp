@@ -60,6 +60,46 @@ TEST(EdgeAggregation, RecordsPerPairOfVisibleNodes) {
   EXPECT_EQ(some->getRecordCount(), 1u);
 }
 
+// A record of hundreds of edges with few values, its values read through
+// the column's index (few look-ups against a long column) and laid out by
+// id (many): the same distinct values either way, -0 and 0 as one.
+TEST(EdgeAggregation, ColoursOfManyEdgesCountEachValueOnce) {
+  TEdgeCollapsedData d;
+  std::vector<std::pair<uint32_t, float>> rows;
+  for (uint32_t eid = 1; eid <= 300; ++eid) {
+    d.addEdge(eid, eid % 3 == 0 ? 7 : 3, eid % 3 == 0 ? 3 : 7);
+    rows.push_back({eid, eid % 5 == 0 ? -0.0f : 0.25f * static_cast<float>(eid % 4)});  // 0, .25, .5, .75
+  }
+  TColorMapData colors("id", std::make_shared<Identity>());
+  auto dense = colorEdges(d, *column<TFloatAttributeData, float>("w", rows), *column<TFloatAttributeData, float>("w", rows),
+                          colors, "avg");
+  EXPECT_FLOAT_EQ(dense->m_Records[0].forward.x, 0.375f) << "four values forward, the same four backward";
+  for (uint32_t id = 1000; id < 5000; ++id) rows.push_back({id, 0.9f});
+  auto indexed = colorEdges(d, *column<TFloatAttributeData, float>("w", rows),
+                            *column<TFloatAttributeData, float>("w", rows), colors, "avg");
+  EXPECT_EQ(indexed->m_Records[0].forward, dense->m_Records[0].forward);
+}
+
+// The map of nodes onto visible ones is read in one walk when the collapse's
+// rows follow the hierarchy's, and by look-up when they do not.
+TEST(EdgeAggregation, FoldingMapInAnyRowOrder) {
+  auto h = small();
+  TEdgeData edges;
+  edges.addRow(10, 4, 3);  // c -> b
+  edges.addRow(11, 3, 2);  // b -> a
+  TAggLftData shuffled;
+  for (auto it = h->m_Rows.rbegin(); it != h->m_Rows.rend(); ++it) shuffled.addRow(it->lft, it->lft == 4 ? 3 : it->lft);
+  shuffled.rebuildIndex();
+  auto folded = aggregateEdges(*h, shuffled, edges, *ids({10, 11}));
+  EXPECT_EQ(folded->getRecord(3, 7).forward.ids(), (std::vector<uint32_t>{10}));
+  EXPECT_EQ(folded->getRecord(3, 7).backward.ids(), (std::vector<uint32_t>{11}));
+  TAggLftData partial;  // an agglft row of an lft the hierarchy lacks
+  partial.addRow(3, 3);
+  partial.addRow(5, 5);
+  partial.addRow(7, 7);
+  EXPECT_EQ(aggregateEdges(*h, partial, edges, *ids({10, 11}))->getRecordCount(), 1u) << "c has no visible node";
+}
+
 TEST(EdgeAggregation, ColoursByDirection) {
   TEdgeCollapsedData d;
   d.addEdge(1, 3, 7);  // forward only, one value
