@@ -21,44 +21,6 @@ void exposeAs(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& from, 
 
 }  // namespace
 
-TEdgeColorChain addEdgeColorChain(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& edgeAttributes,
-                                  const std::string& attributesPin, const TProcessorPtr& colormaps,
-                                  const std::string& colormapsPin, const TProcessorPtr& edgeCollapsed,
-                                  const std::string& colorsName, const char* attrControl, const char* mapControl,
-                                  float x, float y) {
-  TEdgeColorChain chain;
-  auto colorKey = addSource(lib, box, "TStringDataSource", "edge color attr source", nullptr, x + 200, y - 60);
-  chain.attr = addPicker(lib, box, "edge color attr picker", edgeAttributes, attributesPin, colorKey, attrControl,
-                         x + 200, y - 40);
-  chain.ord = addNamed(lib, box, "TAttributeNormalizerProcessor", "edge color ordnorm", x + 200, y - 20);
-  wire(box, chain.attr, "out", chain.ord, "in");
-  auto span = addNamed(lib, box, "TGetCount", "edge color range", x + 200, y);
-  wire(box, chain.ord, "out", span, "in");
-  // The range control is a tool of its own in no pane; the map's picker
-  // stands for the colouring there.
-  auto rangeControl = addNamed(lib, box, "TFloatRangeControl", "edge color range control", x + 200, y + 20);
-  wire(box, span, "min", rangeControl, "min");
-  wire(box, span, "max", rangeControl, "max");
-  wire(box, addSource(lib, box, "TPythonDataSource", "edge color range settings", scriptValue("{'group': None}"),
-                      x + 300, y),
-       "out", rangeControl, "settings");
-  auto mapKey = addSource(lib, box, "TStringDataSource", "edge colormap source", nullptr, x + 400, y - 40);
-  auto mapPicker = addPicker(lib, box, "edge colormap picker", colormaps, colormapsPin, mapKey, mapControl, x + 400,
-                             y - 20);
-  chain.rescaler = addNamed(lib, box, "TColormapRescaler", "edge colormap rescaler", x + 400, y + 40);
-  wire(box, mapPicker, "out", chain.rescaler, "colormap");
-  wire(box, rangeControl, "normalized", chain.rescaler, "range");
-  auto aggregation = addSource(lib, box, "TStringDataSource", "edge color aggregation",
-                               std::make_shared<TStringData>("max"), x + 500, y + 40);
-  chain.colors = addNamed(lib, box, "TEdgeColorProcessor", colorsName, x, y + 60);
-  wire(box, edgeCollapsed, "out", chain.colors, "edge collapsed");
-  wire(box, chain.attr, "out", chain.colors, "edge colorattr");
-  wire(box, chain.ord, "out", chain.colors, "edge colorattr ord");
-  wire(box, chain.rescaler, "out", chain.colors, "edge colormap");
-  wire(box, aggregation, "out", chain.colors, "aggregation");
-  return chain;
-}
-
 // The processors run in the order of their places from top to bottom, so a
 // change travels down BMain in as few passes as possible.
 void buildMainBox(TFlowManager& lib) {
@@ -220,22 +182,8 @@ void buildMainBox(TFlowManager& lib) {
   wire(box, edgeAttributes, "out", edgeOrd, "in");
   exposeAs(lib, box, edgeOrd, "out", "edge attributes ordnorm", 700, 440);
 
-  // Edges folded onto the visible nodes.
-  auto edgeCollapser = addNamed(lib, box, "TEdgeCollapsedProcessor", "edge collapser", 0, 460);
-  wire(box, hierarchy, "out", edgeCollapser, "hierarchy");
-  wire(box, collapser, "agglft out", edgeCollapser, "agglft");
-  wire(box, loader, "edges", edgeCollapser, "edges");
-  wire(box, edgeFilter, "output", edgeCollapser, "edge selection");
-  exposeAs(lib, box, edgeCollapser, "out", "edge collapsed", 0, 480);
-
-  // Their colours.
-  const TEdgeColorChain colors = addEdgeColorChain(lib, box, edgeAttributes, "out", colormaps, "output", edgeCollapser,
-                                                   "edge colors", "{}", "{'defaultkey': 'Rainbow'}", 0, 520);
-  exposeAs(lib, box, colors.colors, "output", "edge colors", 0, 600);
-  // What views that fold edges of their own colour them with.
-  exposeAs(lib, box, colors.attr, "out", "edge color attr", 200, 600);
-  exposeAs(lib, box, colors.ord, "out", "edge color attr ordnorm", 300, 600);
-  exposeAs(lib, box, colors.rescaler, "out", "edge colormap", 400, 600);
+  // Edges are folded and coloured by each view that draws them, through its
+  // own filters; BMain hands on the edges and their columns.
 
   // The neighbours of the primary selection, or of the hovered nodes while
   // nothing is selected.

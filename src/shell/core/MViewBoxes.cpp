@@ -21,6 +21,53 @@ namespace quorvel {
 
 namespace {
 
+// The colours of folded edges: an edge attribute picked by key, its numeric
+// form, its span as a range control, and a colour map picked by key and
+// stretched over that range. The key sources ("edge color attr source",
+// "edge colormap source") hold what the user chose; the pickers carry the
+// control settings given, so a box with a settings pane shows them there.
+struct TEdgeColorChain {
+  TProcessorPtr attr, ord, rescaler, colors;
+};
+TEdgeColorChain addEdgeColorChain(TFlowManager& lib, const TBoxPtr& box, const TProcessorPtr& edgeAttributes,
+                                  const std::string& attributesPin, const TProcessorPtr& colormaps,
+                                  const std::string& colormapsPin, const TProcessorPtr& edgeCollapsed,
+                                  const std::string& colorsName, const char* attrControl, const char* mapControl,
+                                  float x, float y) {
+  TEdgeColorChain chain;
+  auto colorKey = addSource(lib, box, "TStringDataSource", "edge color attr source", nullptr, x + 200, y - 60);
+  chain.attr = addPicker(lib, box, "edge color attr picker", edgeAttributes, attributesPin, colorKey, attrControl,
+                         x + 200, y - 40);
+  chain.ord = addNamed(lib, box, "TAttributeNormalizerProcessor", "edge color ordnorm", x + 200, y - 20);
+  wire(box, chain.attr, "out", chain.ord, "in");
+  auto span = addNamed(lib, box, "TGetCount", "edge color range", x + 200, y);
+  wire(box, chain.ord, "out", span, "in");
+  // The range control is a tool of its own in no pane; the map's picker
+  // stands for the colouring there.
+  auto rangeControl = addNamed(lib, box, "TFloatRangeControl", "edge color range control", x + 200, y + 20);
+  wire(box, span, "min", rangeControl, "min");
+  wire(box, span, "max", rangeControl, "max");
+  wire(box, addSource(lib, box, "TPythonDataSource", "edge color range settings", scriptValue("{'group': None}"),
+                      x + 300, y),
+       "out", rangeControl, "settings");
+  auto mapKey = addSource(lib, box, "TStringDataSource", "edge colormap source", nullptr, x + 400, y - 40);
+  auto mapPicker = addPicker(lib, box, "edge colormap picker", colormaps, colormapsPin, mapKey, mapControl, x + 400,
+                             y - 20);
+  chain.rescaler = addNamed(lib, box, "TColormapRescaler", "edge colormap rescaler", x + 400, y + 40);
+  wire(box, mapPicker, "out", chain.rescaler, "colormap");
+  wire(box, rangeControl, "normalized", chain.rescaler, "range");
+  auto aggregation = addSource(lib, box, "TStringDataSource", "edge color aggregation",
+                               std::make_shared<TStringData>("max"), x + 500, y + 40);
+  chain.colors = addNamed(lib, box, "TEdgeColorProcessor", colorsName, x, y + 60);
+  wire(box, edgeCollapsed, "out", chain.colors, "edge collapsed");
+  wire(box, chain.attr, "out", chain.colors, "edge colorattr");
+  wire(box, chain.ord, "out", chain.colors, "edge colorattr ord");
+  wire(box, chain.rescaler, "out", chain.colors, "edge colormap");
+  wire(box, aggregation, "out", chain.colors, "aggregation");
+  return chain;
+}
+
+
 // The icons by the texts of "type", or none.
 const char* const kIconPickerSettings =
     "{'allownone': True, 'defaultkey': [\"icon for 'type'\"], 'name': 'Icon attribute', 'group': 'Node labels', "
@@ -402,7 +449,7 @@ void buildHebView(TFlowManager& lib) {
   auto port = addPorts(lib, box,
                        {"gui title", "full hierarchy", "level attr", "collapsed attr", "collapse stack", "colormaps",
                         "all nodes", "all edges", "node attributes", "node attributes ordnorm", "node icon attributes",
-                        "edge attributes", "edges", "edge color attr", "edge color attr ordnorm", "edge colormap",
+                        "edge attributes", "edges",
                         "brushed nodes", "brushed edges", "node primary selection", "node secondary selection",
                         "edge primary selection", "incident edge selection"});
 

@@ -257,7 +257,7 @@ TEST(Steadiness, CommandsFindWhatAViewLeavesToTheDatasetsBox) {
   app.run("setEdgeColorAttribute('kind')");
   app.run("setEdgeColorMap('Rainbow')");
   auto source = std::dynamic_pointer_cast<TAbstractDataSource>(
-      me.flowlayout->getBoxByType("BMain")->getProcessorByName("edge color attr source"));
+      me.flowlayout->getBoxByType("BHebView")->getProcessorByName("edge color attr source"));
   ASSERT_TRUE(source);
   EXPECT_EQ(std::dynamic_pointer_cast<TStringData>(source->getData())->getValue(), "kind");
   const std::string log = me.logger->getLastMessages();
