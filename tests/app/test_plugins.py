@@ -33,9 +33,11 @@ class ImporterPluginTest(unittest.TestCase):
         if os.path.exists(self.target):
             os.remove(self.target)
 
-    def run_program(self, lines):
+    def run_program(self, lines, then=()):
+        """Runs the program on `lines`; `then` runs once the commands they
+        queued (such as opening a dataset) are done."""
         with open(os.path.join(self.work, "quit.qvscript"), "w") as f:
-            f.write("exit()\n")
+            f.write("\n".join(list(then) + ["exit()"]) + "\n")
         with open(os.path.join(self.work, "run.qvscript"), "w") as f:
             # The dataset opens by commands queued behind the script's own.
             f.write("\n".join(lines + ["runScript('quit.qvscript')"]) + "\n")
@@ -60,10 +62,6 @@ class ImporterPluginTest(unittest.TestCase):
         self.assertIn("Errors occured during the analysis. See the log for more information.", log)
         self.assertFalse(os.path.exists(self.target))
 
-
-if __name__ == "__main__":
-    unittest.main()
-
     def test_a_plugin_sees_the_main_window_when_it_is_made_and_its_messages_reach_the_log(self):
         folder = os.path.join(self.work, "plugins", "Probe")
         os.makedirs(folder)
@@ -82,3 +80,62 @@ if __name__ == "__main__":
         self.assertIn("Probe made with a main window: True", log)
         self.assertIn("this plug-in cannot load", log, "a plug-in that fails to load is in the log")
 
+    def test_a_typescript_project_opens_with_its_bundles(self):
+        sources = os.path.join(self.work, "ts-sources")
+        shutil.copytree(os.path.join(SOURCE, "samples", "languages", "typescript"), sources)
+        target = os.path.join(DATASETS, "ts-sources.db")
+        self.addCleanup(lambda: os.path.exists(target) and os.remove(target))
+        picture = os.path.join(self.work, "radial.png")
+        log = self.run_program(["me.pluginsystem.plugins[0].importFolder(%r, history=False)" % sources], then=[
+            "openView('heb')",
+            "me.logger.info('radial records: %d' % me.flowlayout.getBoxByType('BHebView').getProcessorByName("
+            "'view edge collapser').getOnlyOutputPin().getData().getRecordCount(), None)",
+            "saveWindowPicture(%r)" % picture,
+        ])
+        self.assertIn("Loaded '%s'" % os.path.realpath(target), log)
+        self.assertIn("radial records: 7", log, "nine edges between files, on seven pairs of files")
+        # The bundles cross the inner disk: coloured pixels about the middle
+        # of the view, which is white without edges.
+        width, height, rows = read_png(picture)
+        middle = [rows[y][x] for y in range(height * 2 // 5, height * 3 // 5)
+                  for x in range(width * 2 // 5, width * 3 // 5)]
+        coloured = sum(1 for r, g, b in middle if max(r, g, b) - min(r, g, b) > 60)
+        self.assertGreater(coloured, 50)
+        shutil.copy(picture, "/tmp/radial-ts.png") if os.environ.get("QUORVEL_TEST_PICTURES") else None
+
+
+def read_png(path):
+    """Width, height and rows of (r, g, b) of an 8-bit RGB or RGBA PNG."""
+    import struct
+    import zlib
+
+    with open(path, "rb") as f:
+        data = f.read()
+    pos, idat, width, height, channels = 8, b"", 0, 0, 3
+    while pos < len(data):
+        length, kind = struct.unpack(">I4s", data[pos:pos + 8])
+        body = data[pos + 8:pos + 8 + length]
+        if kind == b"IHDR":
+            width, height, _, colour = struct.unpack(">IIBB", body[:10])
+            channels = 4 if colour == 6 else 3
+        elif kind == b"IDAT":
+            idat += body
+        pos += 12 + length
+    raw, stride, rows, previous = zlib.decompress(idat), width * channels, [], bytearray(width * channels)
+    for y in range(height):
+        kind, line = raw[y * (stride + 1)], bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
+        for i in range(stride):
+            a = line[i - channels] if i >= channels else 0
+            b = previous[i]
+            c = previous[i - channels] if i >= channels else 0
+            p = a + b - c
+            pred = {0: 0, 1: a, 2: b, 3: (a + b) // 2,
+                    4: a if abs(p - a) <= abs(p - b) and abs(p - a) <= abs(p - c) else b if abs(p - b) <= abs(p - c) else c}[kind]
+            line[i] = (line[i] + pred) & 0xFF
+        rows.append([tuple(line[x * channels:x * channels + 3]) for x in range(width)])
+        previous = line
+    return width, height, rows
+
+
+if __name__ == "__main__":
+    unittest.main()

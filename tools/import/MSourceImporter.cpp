@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <cstdio>
 #include <deque>
@@ -13,6 +14,9 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "MDependencyResolver.h"
+#include "MGitHistory.h"
+#include "MTreePaths.h"
 #include "base/MDatabase.h"
 #include "dataset/MXmlReader.h"
 
@@ -62,6 +66,11 @@ struct Node {
   int64_t lines = -1;
   int64_t bytes = -1;
   int64_t definitions = 0;
+  // From the history: -1 where it has nothing.
+  int64_t commits = -1;
+  int64_t churn = 0;
+  int64_t newest = 0;  // author times of the last and the first change
+  int64_t oldest = 0;
 };
 
 struct File {
@@ -71,6 +80,8 @@ struct File {
   std::vector<uint32_t> lineLengths;
   std::vector<std::string> includes;  // (quoted ? '"' : '<') + text
   std::vector<std::pair<std::string, std::vector<std::string>>> imports;  // module, names
+  TSourceLanguage source = TSourceLanguage::Other;
+  TSourceFacts facts;
 };
 
 struct Tag {
@@ -99,7 +110,8 @@ std::string languageOfName(const std::string& name) {
       {".hpp", "C++"},  {".hh", "C++"},   {".hxx", "C++"}, {".h++", "C++"}, {".inl", "C++"},  {".ipp", "C++"},
       {".tcc", "C++"},  {".py", "Python"}, {".pyi", "Python"}};
   auto it = byExtension.find(ext);
-  return it == byExtension.end() ? std::string() : it->second;
+  if (it != byExtension.end()) return it->second;
+  return sourceLanguageName(sourceLanguageOfPath(name));
 }
 
 bool isCFamily(const std::string& language) { return language == "C" || language == "C++" || language == "C/C++"; }
@@ -305,29 +317,6 @@ void scanImports(const std::string& text, File& file) {
   }
 }
 
-std::string normalize(const std::string& path) {
-  std::vector<std::string> parts;
-  std::stringstream ss(path);
-  std::string part;
-  while (std::getline(ss, part, '/')) {
-    if (part.empty() || part == ".") continue;
-    if (part == "..") {
-      if (parts.empty()) return "";  // above the root
-      parts.pop_back();
-      continue;
-    }
-    parts.push_back(part);
-  }
-  std::string out;
-  for (const auto& p : parts) out += (out.empty() ? "" : "/") + p;
-  return out;
-}
-
-std::string dirOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "" : path.substr(0, slash);
-}
-
 }  // namespace
 
 std::string protocolLine(const std::string& prefix, const std::string& text) {
@@ -353,8 +342,6 @@ std::string protocolLine(const std::string& prefix, const std::string& text) {
 }
 
 namespace {
-
-std::string join(const std::string& dir, const std::string& rest) { return dir.empty() ? rest : dir + "/" + rest; }
 
 // ---------------------------------------------------------------------------
 
@@ -390,6 +377,12 @@ class Importer {
   void resolveIncludes();
   void resolveImports();
   void resolveInheritance();
+  void resolveDependencies();
+  void readHistory(const fs::path& root);
+  void count(const std::string& kind, bool resolved) {
+    auto& k = m_Counts.kinds[kind];
+    ++(resolved ? k.resolved : k.leftOut);
+  }
   void sumUp();
   void write(const fs::path& root, const std::string& output);
 
@@ -407,6 +400,12 @@ class Importer {
   TWords m_Words;
   std::vector<Definition> m_Definitions;
   std::vector<std::tuple<uint32_t, uint32_t, std::string>> m_Edges;  // from node, to node, kind
+  // The folders by path relative to the root, "" the root, with their nodes.
+  std::vector<std::pair<std::string, uint32_t>> m_Folders;
+  // Per node, the distinct authors of its history, ascending.
+  std::vector<std::vector<uint32_t>> m_Authors;
+  int64_t m_NewestCommit = 0;
+  std::string m_Root;
 };
 
 void Importer::walk(const fs::path& root) {
@@ -419,6 +418,7 @@ void Importer::walk(const fs::path& root) {
   std::vector<Dir> stack{{root, "", addNode(kNoParent, rootName.empty() ? "/" : rootName, TWords::kFolder)}};
   ++m_Counts.folders;
   m_IncludeFolders.push_back("");
+  m_Folders.emplace_back("", stack.back().node);
   size_t done = 0;
   while (!stack.empty()) {
     const Dir dir = stack.back();
@@ -451,15 +451,16 @@ void Importer::walk(const fs::path& root) {
     std::sort(files.begin(), files.end());
     std::vector<Dir> children;
     for (const auto& [name, full] : folders) {
-      const std::string rel = join(dir.rel, name);
+      const std::string rel = joinTreePath(dir.rel, name);
       const uint32_t node = addNode(dir.node, name, TWords::kFolder);
       ++m_Counts.folders;
       if (name == "include") m_IncludeFolders.push_back(rel);
+      m_Folders.emplace_back(rel, node);
       children.push_back({full, rel, node});
     }
     for (const auto& [name, full] : files) {
-      readFile(full, join(dir.rel, name), dir.node);
-      if (++done % 1000 == 0) status("Read " + std::to_string(done) + " files");
+      readFile(full, joinTreePath(dir.rel, name), dir.node);
+      if (++done % 1000 == 0) status("Scan: " + std::to_string(done) + " files");
     }
     for (auto it2 = children.rbegin(); it2 != children.rend(); ++it2) stack.push_back(*it2);
   }
@@ -505,6 +506,11 @@ void Importer::readFile(const fs::path& full, const std::string& rel, uint32_t f
   }
   if (isCFamily(file.language)) scanIncludes(text, file);
   if (file.language == "Python") scanImports(text, file);
+  file.source = sourceLanguageOfPath(rel);
+  if (file.source != TSourceLanguage::Other) {
+    file.facts = scanSource(file.source, text);
+    m_Counts.references += file.facts.references.size();
+  }
   file.node = addNode(folder, fs::path(rel).filename().string(), TWords::kFile);
   Node& n = m_Nodes[file.node];
   n.language = m_Words.id(file.language == "C/C++" ? "C++" : file.language);
@@ -561,7 +567,7 @@ void Importer::runCtags(const fs::path& root) {
     std::string path = fields["path"];
     if (path.rfind("./", 0) == 0) path = path.substr(2);
     m_TagsByPath[path].push_back(std::move(tag));
-    if (++tags % 100000 == 0) status("Read " + std::to_string(tags) + " definitions");
+    if (++tags % 100000 == 0) status("Definitions: " + std::to_string(tags));
   }
   std::free(buffer);
   const int rc = ::pclose(pipe);
@@ -610,20 +616,20 @@ void Importer::nestTags() {
 
 void Importer::resolveIncludes() {
   for (const File& file : m_Files) {
-    const std::string dir = dirOf(file.path);
+    const std::string dir = parentOfTreePath(file.path);
     for (const std::string& inc : file.includes) {
       const bool quoted = inc[0] == '"';
       const std::string text = inc.substr(1);
       std::string found;
       auto exists = [this](const std::string& p) { return !p.empty() && m_FileByPath.count(p) != 0; };
-      if (quoted && exists(normalize(join(dir, text)))) found = normalize(join(dir, text));
+      if (quoted && exists(normalizeTreePath(joinTreePath(dir, text)))) found = normalizeTreePath(joinTreePath(dir, text));
       for (const auto& folder : m_IncludeFolders) {
         if (!found.empty()) break;
-        if (exists(normalize(join(folder, text)))) found = normalize(join(folder, text));
+        if (exists(normalizeTreePath(joinTreePath(folder, text)))) found = normalizeTreePath(joinTreePath(folder, text));
       }
       if (found.empty()) {
         // Another folder of the tree that holds the path: the nearest one.
-        const std::string want = normalize(text);
+        const std::string want = normalizeTreePath(text);
         auto byName = m_FilesByName.find(fs::path(want).filename().string());
         size_t best = 0;
         if (byName != m_FilesByName.end() && !want.empty()) {
@@ -661,7 +667,7 @@ void Importer::resolveImports() {
     return -1;
   };
   for (const File& file : m_Files) {
-    const std::string dir = dirOf(file.path);
+    const std::string dir = parentOfTreePath(file.path);
     std::unordered_set<uint32_t> linked;
     for (const auto& [name, names] : file.imports) {
       // Leading points climb from the file's package.
@@ -672,16 +678,16 @@ void Importer::resolveImports() {
       std::vector<std::string> bases;
       if (dots > 0) {
         std::string up = dir;
-        for (size_t i = 1; i < dots; ++i) up = dirOf(up);
-        bases.push_back(path.empty() ? up : join(up, path));
+        for (size_t i = 1; i < dots; ++i) up = parentOfTreePath(up);
+        bases.push_back(path.empty() ? up : joinTreePath(up, path));
       } else {
         // The tree's root, the folder above the file's outermost package,
         // and the file's own folder, as a script sees them.
         std::string packageRoot = dir;
-        while (!packageRoot.empty() && m_FileByPath.count(join(packageRoot, "__init__.py"))) packageRoot = dirOf(packageRoot);
+        while (!packageRoot.empty() && m_FileByPath.count(joinTreePath(packageRoot, "__init__.py"))) packageRoot = parentOfTreePath(packageRoot);
         bases.push_back(path);
-        if (!packageRoot.empty()) bases.push_back(join(packageRoot, path));
-        bases.push_back(join(dir, path));
+        if (!packageRoot.empty()) bases.push_back(joinTreePath(packageRoot, path));
+        bases.push_back(joinTreePath(dir, path));
       }
       auto link = [&](long target) {
         if (target < 0) return false;
@@ -696,7 +702,7 @@ void Importer::resolveImports() {
         } else {
           // "from m import x": x as a submodule, else the module m itself.
           bool any = false;
-          for (const auto& n : names) any = link(module(join(base, n))) || any;
+          for (const auto& n : names) any = link(module(joinTreePath(base, n))) || any;
           if (!any) any = link(module(base));
           resolved = any;
         }
@@ -755,6 +761,121 @@ void Importer::resolveInheritance() {
   }
 }
 
+// Edges of the languages that name modules, packages and namespaces; bare
+// packages of scripts, when kept, become nodes of a folder "external".
+void Importer::resolveDependencies() {
+  std::vector<TTreeFile> files(m_Files.size());
+  for (size_t i = 0; i < m_Files.size(); ++i) {
+    files[i].path = m_Files[i].path;
+    files[i].language = m_Files[i].source;
+    files[i].facts = std::move(m_Files[i].facts);
+  }
+  std::vector<std::string> folders;
+  folders.reserve(m_Folders.size());
+  for (const auto& f : m_Folders) folders.push_back(f.first);
+  TDependencyResolver resolver(m_Root, folders, files, m_Options.keepExternal);
+  std::vector<uint32_t> externalNodes;
+  uint32_t externalFolder = kNone;
+  resolver.resolve([&](uint32_t from, const TDependencyTarget& to, const std::string& kind) {
+    uint32_t target = 0;
+    if (to.kind == TDependencyTarget::File) {
+      target = m_Files[to.index].node;
+    } else if (to.kind == TDependencyTarget::Folder) {
+      target = m_Folders[to.index].second;
+    } else {
+      if (externalFolder == kNone) externalFolder = addNode(m_Folders[0].second, "external", TWords::kFolder);
+      while (externalNodes.size() <= to.index)
+        externalNodes.push_back(addNode(externalFolder, resolver.externals()[externalNodes.size()],
+                                        m_Words.id("package")));
+      target = externalNodes[to.index];
+    }
+    m_Edges.emplace_back(m_Files[from].node, target, kind);
+  });
+  for (const auto& note : resolver.notes()) status(note);
+  for (const auto& [kind, c] : resolver.counts()) {
+    auto& k = m_Counts.kinds[kind];
+    k.resolved += c.resolved;
+    k.leftOut += c.leftOut;
+  }
+}
+
+// The history of the files from git's log: per file its commits, distinct
+// authors, churn and the times of its last and first change; each folder
+// the same of all below it, commits and authors counted once.
+void Importer::readHistory(const fs::path& root) {
+  if (m_Options.history == TImportOptions::History::Off) return;
+  const bool asked = m_Options.history == TImportOptions::History::On;
+  bool inTree = asked;
+  for (fs::path p = fs::absolute(root); !inTree; p = p.parent_path()) {
+    std::error_code ec;
+    if (fs::exists(p / ".git", ec)) inTree = true;
+    if (p == p.parent_path()) break;
+  }
+  if (!inTree) return;
+  const TGitState state = inspectGitFolder(root.string(), m_Options.git);
+  if (!state.gitFound) {
+    status("History: git is not available: the history is left out");
+    return;
+  }
+  if (!state.workTree) {
+    status(std::string("History: '") + root.string() + "' is not in a git work tree" +
+           (state.bare ? " (a bare repository)" : "") + ": the history is left out");
+    return;
+  }
+  if (state.head.empty()) {
+    status("History: the work tree has no commits: the history is left out");
+    return;
+  }
+  m_Counts.head = state.head;
+  status("History: reading the log" + (m_Options.since.empty() ? std::string() : " since " + m_Options.since));
+  m_Authors.assign(m_Nodes.size(), {});
+  std::vector<uint32_t> commitStamp(m_Nodes.size(), 0);
+  std::unordered_map<std::string, uint32_t> authorIds;
+  uint32_t commit = 0;
+  int64_t time = 0;
+  uint32_t author = 0;
+  TGitLogReader reader;
+  reader.onCommit = [&](const TGitLogReader::Commit& c) {
+    ++commit;
+    time = c.time;
+    m_NewestCommit = std::max(m_NewestCommit, time);
+    std::string key(c.author);
+    for (char& ch : key) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    author = authorIds.emplace(std::move(key), static_cast<uint32_t>(authorIds.size())).first->second;
+    if (commit % 1000 == 0) status("History: " + std::to_string(commit) + " commits");
+  };
+  reader.onChange = [&](const std::string& path, uint64_t added, uint64_t removed) {
+    auto f = m_FileByPath.find(path);
+    if (f == m_FileByPath.end()) return;  // no longer in the tree
+    // The file and its folders up to the first that has this commit
+    // already: above it, all have.
+    for (uint32_t node = m_Files[f->second].node; node != kNoParent; node = m_Parents[node]) {
+      Node& n = m_Nodes[node];
+      n.churn += static_cast<int64_t>(added + removed);
+      if (commitStamp[node] != commit) {
+        commitStamp[node] = commit;
+        n.commits = std::max<int64_t>(n.commits, 0) + 1;
+        n.newest = n.commits == 1 ? time : std::max(n.newest, time);
+        n.oldest = n.commits == 1 ? time : std::min(n.oldest, time);
+      }
+      auto& authors = m_Authors[node];
+      auto at = std::lower_bound(authors.begin(), authors.end(), author);
+      if (at == authors.end() || *at != author) authors.insert(at, author);
+    }
+  };
+  std::string problem;
+  if (!readGitLog(root.string(), m_Options.since, reader, problem, m_Options.git)) {
+    status("History: " + problem + ": the history is left out");
+    for (Node& n : m_Nodes) n.commits = -1;
+    m_Authors.clear();
+    m_Counts.head.clear();
+    return;
+  }
+  m_Counts.commits = commit;
+  status("History: " + std::to_string(commit) + " commits by " + std::to_string(authorIds.size()) + " authors" +
+         (state.shallow ? " (a shallow clone: older commits are missing)" : ""));
+}
+
 // Folders sum up lines, bytes and definitions of what lies below them.
 void Importer::sumUp() {
   for (size_t i = m_Nodes.size(); i-- > 1;) {
@@ -782,6 +903,13 @@ void Importer::write(const fs::path& root, const std::string& output) {
       fs::path where = fs::relative(fs::absolute(root), fs::absolute(fs::path(output)).parent_path(), rec);
       if (rec || where.empty()) where = fs::absolute(root);
       db.execute2("INSERT INTO information (key, value) VALUES ('source root', ?)", {where.string()});
+      if (!m_Counts.head.empty()) {
+        db.execute2("INSERT INTO information (key, value) VALUES ('commit', ?)", {m_Counts.head});
+        if (!m_Options.since.empty())
+          db.execute2("INSERT INTO information (key, value) VALUES ('history since', ?)", {m_Options.since});
+      }
+      const bool history = !m_Counts.head.empty();
+      constexpr int64_t kDay = 86400;
       for (const Node& n : m_Nodes) {
         db.execute2("INSERT INTO hierarchy (hid,nid,parentnid,childorder) VALUES (1,?,?,?)",
                     {int64_t(n.nid), n.parent ? TDbValue{int64_t(n.parent)} : TDbValue{}, int64_t(n.order)});
@@ -792,6 +920,18 @@ void Importer::write(const fs::path& root, const std::string& output) {
         attr("type", m_Words.text(n.type));
         if (n.language != TWords::kEmpty) attr("language", m_Words.text(n.language));
         if (n.lines >= 0) attr("lines", n.lines);
+        // Files and folders with a history; days count back from the
+        // newest commit.
+        if (history && (n.type == TWords::kFile || n.type == TWords::kFolder)) {
+          const int64_t commits = std::max<int64_t>(n.commits, 0);
+          attr("commits", commits);
+          attr("authors", static_cast<int64_t>(m_Authors[&n - m_Nodes.data()].size()));
+          attr("churn", n.churn);
+          if (commits > 0) {
+            attr("last change", (m_NewestCommit - n.newest) / kDay);
+            attr("first change", (m_NewestCommit - n.oldest) / kDay);
+          }
+        }
         if (n.bytes >= 0) attr("bytes", n.bytes);
         attr("definitions", n.definitions);
         if (n.srcFile != kNone)
@@ -817,25 +957,52 @@ void Importer::write(const fs::path& root, const std::string& output) {
 TImportCounts Importer::run(const fs::path& root, const std::string& output) {
   std::error_code ec;
   if (!fs::is_directory(root, ec)) throw TImportError("Folder does not exist: '" + root.string() + "'");
-  status("Reading the files of '" + root.string() + "'");
+  m_Root = root.string();
+  // Each phase says what it counted and the seconds it took.
+  auto clock = std::chrono::steady_clock::now();
+  auto took = [&clock] {
+    const auto now = std::chrono::steady_clock::now();
+    const double seconds = std::chrono::duration<double>(now - clock).count();
+    clock = now;
+    char text[32];
+    std::snprintf(text, sizeof text, " in %.2f s", seconds);
+    return std::string(text);
+  };
+  status("Scan: reading the files of '" + root.string() + "'");
   walk(root);
-  status("Read " + std::to_string(m_Counts.files) + " files in " + std::to_string(m_Counts.folders) + " folders");
-  status("Reading definitions");
+  status("Scan: " + std::to_string(m_Counts.files) + " files in " + std::to_string(m_Counts.folders) + " folders" +
+         took());
+  status("Definitions: reading");
   runCtags(root);
   nestTags();
-  status("Resolving includes, imports and inheritance");
+  status("Definitions: " + std::to_string(m_Counts.definitions) + took());
+  status("Edges: resolving");
   resolveIncludes();
   resolveImports();
   resolveInheritance();
+  resolveDependencies();
+  for (const auto& [kind, resolved, unresolved] :
+       {std::tuple{"include", m_Counts.includesResolved, m_Counts.includesUnresolved},
+        {"import", m_Counts.importsResolved, m_Counts.importsUnresolved},
+        {"inherits", m_Counts.inheritsResolved, m_Counts.inheritsUnresolved}}) {
+    if (resolved + unresolved == 0) continue;
+    auto& k = m_Counts.kinds[kind];
+    k.resolved += resolved;
+    k.leftOut += unresolved;
+  }
+  std::string kinds;
+  for (const auto& [kind, k] : m_Counts.kinds)
+    kinds += (kinds.empty() ? "" : "; ") + kind + " " + std::to_string(k.resolved) + " resolved, " +
+             std::to_string(k.leftOut) + " left out";
+  status("Edges: " + std::to_string(m_Edges.size()) + took());
+  readHistory(root);
+  if (!m_Counts.head.empty()) status("History: done" + took());
   sumUp();
-  status("Writing '" + output + "'");
+  status("Write: '" + output + "'");
   write(root, output);
-  status("Wrote " + std::to_string(m_Nodes.size()) + " nodes and " + std::to_string(m_Counts.edges) + " edges");
-  status("includes: " + std::to_string(m_Counts.includesResolved) + " resolved, " +
-         std::to_string(m_Counts.includesUnresolved) + " unresolved; imports: " +
-         std::to_string(m_Counts.importsResolved) + " resolved, " + std::to_string(m_Counts.importsUnresolved) +
-         " unresolved; inherits: " + std::to_string(m_Counts.inheritsResolved) + " resolved, " +
-         std::to_string(m_Counts.inheritsUnresolved) + " unresolved");
+  status("Write: " + std::to_string(m_Nodes.size()) + " nodes and " + std::to_string(m_Counts.edges) + " edges" +
+         took());
+  status("Edges by kind: " + (kinds.empty() ? std::string("none") : kinds));
   return m_Counts;
 }
 

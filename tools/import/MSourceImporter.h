@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,7 +23,19 @@ struct TImportCounts {
   uint64_t importsUnresolved = 0;
   uint64_t inheritsResolved = 0;
   uint64_t inheritsUnresolved = 0;
+  // Names of modules, packages and namespaces read from the files.
+  uint64_t references = 0;
   bool ctags = false;
+  // Per kind of edge ("include", "import", "using", ...): resolved and left
+  // out.
+  struct Kind {
+    uint64_t resolved = 0;
+    uint64_t leftOut = 0;
+  };
+  std::map<std::string, Kind> kinds;
+  // The history: commits read, and the commit the dataset was made at.
+  uint64_t commits = 0;
+  std::string head;
 };
 
 struct TImportOptions {
@@ -30,6 +43,14 @@ struct TImportOptions {
   std::string ctags = "ctags";
   // Receives the protocol lines: "***STATUS: ..." and "***ERROR: ...".
   std::function<void(const std::string&)> report;
+  // The history of a git work tree: read when the folder lies in one
+  // (Auto), asked for (On: a status line says why it cannot be), or not.
+  enum class History { Auto, On, Off } history = History::Auto;
+  // Only commits after this date, in a form git takes ("2 years ago").
+  std::string since;
+  std::string git = "git";
+  // Bare package names of scripts as nodes of a folder "external".
+  bool keepExternal = false;
 };
 
 // The failure of an import as a whole; nothing is written then.

@@ -1,5 +1,6 @@
 // quorvel-import: a dataset from a source tree.
-//   quorvel-import [--ctags PROGRAM | --no-ctags] <folder> <out.db>
+//   quorvel-import [--ctags PROGRAM | --no-ctags] [--git | --no-git]
+//                  [--since DATE] [--external] <folder> <out.db>
 // The output speaks the plug-in line protocol: "***QUORVEL" first, then
 // "***STATUS: " and "***ERROR: " lines. Exit code 0 on success, 1 when the
 // import failed (nothing is written then), 2 for a wrong command line.
@@ -22,6 +23,14 @@ int main(int argc, char** argv) {
       options.ctags.clear();
     } else if (arg == "--ctags" && i + 1 < argc) {
       options.ctags = argv[++i];
+    } else if (arg == "--git") {
+      options.history = TImportOptions::History::On;
+    } else if (arg == "--no-git") {
+      options.history = TImportOptions::History::Off;
+    } else if (arg == "--since" && i + 1 < argc) {
+      options.since = argv[++i];
+    } else if (arg == "--external") {
+      options.keepExternal = true;
     } else if (arg.rfind("--", 0) == 0 || !output.empty()) {
       folder.clear();
       break;
@@ -32,7 +41,9 @@ int main(int argc, char** argv) {
     }
   }
   if (folder.empty() || output.empty()) {
-    std::cout << "***ERROR: usage: quorvel-import [--ctags PROGRAM | --no-ctags] <folder> <out.db>" << std::endl;
+    std::cout << "***ERROR: usage: quorvel-import [--ctags PROGRAM | --no-ctags] [--git | --no-git] [--since DATE] "
+                 "[--external] <folder> <out.db>"
+              << std::endl;
     return 2;
   }
   try {

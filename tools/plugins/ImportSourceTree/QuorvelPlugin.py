@@ -14,7 +14,8 @@ class ImportSourceTree(Plugin):
         return "Import source tree"
 
     def getHelpString(self):
-        return "Analyse the C, C++ and Python files of a folder and open the dataset made of them."
+        return ("Analyse the sources of a folder (C, C++, Python, Java, Kotlin, JavaScript, TypeScript, Go, "
+                "Rust, C#), with the history of its git work tree, and open the dataset made of them.")
 
     def getImportance(self):
         return 10
@@ -24,17 +25,24 @@ class ImportSourceTree(Plugin):
         if folder:
             self.importFolder(folder)
 
-    def importFolder(self, folder, command=None):
+    def importFolder(self, folder, command=None, history=None, since=None):
         """Imports `folder` into the datasets folder and opens the result;
         gives its path, or None when the import failed or was aborted. The
         dataset is written under a temporary name, so an abort leaves none
-        behind."""
+        behind. `history`: True to read git's history, False not to, None
+        to read it where the folder lies in a work tree; `since` limits it
+        to the commits after a date git understands."""
         name = os.path.basename(os.path.normpath(folder)) or "sources"
         target = os.path.join(self.getDefaultDatasetOutputPath(), name + ".db")
         partial = target + ".importing"
         if os.path.exists(partial):
             os.remove(partial)
-        run = self.waitForSubprocess((command or [importer()]) + [folder, partial])
+        options = []
+        if history is not None:
+            options.append("--git" if history else "--no-git")
+        if since:
+            options += ["--since", since]
+        run = self.waitForSubprocess((command or [importer()]) + options + [folder, partial])
         run.join(10)
         failed = run.openerror or run.returncode != 0 or not os.path.exists(partial)
         if failed:

@@ -1,0 +1,3 @@
+namespace Shop.Models;
+
+public class Item { }

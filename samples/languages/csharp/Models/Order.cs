@@ -1,0 +1,6 @@
+namespace Shop.Models
+{
+    using Shop.Util;
+
+    public class Order { }
+}

@@ -1,0 +1,9 @@
+namespace Shop
+{
+    namespace Util
+    {
+        using Shop.Models;
+
+        public static class Text { }
+    }
+}

@@ -1,0 +1,6 @@
+package cart
+
+import "example.com/shop/payment"
+
+// Total of the cart, paid through payment.
+func Total() int { return payment.Fee() }

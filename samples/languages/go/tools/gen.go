@@ -1,0 +1,5 @@
+package tools
+
+import `example.com/shop/payment`
+
+var _ = payment.Fee

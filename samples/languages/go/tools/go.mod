@@ -1,0 +1,3 @@
+// a module file without its module line
+
+go 1.21

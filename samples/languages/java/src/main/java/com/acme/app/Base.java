@@ -1,0 +1,5 @@
+package com.acme.app;
+
+public abstract class Base {
+  protected int started;
+}

@@ -1,0 +1,7 @@
+package com.acme.model;
+
+import com.acme.model.Shape;
+
+public class Circle implements Shape {
+  char open = '{';
+}

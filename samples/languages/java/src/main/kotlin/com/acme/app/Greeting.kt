@@ -1,0 +1,3 @@
+package com.acme.app
+
+fun greet(): String = """import com.acme.Nothing"""

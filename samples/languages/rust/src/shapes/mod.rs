@@ -1,0 +1,4 @@
+pub mod circle;
+pub mod square;
+
+use super::util::{self, clamp};

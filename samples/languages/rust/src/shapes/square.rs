@@ -1,0 +1,4 @@
+use crate::shapes::circle::{Circle};
+use self::inner::Corner;
+
+pub struct Square;

@@ -1,0 +1,3 @@
+export function log(text: string): void {
+  console.log(`import { no } from './template';`);
+}

@@ -1,0 +1,3 @@
+export class Circle {
+  radius = 1;
+}

@@ -1,0 +1,3 @@
+import { add } from 'math';
+
+export const twice = (n: number) => add(n, n);
