@@ -438,6 +438,38 @@ void removeStaleTemporaries(const std::filesystem::path& target) {
 
 }  // namespace
 
+TRepeatedStatement::TRepeatedStatement(TDatabase& db, const std::string& query) : m_Db(db), m_Query(query) {
+  if (!db.m_Db) throw TSqliteError("Cannot operate on a closed database.");
+  if (sqlite3_prepare_v2(db.m_Db->db, query.c_str(), static_cast<int>(query.size()), &m_Stmt, nullptr) != SQLITE_OK)
+    fail(db.m_Db->db);
+}
+
+TRepeatedStatement::~TRepeatedStatement() { sqlite3_finalize(m_Stmt); }
+
+TRepeatedStatement& TRepeatedStatement::bind(int i, int64_t value) {
+  sqlite3_bind_int64(m_Stmt, i, value);
+  return *this;
+}
+
+TRepeatedStatement& TRepeatedStatement::bind(int i, std::string_view text) {
+  sqlite3_bind_text(m_Stmt, i, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+  return *this;
+}
+
+TRepeatedStatement& TRepeatedStatement::bindNull(int i) {
+  sqlite3_bind_null(m_Stmt, i);
+  return *this;
+}
+
+void TRepeatedStatement::run() {
+  if (!m_Db.m_Db) throw TSqliteError("Cannot operate on a closed database.");
+  if (sqlite3_get_autocommit(m_Db.m_Db->db)) m_Db.beginIfWriting(m_Query);
+  const int rc = sqlite3_step(m_Stmt);
+  sqlite3_reset(m_Stmt);
+  sqlite3_clear_bindings(m_Stmt);
+  if (rc != SQLITE_DONE && rc != SQLITE_ROW) fail(m_Db.m_Db->db);
+}
+
 void writeDatabaseReplacing(const std::string& target, const std::function<void(TDatabase&)>& fill) {
   namespace fs = std::filesystem;
   fs::path temp(target);

@@ -157,6 +157,7 @@ class TDatabase {
   static std::string pp(TCursor& cursor, const std::vector<TDbRow>* data = nullptr, int maxrow = 30);
 
  private:
+  friend class TRepeatedStatement;
   TCursorPtr prepare(const std::string& query, const TDbParams& param);
   void beginIfWriting(const std::string& query);
   TCursorPtr measured(const std::string& query, bool showplan, bool allowfail,
@@ -168,6 +169,29 @@ class TDatabase {
 };
 
 using TDatabasePtr = std::shared_ptr<TDatabase>;
+
+// One writing statement run many times with new values, for bulk writes:
+// prepared once, no cursor, no result, no measuring. The first run opens a
+// transaction as TDatabase's own writes do; commit() ends it.
+class TRepeatedStatement {
+ public:
+  TRepeatedStatement(TDatabase& db, const std::string& query);
+  ~TRepeatedStatement();
+  TRepeatedStatement(const TRepeatedStatement&) = delete;
+  TRepeatedStatement& operator=(const TRepeatedStatement&) = delete;
+  // Parameters count from 1.
+  TRepeatedStatement& bind(int i, int64_t value);
+  TRepeatedStatement& bind(int i, std::string_view text);
+  TRepeatedStatement& bindNull(int i);
+  // Runs the statement with the values bound, then clears them.
+  void run();
+  TDatabase& database() { return m_Db; }
+
+ private:
+  TDatabase& m_Db;
+  std::string m_Query;
+  sqlite3_stmt* m_Stmt = nullptr;
+};
 
 // Writes a database file through `fill` under a temporary name in the
 // target's folder, then commits, closes and renames it over `target`. On any

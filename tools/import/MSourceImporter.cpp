@@ -3,6 +3,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <thread>
 #include <chrono>
 #include <cstring>
 #include <cstdio>
@@ -10,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <unordered_map>
 #include <unordered_set>
@@ -38,16 +44,29 @@ class TWords {
     for (const char* w : {"", "folder", "file"}) id(w);
   }
   static constexpr uint16_t kEmpty = 0, kFolder = 1, kFile = 2;
-  uint16_t id(const std::string& word) {
-    auto [it, added] = m_Ids.emplace(word, static_cast<uint16_t>(m_Texts.size()));
-    if (added) m_Texts.push_back(word);
-    return it->second;
+  // Both safe from two threads: the reader of ctags' output and the rest.
+  uint16_t id(std::string_view word) {
+    std::lock_guard lock(m_Mutex);
+    auto it = m_Ids.find(word);
+    if (it != m_Ids.end()) return it->second;
+    const auto id = static_cast<uint16_t>(m_Texts.size());
+    m_Texts.emplace_back(word);
+    m_Ids.emplace(std::string(word), id);
+    return id;
   }
-  const std::string& text(uint16_t id) const { return m_Texts[id]; }
+  const std::string& text(uint16_t id) const {
+    std::lock_guard lock(m_Mutex);
+    return m_Texts[id];
+  }
 
  private:
-  std::unordered_map<std::string, uint16_t> m_Ids;
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const { return std::hash<std::string_view>()(s); }
+  };
+  std::unordered_map<std::string, uint16_t, Hash, std::equal_to<>> m_Ids;
   std::deque<std::string> m_Texts;  // references stay valid as words are added
+  mutable std::mutex m_Mutex;
 };
 
 struct Node {
@@ -133,28 +152,105 @@ std::string typeOfTag(const std::string& kind, const std::string& scopeKind, con
   return kind;
 }
 
-bool skippedKind(const std::string& kind) {
-  static const std::unordered_set<std::string> skipped = {"local", "parameter", "label", "header", "unknown", "file"};
-  return skipped.count(kind) != 0;
+bool skippedKind(std::string_view kind) {
+  for (std::string_view k : {"local", "parameter", "label", "header", "unknown", "file"})
+    if (k == kind) return true;
+  return false;
 }
 
 // ---------------------------------------------------------------------------
 // Flat JSON objects, as ctags writes one per line.
 
-std::unordered_map<std::string, std::string> parseFlatJson(const std::string& line) {
-  std::unordered_map<std::string, std::string> out;
-  size_t i = 0;
-  auto skip = [&] {
-    while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i]))) ++i;
-  };
-  auto string = [&](std::string& s) {
-    s.clear();
-    if (i >= line.size() || line[i] != '"') return false;
+// The fields of one flat JSON object that the importer reads, as views into
+// the line; a string with escapes is decoded into a buffer of its field.
+struct TTagFields {
+  enum Field { Type, Name, Kind, ScopeKind, Language, Inherits, Line, End, Path, Count };
+  std::string_view value[Count];
+  std::string decoded[Count];
+
+  static int fieldOf(std::string_view key) {
+    static constexpr std::string_view kKeys[Count] = {"_type", "name",     "kind", "scopeKind", "language",
+                                                      "inherits", "line", "end",  "path"};
+    for (int f = 0; f < Count; ++f)
+      if (kKeys[f] == key) return f;
+    return -1;
+  }
+
+  static void appendUtf8(std::string& s, unsigned code) {
+    if (code < 0x80) {
+      s += static_cast<char>(code);
+    } else if (code < 0x800) {
+      s += static_cast<char>(0xC0 | (code >> 6));
+      s += static_cast<char>(0x80 | (code & 0x3F));
+    } else {
+      s += static_cast<char>(0xE0 | (code >> 12));
+      s += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+      s += static_cast<char>(0x80 | (code & 0x3F));
+    }
+  }
+
+  // False when the line is no object.
+  bool parse(std::string_view line) {
+    for (auto& v : value) v = {};
+    size_t i = 0;
+    auto skip = [&] {
+      while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i]))) ++i;
+    };
+    // A string at i: its raw text, and whether it holds escapes.
+    auto string = [&](std::string_view& raw, bool& escaped) {
+      if (i >= line.size() || line[i] != '"') return false;
+      const size_t start = ++i;
+      escaped = false;
+      while (i < line.size() && line[i] != '"') {
+        if (line[i] == '\\') {
+          escaped = true;
+          ++i;
+        }
+        ++i;
+      }
+      raw = line.substr(start, std::min(i, line.size()) - start);
+      ++i;
+      return true;
+    };
+    skip();
+    if (i >= line.size() || line[i] != '{') return false;
     ++i;
-    while (i < line.size() && line[i] != '"') {
-      char c = line[i++];
-      if (c == '\\' && i < line.size()) {
-        const char e = line[i++];
+    std::string_view key, raw;
+    bool escaped = false;
+    while (true) {
+      skip();
+      if (!string(key, escaped)) break;
+      skip();
+      if (i >= line.size() || line[i] != ':') break;
+      ++i;
+      skip();
+      const int field = fieldOf(key);
+      if (i < line.size() && line[i] == '"') {
+        string(raw, escaped);
+        if (field >= 0) value[field] = escaped ? decode(raw, decoded[field]) : raw;
+      } else {
+        const size_t start = i;
+        while (i < line.size() && line[i] != ',' && line[i] != '}') ++i;
+        raw = line.substr(start, i - start);
+        while (!raw.empty() && std::isspace(static_cast<unsigned char>(raw.back()))) raw.remove_suffix(1);
+        if (field >= 0) value[field] = raw;
+      }
+      skip();
+      if (i < line.size() && line[i] == ',') {
+        ++i;
+        continue;
+      }
+      break;
+    }
+    return true;
+  }
+
+  static std::string_view decode(std::string_view raw, std::string& out) {
+    out.clear();
+    for (size_t i = 0; i < raw.size(); ++i) {
+      char c = raw[i];
+      if (c == '\\' && i + 1 < raw.size()) {
+        const char e = raw[++i];
         switch (e) {
           case 'n': c = '\n'; break;
           case 't': c = '\t'; break;
@@ -162,57 +258,23 @@ std::unordered_map<std::string, std::string> parseFlatJson(const std::string& li
           case 'b': c = '\b'; break;
           case 'f': c = '\f'; break;
           case 'u': {
-            const unsigned code = i + 4 <= line.size() ? std::stoul(line.substr(i, 4), nullptr, 16) : 0;
-            i += 4;
-            if (code < 0x80) {
-              s += static_cast<char>(code);
-            } else if (code < 0x800) {
-              s += static_cast<char>(0xC0 | (code >> 6));
-              s += static_cast<char>(0x80 | (code & 0x3F));
-            } else {
-              s += static_cast<char>(0xE0 | (code >> 12));
-              s += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-              s += static_cast<char>(0x80 | (code & 0x3F));
+            unsigned code = 0;
+            for (size_t k = 1; k <= 4 && i + k < raw.size(); ++k) {
+              const char h = raw[i + k];
+              code = code * 16 + static_cast<unsigned>(h <= '9' ? h - '0' : (h | 0x20) - 'a' + 10);
             }
+            i += 4;
+            appendUtf8(out, code);
             continue;
           }
           default: c = e;
         }
       }
-      s += c;
+      out += c;
     }
-    ++i;
-    return true;
-  };
-  skip();
-  if (i >= line.size() || line[i] != '{') return out;
-  ++i;
-  std::string key, value;
-  while (true) {
-    skip();
-    if (!string(key)) break;
-    skip();
-    if (i >= line.size() || line[i] != ':') break;
-    ++i;
-    skip();
-    if (i < line.size() && line[i] == '"') {
-      string(value);
-    } else {
-      const size_t start = i;
-      while (i < line.size() && line[i] != ',' && line[i] != '}') ++i;
-      value = line.substr(start, i - start);
-      while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back()))) value.pop_back();
-    }
-    out[key] = value;
-    skip();
-    if (i < line.size() && line[i] == ',') {
-      ++i;
-      continue;
-    }
-    break;
+    return out;
   }
-  return out;
-}
+};
 
 std::string shellQuote(const std::string& s) {
   std::string out = "'";
@@ -345,6 +407,210 @@ namespace {
 
 // ---------------------------------------------------------------------------
 
+// Runs jobs in order on a thread of its own. The first failure ends the
+// jobs; finish() waits for the rest and raises it. Left without finish(),
+// the jobs not yet begun are dropped.
+class TJobThread {
+ public:
+  TJobThread() : m_Thread([this] { loop(); }) {}
+  ~TJobThread() { stop(true); }
+  void post(std::function<void()> job) {
+    {
+      std::lock_guard lock(m_Mutex);
+      m_Jobs.push_back(std::move(job));
+    }
+    m_Wake.notify_one();
+  }
+  void finish() {
+    stop(false);
+    if (m_Failure) std::rethrow_exception(m_Failure);
+  }
+
+ private:
+  void stop(bool abandon) {
+    {
+      std::lock_guard lock(m_Mutex);
+      m_Stopping = true;
+      if (abandon) m_Jobs.clear();
+    }
+    m_Wake.notify_one();
+    if (m_Thread.joinable()) m_Thread.join();
+  }
+  void loop() {
+    while (true) {
+      std::function<void()> job;
+      {
+        std::unique_lock lock(m_Mutex);
+        m_Wake.wait(lock, [this] { return !m_Jobs.empty() || m_Stopping; });
+        if (m_Jobs.empty()) return;
+        job = std::move(m_Jobs.front());
+        m_Jobs.pop_front();
+      }
+      if (m_Failure) continue;
+      try {
+        job();
+      } catch (...) {
+        m_Failure = std::current_exception();
+      }
+    }
+  }
+  std::mutex m_Mutex;
+  std::condition_variable m_Wake;
+  std::deque<std::function<void()>> m_Jobs;
+  bool m_Stopping = false;
+  std::exception_ptr m_Failure;
+  std::thread m_Thread;  // last: it starts once the rest is made
+};
+
+// The tags of one file, as ctags gives them.
+struct TTagGroup {
+  std::string path;
+  std::vector<Tag> tags;
+};
+
+// The tags of files as the ctags processes finish them, from any number
+// of readers.
+class TTagQueue {
+ public:
+  explicit TTagQueue(size_t producers) : m_Producers(producers) {}
+  void put(TTagGroup&& group) {
+    if (group.tags.empty()) return;
+    {
+      std::lock_guard lock(m_Mutex);
+      m_Groups.push_back(std::move(group));
+    }
+    m_Ready.notify_one();
+  }
+  void producerEnded() {
+    {
+      std::lock_guard lock(m_Mutex);
+      --m_Producers;
+    }
+    m_Ready.notify_one();
+  }
+  // The next file's tags; false when every reader has ended.
+  bool next(TTagGroup& group) {
+    std::unique_lock lock(m_Mutex);
+    m_Ready.wait(lock, [this] { return !m_Groups.empty() || m_Producers == 0; });
+    if (m_Groups.empty()) return false;
+    group = std::move(m_Groups.front());
+    m_Groups.pop_front();
+    return true;
+  }
+  void abandon() {
+    std::lock_guard lock(m_Mutex);
+    m_Abandoned = true;
+  }
+  bool abandoned() {
+    std::lock_guard lock(m_Mutex);
+    return m_Abandoned;
+  }
+
+ private:
+  std::mutex m_Mutex;
+  std::condition_variable m_Ready;
+  std::deque<TTagGroup> m_Groups;
+  size_t m_Producers;
+  bool m_Abandoned = false;
+};
+
+// Runs one ctags process on a thread of its own and puts its tags in the
+// queue file by file.
+class TCtagsReader {
+ public:
+  TCtagsReader(const std::string& command, TWords& words, TTagQueue& queue, std::atomic<size_t>& count,
+               std::function<void(const std::string&)> status)
+      : m_Words(words), m_Queue(queue), m_Count(count), m_Status(std::move(status)),
+        m_Thread([this, command] { run(command); }) {}
+  ~TCtagsReader() { m_Thread.join(); }
+  bool started() const { return m_Started; }
+  bool worked() const { return m_Worked; }
+
+ private:
+  void run(const std::string& command) {
+    FILE* pipe = ::popen(command.c_str(), "r");
+    m_Started = pipe != nullptr;
+    if (pipe) {
+      char* buffer = nullptr;
+      size_t capacity = 0;
+      ssize_t n;
+      TTagFields fields;
+      TTagGroup group;
+      size_t tags = 0;
+      using F = TTagFields;
+      while ((n = ::getline(&buffer, &capacity, pipe)) > 0 && !m_Queue.abandoned()) {
+        if (!fields.parse(std::string_view(buffer, static_cast<size_t>(n)))) continue;
+        if (fields.value[F::Type] != "tag") continue;
+        const std::string_view kind = fields.value[F::Kind];
+        if (skippedKind(kind)) continue;
+        std::string_view path = fields.value[F::Path];
+        if (path.substr(0, 2) == "./") path.remove_prefix(2);
+        if (path != group.path) {
+          m_Queue.put(std::move(group));
+          group = TTagGroup{std::string(path), {}};
+        }
+        Tag& tag = group.tags.emplace_back();
+        tag.name = fields.value[F::Name];
+        tag.kind = m_Words.id(kind);
+        tag.scopeKind = m_Words.id(fields.value[F::ScopeKind]);
+        tag.language = m_Words.id(fields.value[F::Language]);
+        const std::string_view inherits = fields.value[F::Inherits];
+        if (inherits != "false") tag.inherits = inherits;
+        tag.line = static_cast<uint32_t>(std::strtoul(std::string(fields.value[F::Line]).c_str(), nullptr, 10));
+        const std::string_view end = fields.value[F::End];
+        tag.end = end.empty() ? tag.line : static_cast<uint32_t>(std::strtoul(std::string(end).c_str(), nullptr, 10));
+        ++tags;
+        if (++m_Count % 100000 == 0) m_Status("Definitions: " + std::to_string(m_Count.load()));
+      }
+      m_Queue.put(std::move(group));
+      std::free(buffer);
+      const int rc = ::pclose(pipe);
+      m_Worked = rc == 0 || tags > 0;
+    }
+    m_Queue.producerEnded();
+  }
+
+  TWords& m_Words;
+  TTagQueue& m_Queue;
+  std::atomic<size_t>& m_Count;
+  std::function<void(const std::string&)> m_Status;
+  bool m_Started = false;
+  bool m_Worked = false;
+  std::thread m_Thread;  // last: it starts once the rest is made
+};
+
+// A list of file names for one ctags process, as a temporary file that
+// goes with the object.
+class TFileList {
+ public:
+  explicit TFileList(const std::vector<const std::string*>& paths) {
+    char name[] = "/tmp/quorvel-ctags-XXXXXX";
+    const int fd = ::mkstemp(name);
+    if (fd < 0) return;
+    m_Name = name;
+    std::string text;
+    for (const std::string* p : paths) {
+      text += *p;
+      text += '\n';
+    }
+    const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    ::close(fd);
+    if (!written) {
+      ::unlink(m_Name.c_str());
+      m_Name.clear();
+    }
+  }
+  ~TFileList() {
+    if (!m_Name.empty()) ::unlink(m_Name.c_str());
+  }
+  TFileList(const TFileList&) = delete;
+  TFileList& operator=(const TFileList&) = delete;
+  const std::string& name() const { return m_Name; }
+
+ private:
+  std::string m_Name;
+};
+
 class Importer {
  public:
   Importer(const TImportOptions& options) : m_Options(options) {}
@@ -352,10 +618,14 @@ class Importer {
   TImportCounts run(const fs::path& root, const std::string& output);
 
  private:
+  // Lines come from two threads: the reader of ctags' output says how far
+  // it is.
   void status(const std::string& text) {
+    std::lock_guard lock(m_ReportMutex);
     if (m_Options.report) m_Options.report(protocolLine("***STATUS: ", text));
   }
   void error(const std::string& text) {
+    std::lock_guard lock(m_ReportMutex);
     if (m_Options.report) m_Options.report(protocolLine("***ERROR: ", text));
   }
   uint32_t addNode(uint32_t parentNode, const std::string& name, uint16_t type) {
@@ -372,8 +642,8 @@ class Importer {
   }
   void walk(const fs::path& root);
   void readFile(const fs::path& full, const std::string& rel, uint32_t folder);
-  void runCtags(const fs::path& root);
-  void nestTags();
+  std::string ctagsCommand(const fs::path& root, const std::string& list) const;
+  void nestFile(TTagGroup& group, TJobThread& writer);
   void resolveIncludes();
   void resolveImports();
   void resolveInheritance();
@@ -384,7 +654,12 @@ class Importer {
     ++(resolved ? k.resolved : k.leftOut);
   }
   void sumUp();
-  void write(const fs::path& root, const std::string& output);
+  // The rows of the dataset: the tables first, definitions as ctags gives
+  // them, folders, files, edges and information last.
+  struct Rows;
+  void writeStart(const fs::path& root, const std::string& output, TDatabase& db);
+  void writeTree();
+  std::unique_ptr<Rows> m_Rows;  // used on the writer's thread only
 
   static constexpr uint32_t kNoParent = kNone;
   const TImportOptions& m_Options;
@@ -396,7 +671,7 @@ class Importer {
   std::unordered_map<std::string, uint32_t> m_FileByPath;
   std::unordered_map<std::string, std::vector<uint32_t>> m_FilesByName;
   std::vector<std::string> m_IncludeFolders;
-  std::unordered_map<std::string, std::vector<Tag>> m_TagsByPath;
+  std::mutex m_ReportMutex;
   TWords m_Words;
   std::vector<Definition> m_Definitions;
   std::vector<std::tuple<uint32_t, uint32_t, std::string>> m_Edges;  // from node, to node, kind
@@ -406,6 +681,8 @@ class Importer {
   std::vector<std::vector<uint32_t>> m_Authors;
   int64_t m_NewestCommit = 0;
   std::string m_Root;
+  // Of the scan, the time spent reading what files include and import.
+  double m_DependencySeconds = 0.0;
 };
 
 void Importer::walk(const fs::path& root) {
@@ -504,6 +781,7 @@ void Importer::readFile(const fs::path& full, const std::string& rel, uint32_t f
     file.lineLengths.push_back(static_cast<uint32_t>(end - start));
     start = end + 1;
   }
+  const auto scanStart = std::chrono::steady_clock::now();
   if (isCFamily(file.language)) scanIncludes(text, file);
   if (file.language == "Python") scanImports(text, file);
   file.source = sourceLanguageOfPath(rel);
@@ -511,6 +789,7 @@ void Importer::readFile(const fs::path& full, const std::string& rel, uint32_t f
     file.facts = scanSource(file.source, text);
     m_Counts.references += file.facts.references.size();
   }
+  m_DependencySeconds += std::chrono::duration<double>(std::chrono::steady_clock::now() - scanStart).count();
   file.node = addNode(folder, fs::path(rel).filename().string(), TWords::kFile);
   Node& n = m_Nodes[file.node];
   n.language = m_Words.id(file.language == "C/C++" ? "C++" : file.language);
@@ -534,87 +813,126 @@ constexpr const char* kCtagsLanguages =
     "C,C++,Python,Java,C#,Go,Rust,JavaScript,TypeScript,Ruby,PHP,Perl,Sh,Lua,Tcl,ObjectiveC,Fortran,Ada,Pascal,"
     "Kotlin,Scala,Erlang,OCaml,Vala,D";
 
-void Importer::runCtags(const fs::path& root) {
-  if (m_Options.ctags.empty()) return;
-  const std::string command = "cd " + shellQuote(root.string()) + " && " + shellQuote(m_Options.ctags) +
-                              " --output-format=json --fields=+nKlSeiZ --kinds-C=+p --kinds-C++=+p"
-                              " --languages=" + std::string(kCtagsLanguages) +
-                              " -R -f - . 2>/dev/null";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) {
-    status("ctags could not be started: definitions are left out");
-    return;
-  }
-  char* buffer = nullptr;
-  size_t capacity = 0;
-  ssize_t n;
-  size_t tags = 0;
-  while ((n = ::getline(&buffer, &capacity, pipe)) > 0) {
-    auto fields = parseFlatJson(std::string(buffer, static_cast<size_t>(n)));
-    if (fields["_type"] != "tag") continue;
-    Tag tag;
-    tag.name = fields["name"];
-    const std::string& kind = fields["kind"];
-    if (skippedKind(kind)) continue;
-    tag.kind = m_Words.id(kind);
-    tag.scopeKind = m_Words.id(fields["scopeKind"]);
-    tag.language = m_Words.id(fields["language"]);
-    const std::string inherits = fields["inherits"];
-    tag.inherits = inherits == "false" ? "" : inherits;
-    tag.line = static_cast<uint32_t>(std::strtoul(fields["line"].c_str(), nullptr, 10));
-    const std::string end = fields["end"];
-    tag.end = end.empty() ? tag.line : static_cast<uint32_t>(std::strtoul(end.c_str(), nullptr, 10));
-    std::string path = fields["path"];
-    if (path.rfind("./", 0) == 0) path = path.substr(2);
-    m_TagsByPath[path].push_back(std::move(tag));
-    if (++tags % 100000 == 0) status("Definitions: " + std::to_string(tags));
-  }
-  std::free(buffer);
-  const int rc = ::pclose(pipe);
-  if (rc != 0 && tags == 0) {
-    status("ctags is not available: definitions are left out");
-    return;
-  }
-  m_Counts.ctags = true;
+// ctags on the files of a list. Unsorted: the tags of a file come
+// together, in the order of the list, and need no sort of all of them.
+std::string Importer::ctagsCommand(const fs::path& root, const std::string& list) const {
+  return "cd " + shellQuote(root.string()) + " && " + shellQuote(m_Options.ctags) +
+         " --output-format=json --sort=no --fields=+nKleiZ --kinds-C=+p --kinds-C++=+p --languages=" +
+         std::string(kCtagsLanguages) + " -L " + shellQuote(list) + " -f - 2>/dev/null";
 }
 
-// Definitions nest by their line ranges within their file, in source order.
-void Importer::nestTags() {
-  for (auto& [path, tags] : m_TagsByPath) {
-    auto f = m_FileByPath.find(path);
-    if (f == m_FileByPath.end()) continue;
-    const File& file = m_Files[f->second];
-    std::stable_sort(tags.begin(), tags.end(), [](const Tag& a, const Tag& b) {
-      return a.line != b.line ? a.line < b.line : a.end > b.end;
-    });
-    std::vector<const Tag*> open;
-    for (Tag& tag : tags) {
-      while (!open.empty() && !(open.back()->line <= tag.line && tag.end <= open.back()->end)) open.pop_back();
-      const uint32_t parent = open.empty() ? file.node : open.back()->node;
-      const std::string& kind = m_Words.text(tag.kind);
-      tag.node = addNode(parent, tag.name,
-                         m_Words.id(typeOfTag(kind, m_Words.text(tag.scopeKind), m_Words.text(tag.language))));
-      Node& n = m_Nodes[tag.node];
-      n.language = tag.language;
-      n.lines = tag.end >= tag.line ? tag.end - tag.line + 1 : 1;
-      const uint32_t lastLength =
-          tag.end >= 1 && tag.end <= file.lineLengths.size() ? file.lineLengths[tag.end - 1] : 1;
-      n.srcFile = f->second;
-      n.firstLine = tag.line;
-      n.lastLine = tag.end;
-      n.lastColumn = std::max<uint32_t>(1, lastLength);
-      open.push_back(&tag);
-      const bool isClass = kind == "class" || kind == "struct" || kind == "interface";
-      if (isClass || !tag.inherits.empty())
-        m_Definitions.push_back({tag.node, tag.language, isClass, std::move(tag.inherits)});
-      ++m_Counts.definitions;
-    }
-    tags = {};
+struct Importer::Rows {
+  explicit Rows(TDatabase& db)
+      : hierarchy(db, "INSERT INTO hierarchy (hid,nid,parentnid,childorder) VALUES (1,?,?,?)"),
+        nodeattr(db, "INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)") {}
+  void node(uint32_t nid, uint32_t parent, uint32_t order) {
+    hierarchy.bind(1, int64_t(nid)).bind(3, int64_t(order));
+    if (parent) hierarchy.bind(2, int64_t(parent));
+    hierarchy.run();
   }
-  m_TagsByPath.clear();
+  void text(uint32_t nid, std::string_view key, std::string_view v) { nodeattr.bind(1, int64_t(nid)).bind(2, key).bind(3, v).run(); }
+  void number(uint32_t nid, std::string_view key, int64_t v) { nodeattr.bind(1, int64_t(nid)).bind(2, key).bind(3, v).run(); }
+  void location(uint32_t nid, const std::string& path, uint32_t first, uint32_t last, uint32_t lastColumn) {
+    buffer = path;
+    buffer += '|';
+    buffer += std::to_string(first);
+    buffer += "|1|";
+    buffer += std::to_string(last);
+    buffer += '|';
+    buffer += std::to_string(lastColumn);
+    text(nid, "_srcloc", buffer);
+  }
+  TRepeatedStatement hierarchy;
+  TRepeatedStatement nodeattr;
+  std::string buffer;
+};
+
+// A file's definitions nest by their line ranges, in source order. Their
+// rows go to the writer at once, made of copies: the node list grows on.
+void Importer::nestFile(TTagGroup& group, TJobThread& writer) {
+  auto f = m_FileByPath.find(group.path);
+  if (f == m_FileByPath.end()) return;
+  const File& file = m_Files[f->second];
+  auto& tags = group.tags;
+  std::stable_sort(tags.begin(), tags.end(), [](const Tag& a, const Tag& b) {
+    return a.line != b.line ? a.line < b.line : a.end > b.end;
+  });
+  const auto first = static_cast<uint32_t>(m_Nodes.size());
+  std::vector<const Tag*> open;
+  for (Tag& tag : tags) {
+    while (!open.empty() && !(open.back()->line <= tag.line && tag.end <= open.back()->end)) open.pop_back();
+    const uint32_t parent = open.empty() ? file.node : open.back()->node;
+    const std::string& kind = m_Words.text(tag.kind);
+    tag.node = addNode(parent, tag.name,
+                       m_Words.id(typeOfTag(kind, m_Words.text(tag.scopeKind), m_Words.text(tag.language))));
+    Node& n = m_Nodes[tag.node];
+    n.language = tag.language;
+    n.lines = tag.end >= tag.line ? tag.end - tag.line + 1 : 1;
+    const uint32_t lastLength = tag.end >= 1 && tag.end <= file.lineLengths.size() ? file.lineLengths[tag.end - 1] : 1;
+    n.srcFile = f->second;
+    n.firstLine = tag.line;
+    n.lastLine = tag.end;
+    n.lastColumn = std::max<uint32_t>(1, lastLength);
+    open.push_back(&tag);
+    const bool isClass = kind == "class" || kind == "struct" || kind == "interface";
+    if (isClass || !tag.inherits.empty())
+      m_Definitions.push_back({tag.node, tag.language, isClass, std::move(tag.inherits)});
+    ++m_Counts.definitions;
+  }
+  const auto end = static_cast<uint32_t>(m_Nodes.size());
+  // Each definition counts those nested in it; the file's own count comes
+  // with the sums over the tree.
+  std::vector<int64_t> nested(end - first, 0);
+  for (uint32_t i = end; i-- > first;)
+    if (m_Parents[i] >= first && m_Parents[i] != kNoParent) nested[m_Parents[i] - first] += nested[i - first] + 1;
+  struct Row {
+    uint32_t nid, parent, order;
+    std::string name;
+    const std::string* type;
+    const std::string* language;
+    int64_t lines, definitions;
+    uint32_t firstLine, lastLine, lastColumn;
+  };
+  std::vector<Row> rows;
+  rows.reserve(end - first);
+  for (uint32_t i = first; i < end; ++i) {
+    const Node& n = m_Nodes[i];
+    rows.push_back({n.nid, n.parent, n.order, n.name, &m_Words.text(n.type),
+                    n.language != TWords::kEmpty ? &m_Words.text(n.language) : nullptr, n.lines, nested[i - first],
+                    n.firstLine, n.lastLine, n.lastColumn});
+  }
+  writer.post([this, rows = std::move(rows), path = &file.path] {
+    Rows& out = *m_Rows;
+    for (const Row& r : rows) {
+      out.node(r.nid, r.parent, r.order);
+      out.text(r.nid, "name", r.name);
+      out.text(r.nid, "type", *r.type);
+      if (r.language) out.text(r.nid, "language", *r.language);
+      out.number(r.nid, "lines", r.lines);
+      out.number(r.nid, "definitions", r.definitions);
+      out.location(r.nid, *path, r.firstLine, r.lastLine, r.lastColumn);
+    }
+  });
 }
 
 void Importer::resolveIncludes() {
+  // Each file by its path below every include folder above it, with the
+  // first such folder in search order: one look-up an include instead of
+  // one a folder.
+  std::unordered_map<std::string, size_t> folderOrder;
+  for (size_t i = 0; i < m_IncludeFolders.size(); ++i) folderOrder.emplace(m_IncludeFolders[i], i);
+  std::unordered_map<std::string, std::pair<size_t, uint32_t>> belowIncludeFolder;
+  for (uint32_t f = 0; f < m_Files.size(); ++f) {
+    const std::string& path = m_Files[f].path;
+    for (std::string folder = parentOfTreePath(path);; folder = parentOfTreePath(folder)) {
+      if (auto order = folderOrder.find(folder); order != folderOrder.end()) {
+        auto [it, added] = belowIncludeFolder.try_emplace(folder.empty() ? path : path.substr(folder.size() + 1),
+                                                          order->second, f);
+        if (!added && order->second < it->second.first) it->second = {order->second, f};
+      }
+      if (folder.empty()) break;
+    }
+  }
   for (const File& file : m_Files) {
     const std::string dir = parentOfTreePath(file.path);
     for (const std::string& inc : file.includes) {
@@ -623,8 +941,13 @@ void Importer::resolveIncludes() {
       std::string found;
       auto exists = [this](const std::string& p) { return !p.empty() && m_FileByPath.count(p) != 0; };
       if (quoted && exists(normalizeTreePath(joinTreePath(dir, text)))) found = normalizeTreePath(joinTreePath(dir, text));
+      if (found.empty() && text.find("..") == std::string::npos) {
+        auto it = belowIncludeFolder.find(normalizeTreePath(text));
+        if (it != belowIncludeFolder.end()) found = m_Files[it->second.second].path;
+      }
+      // A path that climbs may leave its include folder.
       for (const auto& folder : m_IncludeFolders) {
-        if (!found.empty()) break;
+        if (!found.empty() || text.find("..") == std::string::npos) break;
         if (exists(normalizeTreePath(joinTreePath(folder, text)))) found = normalizeTreePath(joinTreePath(folder, text));
       }
       if (found.empty()) {
@@ -893,65 +1216,66 @@ void Importer::sumUp() {
   }
 }
 
-void Importer::write(const fs::path& root, const std::string& output) {
-  try {
-    writeDatabaseReplacing(output, [&](TDatabase& db) {
-      TXmlReader::createDatasetTables(db);
-      // Where the sources stand, relative to the database's folder, so that
-      // the two can move together.
-      std::error_code rec;
-      fs::path where = fs::relative(fs::absolute(root), fs::absolute(fs::path(output)).parent_path(), rec);
-      if (rec || where.empty()) where = fs::absolute(root);
-      db.execute2("INSERT INTO information (key, value) VALUES ('source root', ?)", {where.string()});
-      if (!m_Counts.head.empty()) {
-        db.execute2("INSERT INTO information (key, value) VALUES ('commit', ?)", {m_Counts.head});
-        if (!m_Options.since.empty())
-          db.execute2("INSERT INTO information (key, value) VALUES ('history since', ?)", {m_Options.since});
+void Importer::writeStart(const fs::path& root, const std::string& output, TDatabase& db) {
+  // A new file under a temporary name: a failed write is thrown away whole,
+  // so no journal is needed to undo one.
+  db.executescript("PRAGMA journal_mode=OFF; PRAGMA cache_size=-262144;");
+  TXmlReader::createDatasetTables(db);
+  // Where the sources stand, relative to the database's folder, so that the
+  // two can move together.
+  std::error_code rec;
+  fs::path where = fs::relative(fs::absolute(root), fs::absolute(fs::path(output)).parent_path(), rec);
+  if (rec || where.empty()) where = fs::absolute(root);
+  db.execute2("INSERT INTO information (key, value) VALUES ('source root', ?)", {where.string()});
+  m_Rows = std::make_unique<Rows>(db);
+}
+
+// Folders, files and packages: what the sums and the history have filled;
+// then the edges. Runs while the rest of the importer waits.
+void Importer::writeTree() {
+  Rows& out = *m_Rows;
+  const bool history = !m_Counts.head.empty();
+  constexpr int64_t kDay = 86400;
+  for (size_t i = 0; i < m_Nodes.size(); ++i) {
+    const Node& n = m_Nodes[i];
+    if (n.srcFile != kNone && n.type != TWords::kFile) continue;  // a definition: written already
+    out.node(n.nid, n.parent, n.order);
+    out.text(n.nid, "name", n.name);
+    out.text(n.nid, "type", m_Words.text(n.type));
+    if (n.language != TWords::kEmpty) out.text(n.nid, "language", m_Words.text(n.language));
+    if (n.lines >= 0) out.number(n.nid, "lines", n.lines);
+    // Files and folders with a history; days count back from the newest
+    // commit.
+    if (history && (n.type == TWords::kFile || n.type == TWords::kFolder)) {
+      const int64_t commits = std::max<int64_t>(n.commits, 0);
+      out.number(n.nid, "commits", commits);
+      out.number(n.nid, "authors", static_cast<int64_t>(m_Authors[i].size()));
+      out.number(n.nid, "churn", n.churn);
+      if (commits > 0) {
+        out.number(n.nid, "last change", (m_NewestCommit - n.newest) / kDay);
+        out.number(n.nid, "first change", (m_NewestCommit - n.oldest) / kDay);
       }
-      const bool history = !m_Counts.head.empty();
-      constexpr int64_t kDay = 86400;
-      for (const Node& n : m_Nodes) {
-        db.execute2("INSERT INTO hierarchy (hid,nid,parentnid,childorder) VALUES (1,?,?,?)",
-                    {int64_t(n.nid), n.parent ? TDbValue{int64_t(n.parent)} : TDbValue{}, int64_t(n.order)});
-        auto attr = [&](const char* key, const TDbValue& v) {
-          db.execute2("INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)", {int64_t(n.nid), std::string(key), v});
-        };
-        attr("name", n.name);
-        attr("type", m_Words.text(n.type));
-        if (n.language != TWords::kEmpty) attr("language", m_Words.text(n.language));
-        if (n.lines >= 0) attr("lines", n.lines);
-        // Files and folders with a history; days count back from the
-        // newest commit.
-        if (history && (n.type == TWords::kFile || n.type == TWords::kFolder)) {
-          const int64_t commits = std::max<int64_t>(n.commits, 0);
-          attr("commits", commits);
-          attr("authors", static_cast<int64_t>(m_Authors[&n - m_Nodes.data()].size()));
-          attr("churn", n.churn);
-          if (commits > 0) {
-            attr("last change", (m_NewestCommit - n.newest) / kDay);
-            attr("first change", (m_NewestCommit - n.oldest) / kDay);
-          }
-        }
-        if (n.bytes >= 0) attr("bytes", n.bytes);
-        attr("definitions", n.definitions);
-        if (n.srcFile != kNone)
-          attr("_srcloc", m_Files[n.srcFile].path + "|" + std::to_string(n.firstLine) + "|1|" +
-                              std::to_string(n.lastLine) + "|" + std::to_string(n.lastColumn));
-      }
-      int64_t eid = 0;
-      for (const auto& [from, to, kind] : m_Edges) {
-        ++eid;
-        db.execute2("INSERT INTO edges (eid,fromnid,tonid) VALUES (?,?,?)",
-                    {eid, int64_t(m_Nodes[from].nid), int64_t(m_Nodes[to].nid)});
-        db.execute2("INSERT INTO edgeattr (eid,key,value) VALUES (?,'kind',?)", {eid, kind});
-      }
-      m_Counts.edges = static_cast<uint64_t>(eid);
-    });
-  } catch (const fs::filesystem_error& e) {
-    throw TImportError("Cannot write '" + output + "': " + e.code().message());
-  } catch (const std::exception& e) {
-    throw TImportError(std::string("Cannot write '") + output + "': " + e.what());
+    }
+    if (n.bytes >= 0) out.number(n.nid, "bytes", n.bytes);
+    out.number(n.nid, "definitions", n.definitions);
+    if (n.srcFile != kNone) out.location(n.nid, m_Files[n.srcFile].path, n.firstLine, n.lastLine, n.lastColumn);
   }
+  TDatabase& db = out.hierarchy.database();
+  if (history) {
+    db.execute2("INSERT INTO information (key, value) VALUES ('commit', ?)", {m_Counts.head});
+    if (!m_Options.since.empty())
+      db.execute2("INSERT INTO information (key, value) VALUES ('history since', ?)", {m_Options.since});
+  }
+  TRepeatedStatement edges(db, "INSERT INTO edges (eid,fromnid,tonid) VALUES (?,?,?)");
+  TRepeatedStatement edgeattr(db, "INSERT INTO edgeattr (eid,key,value) VALUES (?,'kind',?)");
+  int64_t eid = 0;
+  for (const auto& [from, to, kind] : m_Edges) {
+    ++eid;
+    edges.bind(1, eid).bind(2, int64_t(m_Nodes[from].nid)).bind(3, int64_t(m_Nodes[to].nid)).run();
+    edgeattr.bind(1, eid).bind(2, kind).run();
+  }
+  m_Counts.edges = static_cast<uint64_t>(eid);
+  m_Rows.reset();
 }
 
 TImportCounts Importer::run(const fs::path& root, const std::string& output) {
@@ -970,36 +1294,95 @@ TImportCounts Importer::run(const fs::path& root, const std::string& output) {
   };
   status("Scan: reading the files of '" + root.string() + "'");
   walk(root);
-  status("Scan: " + std::to_string(m_Counts.files) + " files in " + std::to_string(m_Counts.folders) + " folders" +
-         took());
-  status("Definitions: reading");
-  runCtags(root);
-  nestTags();
-  status("Definitions: " + std::to_string(m_Counts.definitions) + took());
-  status("Edges: resolving");
-  resolveIncludes();
-  resolveImports();
-  resolveInheritance();
-  resolveDependencies();
-  for (const auto& [kind, resolved, unresolved] :
-       {std::tuple{"include", m_Counts.includesResolved, m_Counts.includesUnresolved},
-        {"import", m_Counts.importsResolved, m_Counts.importsUnresolved},
-        {"inherits", m_Counts.inheritsResolved, m_Counts.inheritsUnresolved}}) {
-    if (resolved + unresolved == 0) continue;
-    auto& k = m_Counts.kinds[kind];
-    k.resolved += resolved;
-    k.leftOut += unresolved;
+  {
+    char dependencies[64];
+    std::snprintf(dependencies, sizeof dependencies, ", %.2f s of it reading dependencies", m_DependencySeconds);
+    status("Scan: " + std::to_string(m_Counts.files) + " files in " + std::to_string(m_Counts.folders) + " folders" +
+           took() + dependencies);
   }
+  // ctags on every core: the files shared out by size, the largest first,
+  // each to the list that holds the fewest bytes yet. A name ctags cannot
+  // read from a list (one with a line break) keeps its file out.
+  const size_t processes = m_Options.ctags.empty() ? 0 : std::max(1u, std::thread::hardware_concurrency());
+  std::vector<std::unique_ptr<TFileList>> lists;
+  TTagQueue tags(processes);
+  std::atomic<size_t> tagCount{0};
+  std::vector<std::unique_ptr<TCtagsReader>> readers;
+  if (processes > 0) {
+    std::vector<uint32_t> order(m_Files.size());
+    for (uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+    auto bytes = [this](uint32_t f) { return m_Nodes[m_Files[f].node].bytes; };
+    std::stable_sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) { return bytes(a) > bytes(b); });
+    std::vector<std::vector<const std::string*>> shares(processes);
+    std::vector<int64_t> load(processes, 0);
+    for (uint32_t f : order) {
+      if (m_Files[f].path.find_first_of("\n\r") != std::string::npos) continue;
+      const size_t least = static_cast<size_t>(std::min_element(load.begin(), load.end()) - load.begin());
+      shares[least].push_back(&m_Files[f].path);
+      load[least] += std::max<int64_t>(bytes(f), 1);
+    }
+    for (const auto& share : shares) {
+      lists.push_back(std::make_unique<TFileList>(share));
+      if (lists.back()->name().empty()) {
+        tags.producerEnded();
+        continue;
+      }
+      readers.push_back(std::make_unique<TCtagsReader>(ctagsCommand(root, lists.back()->name()), m_Words, tags,
+                                                       tagCount, [this](const std::string& text) { status(text); }));
+    }
+  }
+  // Should anything fail below, the readers stop at their next line.
+  struct Abandon {
+    TTagQueue& queue;
+    ~Abandon() { queue.abandon(); }
+  } abandon{tags};
   std::string kinds;
-  for (const auto& [kind, k] : m_Counts.kinds)
-    kinds += (kinds.empty() ? "" : "; ") + kind + " " + std::to_string(k.resolved) + " resolved, " +
-             std::to_string(k.leftOut) + " left out";
-  status("Edges: " + std::to_string(m_Edges.size()) + took());
-  readHistory(root);
-  if (!m_Counts.head.empty()) status("History: done" + took());
-  sumUp();
-  status("Write: '" + output + "'");
-  write(root, output);
+  try {
+    writeDatabaseReplacing(output, [&](TDatabase& db) {
+      // Rows are written on a thread of their own as they are made.
+      TJobThread writer;
+      writer.post([&] { writeStart(root, output, db); });
+      if (processes > 0) {
+        status("Definitions: reading with " + std::to_string(processes) + " ctags processes");
+        TTagGroup group;
+        while (tags.next(group)) nestFile(group, writer);
+        const bool started = std::any_of(readers.begin(), readers.end(), [](const auto& r) { return r->started(); });
+        const bool worked = std::any_of(readers.begin(), readers.end(), [](const auto& r) { return r->worked(); });
+        if (!started) status("ctags could not be started: definitions are left out");
+        else if (!worked) status("ctags is not available: definitions are left out");
+        m_Counts.ctags = worked;
+        status("Definitions: " + std::to_string(m_Counts.definitions) + took());
+      }
+      status("Edges: resolving");
+      resolveIncludes();
+      resolveImports();
+      resolveInheritance();
+      resolveDependencies();
+      for (const auto& [kind, resolved, unresolved] :
+           {std::tuple{"include", m_Counts.includesResolved, m_Counts.includesUnresolved},
+            {"import", m_Counts.importsResolved, m_Counts.importsUnresolved},
+            {"inherits", m_Counts.inheritsResolved, m_Counts.inheritsUnresolved}}) {
+        if (resolved + unresolved == 0) continue;
+        auto& k = m_Counts.kinds[kind];
+        k.resolved += resolved;
+        k.leftOut += unresolved;
+      }
+      for (const auto& [kind, k] : m_Counts.kinds)
+        kinds += (kinds.empty() ? "" : "; ") + kind + " " + std::to_string(k.resolved) + " resolved, " +
+                 std::to_string(k.leftOut) + " left out";
+      status("Edges: " + std::to_string(m_Edges.size()) + took());
+      readHistory(root);
+      if (!m_Counts.head.empty()) status("History: done" + took());
+      sumUp();
+      status("Write: '" + output + "'");
+      writer.post([this] { writeTree(); });
+      writer.finish();
+    });
+  } catch (const fs::filesystem_error& e) {
+    throw TImportError("Cannot write '" + output + "': " + e.code().message());
+  } catch (const std::exception& e) {
+    throw TImportError(std::string("Cannot write '") + output + "': " + e.what());
+  }
   status("Write: " + std::to_string(m_Nodes.size()) + " nodes and " + std::to_string(m_Counts.edges) + " edges" +
          took());
   status("Edges by kind: " + (kinds.empty() ? std::string("none") : kinds));
