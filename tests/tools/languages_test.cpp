@@ -274,6 +274,13 @@ TEST(ImportHistory, CommitsAuthorsChurnAndDatesPerFileAndFolder) {
   EXPECT_EQ(d.counts.commits, 3u);
   EXPECT_EQ(d.information["commit"].size(), 40u);
 
+  // A folder within the work tree: its files by their paths below it.
+  TImportOptions history = plain();
+  history.history = TImportOptions::History::On;
+  Dataset below(root / "src", history, "below.db");
+  EXPECT_EQ(below.attrs["a.c"]["commits"], "2");
+  EXPECT_EQ(below.attrs[""]["churn"], "6");
+
   // A window of the last 15 days.
   TImportOptions recent = plain();
   recent.history = TImportOptions::History::On;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 #include <set>
+#include <unordered_set>
 #include <sstream>
 #include <stdexcept>
 
@@ -251,9 +252,12 @@ long TDependencyResolver::folderIndex(const std::string& path) const {
 
 void TDependencyResolver::resolve(const EdgeSink& edge) {
   std::vector<TDependencyTarget> targets;
+  std::unordered_set<uint64_t> seen;
+  std::map<std::string, uint64_t, std::less<>> kindNumbers;
   for (uint32_t i = 0; i < m_Files.size(); ++i) {
     const TTreeFile& f = m_Files[i];
-    std::set<std::tuple<int, uint32_t, std::string>> seen;
+    // A target once per kind: kinds are few, numbered as they come.
+    seen.clear();
     for (const TSourceReference& r : f.facts.references) {
       targets.clear();
       bool resolved = false;
@@ -273,9 +277,10 @@ void TDependencyResolver::resolve(const EdgeSink& edge) {
         continue;
       }
       ++count.resolved;
+      const uint64_t kind = kindNumbers.emplace(r.kind, kindNumbers.size()).first->second;
       for (const auto& t : targets) {
         if (t.kind == TDependencyTarget::File && t.index == i) continue;
-        if (seen.emplace(t.kind, t.index, r.kind).second) edge(i, t, r.kind);
+        if (seen.insert(kind << 34 | uint64_t(t.kind) << 32 | t.index).second) edge(i, t, r.kind);
       }
     }
   }

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <string_view>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -76,14 +78,21 @@ class TDependencyResolver {
   bool resolveRust(const TTreeFile& f, const TSourceReference& r, std::vector<TDependencyTarget>& out);
   bool resolveCSharp(const TTreeFile& f, const TSourceReference& r, std::vector<TDependencyTarget>& out);
 
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const { return std::hash<std::string_view>()(s); }
+  };
+  template <class V>
+  using ByName = std::unordered_map<std::string, V, Hash, std::equal_to<>>;
+
   std::string m_Root;
   const std::vector<TTreeFile>& m_Files;
   bool m_KeepExternal;
-  std::map<std::string, uint32_t, std::less<>> m_FileByPath;
-  std::map<std::string, uint32_t, std::less<>> m_FolderByPath;
-  std::map<std::string, std::vector<uint32_t>, std::less<>> m_JavaNames;  // "pkg.Name" to files
-  std::map<std::string, uint32_t, std::less<>> m_JavaPackages;            // package to folder
-  std::map<std::string, std::vector<uint32_t>, std::less<>> m_Namespaces;  // C#
+  ByName<uint32_t> m_FileByPath;
+  ByName<uint32_t> m_FolderByPath;
+  ByName<std::vector<uint32_t>> m_JavaNames;   // "pkg.Name" to files
+  ByName<uint32_t> m_JavaPackages;             // package to folder
+  ByName<std::vector<uint32_t>> m_Namespaces;  // C#
   std::map<std::string, ScriptConfig> m_ScriptConfigs;                     // by folder
   std::map<std::string, GoModule> m_GoModules;                             // by folder
   std::map<std::string, const ScriptConfig*> m_ConfigOfDir;

@@ -59,6 +59,10 @@ TGitState inspectGitFolder(const std::string& folder, const std::string& git) {
   state.workTree = inside == "true";
   state.bare = bare == "true";
   state.shallow = shallow == "true";
+  if (state.workTree && capture(base + "rev-parse --show-prefix 2>/dev/null", out) == 0) {
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+    state.prefix = out;
+  }
   if (capture(base + "rev-parse --verify -q HEAD 2>/dev/null", out) == 0) {
     while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
     state.head = out;
@@ -135,8 +139,8 @@ void TGitLogReader::token(std::string_view t) {
   if (onChange) onChange(presentPath(std::string(path)), m_Added, m_Removed);
 }
 
-bool readGitLog(const std::string& folder, const std::string& since, TGitLogReader& reader, std::string& error,
-                const std::string& git) {
+bool readGitLog(const std::string& folder, const std::string& since, bool below, TGitLogReader& reader,
+                std::string& error, const std::string& git) {
   // git's complaints go to a file of their own: a warning amid the log
   // would read as a change.
   char errors[] = "/tmp/quorvel-git-XXXXXX";
@@ -147,9 +151,12 @@ bool readGitLog(const std::string& folder, const std::string& since, TGitLogRead
   }
   ::close(fd);
   std::string command = shellQuote(git) + " -C " + shellQuote(folder) +
-                        " -c core.quotepath=false log --numstat -z --relative " + TGitLogReader::formatOption();
+                        " -c core.quotepath=false log --numstat -z " + TGitLogReader::formatOption();
   if (!since.empty()) command += " " + shellQuote("--since=" + since);
-  command += " -- . 2>" + shellQuote(errors);
+  // Paths below the folder, relative to it: a filter that costs where the
+  // folder is the whole tree.
+  if (below) command += " --relative -- .";
+  command += " 2>" + shellQuote(errors);
   FILE* pipe = ::popen(command.c_str(), "r");
   if (!pipe) {
     ::unlink(errors);

@@ -18,6 +18,8 @@ struct TGitState {
   bool workTree = false;
   bool bare = false;
   bool shallow = false;
+  // The folder's path below the work tree's top, "" at the top itself.
+  std::string prefix;
   std::string head;  // the commit checked out; empty without commits
 };
 
@@ -61,8 +63,9 @@ class TGitLogReader {
 };
 
 // Runs git's log in `folder` and feeds the reader; `since` limits the
-// window (empty: everything). False with `error` set when git failed.
-bool readGitLog(const std::string& folder, const std::string& since, TGitLogReader& reader, std::string& error,
-                const std::string& git = "git");
+// window (empty: everything). `below` limits it to the folder where that is
+// not the whole work tree. False with `error` set when git failed.
+bool readGitLog(const std::string& folder, const std::string& since, bool below, TGitLogReader& reader,
+                std::string& error, const std::string& git = "git");
 
 }  // namespace quorvel

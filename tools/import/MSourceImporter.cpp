@@ -674,7 +674,7 @@ class Importer {
   std::mutex m_ReportMutex;
   TWords m_Words;
   std::vector<Definition> m_Definitions;
-  std::vector<std::tuple<uint32_t, uint32_t, std::string>> m_Edges;  // from node, to node, kind
+  std::vector<std::tuple<uint32_t, uint32_t, uint16_t>> m_Edges;  // from node, to node, kind's word
   // The folders by path relative to the root, "" the root, with their nodes.
   std::vector<std::pair<std::string, uint32_t>> m_Folders;
   // Per node, the distinct authors of its history, ascending.
@@ -974,7 +974,7 @@ void Importer::resolveIncludes() {
         continue;
       }
       ++m_Counts.includesResolved;
-      m_Edges.emplace_back(file.node, m_Files[m_FileByPath[found]].node, "include");
+      m_Edges.emplace_back(file.node, m_Files[m_FileByPath[found]].node, m_Words.id("include"));
     }
   }
 }
@@ -1015,7 +1015,7 @@ void Importer::resolveImports() {
       auto link = [&](long target) {
         if (target < 0) return false;
         const uint32_t to = m_Files[static_cast<size_t>(target)].node;
-        if (to != file.node && linked.insert(to).second) m_Edges.emplace_back(file.node, to, "import");
+        if (to != file.node && linked.insert(to).second) m_Edges.emplace_back(file.node, to, m_Words.id("import"));
         return true;
       };
       bool resolved = false;
@@ -1079,7 +1079,7 @@ void Importer::resolveInheritance() {
         continue;
       }
       ++m_Counts.inheritsResolved;
-      m_Edges.emplace_back(t.node, chosen->node, "inherits");
+      m_Edges.emplace_back(t.node, chosen->node, m_Words.id("inherits"));
     }
   }
 }
@@ -1099,6 +1099,8 @@ void Importer::resolveDependencies() {
   TDependencyResolver resolver(m_Root, folders, files, m_Options.keepExternal);
   std::vector<uint32_t> externalNodes;
   uint32_t externalFolder = kNone;
+  std::string lastKind;
+  uint16_t kindWord = 0;
   resolver.resolve([&](uint32_t from, const TDependencyTarget& to, const std::string& kind) {
     uint32_t target = 0;
     if (to.kind == TDependencyTarget::File) {
@@ -1112,7 +1114,11 @@ void Importer::resolveDependencies() {
                                         m_Words.id("package")));
       target = externalNodes[to.index];
     }
-    m_Edges.emplace_back(m_Files[from].node, target, kind);
+    if (kind != lastKind) {
+      lastKind = kind;
+      kindWord = m_Words.id(kind);
+    }
+    m_Edges.emplace_back(m_Files[from].node, target, kindWord);
   });
   for (const auto& note : resolver.notes()) status(note);
   for (const auto& [kind, c] : resolver.counts()) {
@@ -1187,7 +1193,7 @@ void Importer::readHistory(const fs::path& root) {
     }
   };
   std::string problem;
-  if (!readGitLog(root.string(), m_Options.since, reader, problem, m_Options.git)) {
+  if (!readGitLog(root.string(), m_Options.since, !state.prefix.empty(), reader, problem, m_Options.git)) {
     status("History: " + problem + ": the history is left out");
     for (Node& n : m_Nodes) n.commits = -1;
     m_Authors.clear();
@@ -1272,7 +1278,7 @@ void Importer::writeTree() {
   for (const auto& [from, to, kind] : m_Edges) {
     ++eid;
     edges.bind(1, eid).bind(2, int64_t(m_Nodes[from].nid)).bind(3, int64_t(m_Nodes[to].nid)).run();
-    edgeattr.bind(1, eid).bind(2, kind).run();
+    edgeattr.bind(1, eid).bind(2, m_Words.text(kind)).run();
   }
   m_Counts.edges = static_cast<uint64_t>(eid);
   m_Rows.reset();
