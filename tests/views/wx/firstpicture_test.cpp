@@ -73,10 +73,12 @@ TEST(FirstPicture, TheProjectsOwnSourceOpensFoldedToTheBudgetWithAWhiteDiskAndUn
   ASSERT_GT(all, 1000u);
   EXPECT_GT(static_cast<double>(white) / all, 0.5) << white << " of " << all << " pixels of the disk are white";
 
-  // A double click on a folded folder shows its children and no deeper.
+  // A double click on a folded folder (one with nodes below it) shows its
+  // children and no deeper.
   const TVisualNode* target = nullptr;
   for (const TVisualNode* row : v.impl->m_Rows)
-    if (row->collapsed && row->current.visible && (!target || row->current.width > target->current.width))
+    if (row->collapsed && row->rgt > row->lft + 1 && row->current.visible &&
+        (!target || row->current.width > target->current.width))
       target = row;
   ASSERT_TRUE(target);
   const uint32_t lft = target->lft;
