@@ -94,7 +94,7 @@ void TChildFrame::focusContent() {
 }
 
 void TChildFrame::OnClose(wxCloseEvent& event) {
-  if (!hasProcessor) {
+  if (!hasProcessor && !(guiMgr() && guiMgr()->closing)) {
     event.Veto();
     return;
   }

@@ -170,6 +170,9 @@ class TGuiMgr {
   wxAuiMDIParentFrame* mainframe;
   std::map<wxWindow*, TChildFrame*> window2frame;
   wxMenu* activepopupmenu = nullptr;
+  // The main window is closing: windows that keep themselves open (those
+  // of no processor, as the flow canvases) go with it.
+  bool closing = false;
 
   // Builds a child frame with that title and processor, calls ctor(frame)
   // for its content, and shows it.

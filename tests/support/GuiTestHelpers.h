@@ -85,6 +85,13 @@ struct App {
     me.setCommandQueue(TPyRef::steal(pybind11::list().release().ptr()));
     if (me.flowlayout) me.flowlayout->destroy();
     frame->timer.Stop();
+    // Windows of no processor (the flow canvases) go before the frame, as
+    // closing the frame takes them.
+    if (!frame->IsBeingDeleted() && guiMgr()) {
+      guiMgr()->closing = true;
+      for (auto* child : windowsIn<TChildFrame>(frame))
+        if (!child->IsBeingDeleted()) child->Close(true);
+    }
     if (!frame->IsBeingDeleted()) frame->Destroy();
     wxYield();
     me.mainwindow.reset();

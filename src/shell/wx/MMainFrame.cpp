@@ -1,4 +1,5 @@
 #include "MMainFrame.h"
+#include "MFlowCanvas.h"
 
 #include <wx/choicdlg.h>
 #include <wx/dir.h>
@@ -126,10 +127,12 @@ TMainFrame::TMainFrame(Clock clock)
   statusbar = CreateStatusBar(1, wxSTB_DEFAULT_STYLE & ~wxSTB_SIZEGRIP);
   publishGuiObjects();
 
+  setUpNetworks("library");
+  // Those who build networks see them live: the library's and the running
+  // one, each on a canvas of its own.
   if (me.cmdoptions && !me.cmdoptions.isNone() &&
       py::bool_(py::getattr(py::handle(me.cmdoptions.get()), "showflow", py::none())))
-    logInfo("The flow canvases are not part of this build; --showflow opens none");
-  setUpNetworks("library");
+    openFlowCanvases(this);
 
   Show();
   timer.SetOwner(this);
@@ -472,6 +475,7 @@ void TMainFrame::OnAbout() {
 void TMainFrame::OnVisitWebsite() { wxLaunchDefaultBrowser(wxText(brandingText("website"))); }
 
 void TMainFrame::OnClose(wxCloseEvent& event) {
+  if (guiMgr()) guiMgr()->closing = true;
   if (shellHooks().closing) shellHooks().closing();
   if (me.flowlayout) {
     try {
