@@ -16,6 +16,8 @@
 #include "support/GuiTestSetup.h"
 #include "support/RadialPixels.h"
 #include "automation/MExecutor.h"
+#include "shell/wx/MFlowCanvas.h"
+#include "widgets/MGui.h"
 #include "engine/MFlowManager.h"
 #include "engine/MMediator.h"
 #include "engine/MPython.h"
@@ -505,6 +507,139 @@ void BM_HebPick(benchmark::State& state) {
   state.counters["hits"] = static_cast<double>(hits);
 }
 
+// The running network of five views with their panes on "Flow layout",
+// the whole network in sight.
+struct FlowSession : ViewSession {
+  TFlowCanvas* canvas = nullptr;
+  FlowSession() : ViewSession("openView('heb')", "", false) {
+    me.appendCommand("openView('treemap')");
+    settle();
+    frame->OnInstantiateLibBox("BTreeView", TInstantiateOptions{{{"gui title", "Tree"}}, {}});
+    frame->OnInstantiateLibBox("BTableLens", TInstantiateOptions{{{"gui title", "Table"}},
+                                                                {{"attributes", "node attributes"},
+                                                                 {"selections", "node selections"},
+                                                                 {"primary selection", "node primary selection"},
+                                                                 {"brushed", "brushed nodes"}}});
+    settle();
+    openFlowCanvases(frame);
+    std::vector<TFlowCanvas*> all;
+    collectFlowCanvases(frame, all);
+    for (auto* c : all)
+      if (c->flowmgr() == me.flowlayout) canvas = c;
+    if (!canvas) return;
+    if (auto* child = dynamic_cast<TChildFrame*>(canvas->GetParent())) child->activateWithFocus();
+    for (int i = 0; i < 200 && !canvas->IsShownOnScreen(); ++i) wxYield();
+    canvas->camerapos = TVector2(10.0f, 20.0f);
+    canvas->paintNow(false);
+  }
+  static void collectFlowCanvases(wxWindow* w, std::vector<TFlowCanvas*>& out) {
+    if (auto* c = dynamic_cast<TFlowCanvas*>(w)) out.push_back(c);
+    for (wxWindow* child : w->GetChildren()) collectFlowCanvases(child, out);
+  }
+  // The same picture as a display list, made once by the canvas's own
+  // drawing: the bare floor of a repaint or a pick.
+  GLuint compiled(bool picking) {
+    canvas->setCurrent();
+    const GLuint list = glGenLists(1);
+    canvas->picking = picking;
+    glNewList(list, GL_COMPILE);
+    canvas->OnDraw();
+    glEndList();
+    canvas->picking = false;
+    return list;
+  }
+  size_t processors() const {
+    size_t n = 0;
+    std::function<void(const TAbstractBox&)> count = [&](const TAbstractBox& b) {
+      n += b.m_Processors.size();
+      for (const auto& c : b.m_Children) count(*c);
+    };
+    count(*me.flowlayout);
+    return n;
+  }
+};
+
+// A repaint of the canvas against replaying a display list of the same
+// boxes, lines and texts in a bare frame.
+void BM_FlowCanvasRepaint(benchmark::State& state) {
+  FlowSession s;
+  if (!s.canvas) return state.SkipWithError("no flow canvas");
+  const bool bare = state.range(0) != 0;
+  const GLuint list = s.compiled(false);
+  for (auto _ : state) {
+    if (!bare) {
+      s.canvas->paintNow(false);
+    } else {
+      s.canvas->setCurrent();
+      glClearColor(1, 1, 1, 1);
+      glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+      s.canvas->OnSetMatrices();
+      glCallList(list);
+      glFinish();
+    }
+  }
+  glDeleteLists(list, 1);
+  state.counters["processors"] = static_cast<double>(s.processors());
+}
+
+// A pick as the mouse makes it, against a bare selection pass over the
+// same names.
+void BM_FlowCanvasPick(benchmark::State& state) {
+  FlowSession s;
+  if (!s.canvas) return state.SkipWithError("no flow canvas");
+  const bool bare = state.range(0) != 0;
+  const GLuint list = s.compiled(true);
+  const wxSize c = s.canvas->GetClientSize();
+  // On the radial view's processor, inside its box.
+  TProcessorPtr heb = me.flowlayout->getBoxByType("BHebView")->getProcessorByName("heb vis");
+  s.canvas->camerapos = TVector2(c.GetWidth() / 3.0f - heb->m_Area.tl.x, c.GetHeight() / 3.0f - heb->m_Area.tl.y);
+  const GLuint shifted = s.compiled(true);
+  glDeleteLists(list, 1);
+  const wxPoint at(c.GetWidth() / 3 + 5, c.GetHeight() / 3 + 5);
+  size_t hits = 0;
+  for (auto _ : state) {
+    if (!bare) {
+      hits = s.canvas->objectsAt(at).size();
+    } else {
+      s.canvas->setCurrent();
+      glViewport(0, 0, c.GetWidth(), c.GetHeight());
+      s.canvas->commonrenderer->enterSelectMode(at.x, c.GetHeight() - at.y, 4, 4, false);
+      glOrtho(0, c.GetWidth(), 0, c.GetHeight(), -3, 3);
+      glCallList(shifted);
+      hits = s.canvas->commonrenderer->exitSelectMode().size();
+    }
+  }
+  glDeleteLists(shifted, 1);
+  state.counters["hits"] = static_cast<double>(hits);
+}
+
+// A box of 1,000 processors dragged by the mouse: each step moves all it
+// holds and sizes the boxes again.
+void BM_FlowCanvasDragBox(benchmark::State& state) {
+  FlowSession s;
+  if (!s.canvas) return state.SkipWithError("no flow canvas");
+  auto box = makeBox("dragged");
+  me.flowlayout->addBox(box);
+  for (int i = 0; i < 1000; ++i) addProcessorAt(*box, "TGetCount", 3000.0f + (i % 40) * 90.0f, 3000.0f + (i / 40) * 40.0f);
+  me.flowlayout->computeSize();
+  s.canvas->draggingflowobject = box;
+  wxPoint at(100, 100);
+  wxMouseEvent first(wxEVT_MOTION);
+  first.SetPosition(at);
+  first.m_leftDown = true;
+  s.canvas->pendingrefresh = false;
+  s.canvas->OnMouseMotion(first);
+  for (auto _ : state) {
+    at.x += 1;
+    wxMouseEvent step(wxEVT_MOTION);
+    step.SetPosition(at);
+    step.m_leftDown = true;
+    s.canvas->pendingrefresh = false;  // the paint between steps is not timed
+    s.canvas->OnMouseMotion(step);
+  }
+  state.counters["moved_x"] = box->m_Area.tl.x - 3000.0f;
+}
+
 // The treemap of the same dataset: every node a tile.
 struct TreemapSession : ViewSession {
   TTreemapProcessorImplementation* impl = nullptr;
@@ -774,6 +909,9 @@ BENCHMARK(BM_TreemapRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::k
 BENCHMARK(BM_TreemapPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HebRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_HebPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FlowCanvasRepaint)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FlowCanvasPick)->ArgName("bare")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FlowCanvasDragBox)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenDatasetToPaintedList)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_ListFirstPaintFromPins)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
 BENCHMARK(BM_QuietApplicationCpu)->Unit(benchmark::kSecond)->Iterations(1);

@@ -42,6 +42,15 @@ TFlowCanvas::TFlowCanvas(wxWindow* parent, std::shared_ptr<TCommonRenderer> rend
   });
 }
 
+TFlowCanvas::~TFlowCanvas() {
+  if (m_PickList && setCurrent()) glDeleteLists(m_PickList, 1);
+}
+
+bool TFlowCanvas::pickListValid() const {
+  return m_PickList && m_PickEpoch == TFlowEpoch::now() && m_PickEdits == m_Edits && m_PickCamera.x == camerapos.x &&
+         m_PickCamera.y == camerapos.y && m_PickSize == size;
+}
+
 void TFlowCanvas::OnSetMatrices() {
   glViewport(0, 0, size.GetWidth(), size.GetHeight());
   glMatrixMode(GL_PROJECTION);
@@ -69,6 +78,10 @@ void TFlowCanvas::drawText(float x, float y, const std::string& text) {
 }
 
 void TFlowCanvas::OnDraw() {
+  if (picking && !m_CompilingPickList && pickListValid()) {
+    glCallList(m_PickList);
+    return;
+  }
   auto mgr = flowmgr ? flowmgr() : nullptr;
   glMatrixMode(GL_MODELVIEW);
   glLoadIdentity();
@@ -147,6 +160,18 @@ std::vector<std::shared_ptr<TFlowObject>> TFlowCanvas::objectsAt(const wxPoint& 
   }
   if (!setCurrent()) return {};
   glViewport(0, 0, size.GetWidth(), size.GetHeight());
+  if (!pickListValid()) {
+    if (!m_PickList) m_PickList = glGenLists(1);
+    m_CompilingPickList = picking = true;
+    glNewList(m_PickList, GL_COMPILE);
+    OnDraw();
+    glEndList();
+    m_CompilingPickList = picking = false;
+    m_PickEpoch = TFlowEpoch::now();
+    m_PickEdits = m_Edits;
+    m_PickCamera = camerapos;
+    m_PickSize = size;
+  }
   const auto saved = mousepos;
   mousepos = at;
   const auto hits = Pick();
@@ -186,6 +211,7 @@ void TFlowCanvas::OnMouseMotion(wxMouseEvent& evt) {
     if (auto proc = std::dynamic_pointer_cast<TAbstractProcessor>(draggingflowobject)) proc->m_Area.move(v);
     if (auto box = std::dynamic_pointer_cast<TAbstractBox>(draggingflowobject)) moveBox(*box, v);
     if (auto mgr = flowmgr ? flowmgr() : nullptr) mgr->computeSize();
+    ++m_Edits;
   } else {
     hover(at);
   }
@@ -358,6 +384,7 @@ void TFlowCanvas::showContextMenu(const std::shared_ptr<TFlowObject>& under, con
   });
   PopupMenu(&menu, at);
   mgr->computeSize();
+  ++m_Edits;
   refresh();
 }
 
@@ -402,6 +429,7 @@ void TFlowCanvas::keyAt(int key, bool control, const wxPoint& at) {
     logError(std::string("Flow canvas: ") + e.what());
   }
   mgr->computeSize();
+  ++m_Edits;
   refresh();
 }
 

@@ -16,6 +16,7 @@ class TFlowCanvas : public TGlCanvasBase, public TFlowCanvasCpp {
   // managers may be replaced while the window lives.
   TFlowCanvas(wxWindow* parent, std::shared_ptr<TCommonRenderer> renderer,
               std::function<std::shared_ptr<TFlowManager>()> network);
+  ~TFlowCanvas() override;
 
   std::function<std::shared_ptr<TFlowManager>()> flowmgr;
   std::vector<TFlowClassMenu> processors;
@@ -50,6 +51,18 @@ class TFlowCanvas : public TGlCanvasBase, public TFlowCanvasCpp {
   void hover(const wxPoint& at);
   void showContextMenu(const std::shared_ptr<TFlowObject>& obj, const wxPoint& at);
   std::optional<std::string> askText(const std::string& prompt, const std::string& value);
+  // The picture of names for picks, kept while the network and the camera
+  // stay as they were: the mouse picks at every motion.
+  bool pickListValid() const;
+  GLuint m_PickList = 0;
+  bool m_CompilingPickList = false;
+  uint64_t m_PickEpoch = 0;
+  unsigned m_PickEdits = 0;
+  TVector2 m_PickCamera;
+  wxSize m_PickSize;
+  // Counts the canvas's own edits that move things without the network
+  // knowing (drags).
+  unsigned m_Edits = 0;
   std::optional<wxPoint> m_LeftDown;
 };
 

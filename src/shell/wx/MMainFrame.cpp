@@ -150,6 +150,19 @@ TMainFrame::TMainFrame(Clock clock)
 
 TMainFrame::~TMainFrame() {
   timer.Stop();
+  // Child windows still here (those of no processor, as the flow canvases)
+  // go while the notebook that holds them stands: the base class would take
+  // them after it.
+  std::vector<TChildFrame*> children;
+  std::function<void(wxWindow*)> collect = [&](wxWindow* w) {
+    for (wxWindow* child : w->GetChildren()) {
+      if (auto* frame = dynamic_cast<TChildFrame*>(child)) children.push_back(frame);
+      else collect(child);
+    }
+  };
+  collect(this);
+  if (guiMgr()) guiMgr()->closing = true;
+  for (TChildFrame* child : children) delete child;
   if (appServices() == this) setAppServices(nullptr);
   if (iconImageList() == &imagelist) setIconImageList(nullptr);
   if (g_MainFrame == this) g_MainFrame = nullptr;
