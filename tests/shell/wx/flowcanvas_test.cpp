@@ -4,6 +4,8 @@
 // rubber band's choice grouped.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "data/MValues.h"
 #include "engine/MPython.h"
 #include "shell/wx/MFlowCanvas.h"
@@ -115,4 +117,27 @@ TEST(FlowCanvasWindow, TheRunningNetworkIsDrawnAndEditedByMouseAndKeys) {
   canvas->keyAt('D', false, pinCentre(*canvas, hook->getInputPinByName("in")));
   EXPECT_TRUE(hook->getInputPinByName("in")->m_Connectors.empty());
   EXPECT_EQ(hook->m_InputPins.size(), 1u);
+
+  // Ctrl-V with nothing copied says so and changes nothing; after Ctrl-C on
+  // the group's box it pastes a copy of the box where the mouse is.
+  std::filesystem::remove("clipboard.db");
+  const size_t before = me.flowlayout->m_Children.size();
+  canvas->keyAt('V', true, onScreen(*canvas, 5200.0f, 5200.0f));
+  EXPECT_EQ(me.flowlayout->m_Children.size(), before);
+  EXPECT_NE(me.logger->getLastMessages().find("Cannot paste"), std::string::npos);
+  canvas->keyAt('C', true, onScreen(*canvas, group->m_Area.br.x - 3.0f, group->m_Area.br.y - 3.0f));  // its margin
+  canvas->keyAt('V', true, onScreen(*canvas, 5200.0f, 5200.0f));
+  ASSERT_EQ(me.flowlayout->m_Children.size(), before + 1);
+  EXPECT_EQ(me.flowlayout->m_Children.back()->m_Processors.size(), 1u) << "the copy holds the source";
+
+  // An edit of a view's box on the canvas is stored with the perspective
+  // and comes back with it.
+  auto added = addProcessorAt(*view, "TGetCount", heb->m_Area.tl.x, heb->m_Area.br.y + 200.0f);
+  added->m_KeyName = "added on the canvas";
+  me.flowlayout->store(me.flowlayout->m_Children, "edited.qvperspective");
+  app.run("openPerspective('edited.qvperspective')");
+  app.finishAnimations();
+  TBoxPtr reopened = me.flowlayout->getBoxByType("BHebView");
+  ASSERT_TRUE(reopened);
+  EXPECT_TRUE(reopened->getProcessorByName("added on the canvas"));
 }
