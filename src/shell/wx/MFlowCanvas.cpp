@@ -12,6 +12,7 @@
 #include "engine/MRegistry.h"
 #include "engine/MSources.h"
 #include "render/wx/MCommonRenderer.h"
+#include "widgets/MControlWidgets.h"
 #include "widgets/MGui.h"
 
 namespace quorvel {
@@ -337,6 +338,8 @@ void TFlowCanvas::showContextMenu(const std::shared_ptr<TFlowObject>& under, con
       entry(menu, item, [this] { camerapos = TVector2(0.0f, 0.0f); });
       menu.AppendSeparator();
       classTree(menu, [box, where](const std::string& name) { addProcessorAt(*box, name, where.x, where.y); });
+      menu.AppendSeparator();
+      entry(menu, "All settings", [box] { constructAllSettingsPanel(box); });
     } else if (item == "Rename input" || item == "Rename output") {
       entry(menu, item, [this, proc, item] {
         TPinPtr p = item == "Rename input" ? proc->getOnlyInputPin() : proc->getOnlyOutputPin();

@@ -4,6 +4,7 @@
 // rubber band's choice grouped.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "data/MValues.h"
@@ -11,6 +12,7 @@
 #include "shell/wx/MFlowCanvas.h"
 #include "support/GuiTestHelpers.h"
 #include "support/Pictures.h"
+#include "views/wx/MHebProcessor.h"
 
 using namespace quorvel;
 using namespace quorvel::test;
@@ -63,6 +65,47 @@ TEST(FlowCanvasWindow, TheRunningNetworkIsDrawnAndEditedByMouseAndKeys) {
   TProcessorPtr heb = view->getProcessorByName("heb vis");
   canvas->camerapos = TVector2(40.0f - heb->m_Area.tl.x, 60.0f - heb->m_Area.tl.y);
   EXPECT_EQ(hoveredObject(canvas->objectsAt(centreOf(*canvas, heb->m_Area))), heb);
+
+  // Rewired on the canvas, the view changes: D and R on the input of its
+  // folded edges leave the disk without bundles; two clicks join it again.
+  auto* radial = view->getProcessorByType<THebProcessor>()->implementation();
+  ASSERT_TRUE(radial);
+  TChildFrame* radialFrame = nullptr;
+  for (wxWindow* w = radial->canvas.get(); w && !radialFrame; w = w->GetParent()) radialFrame = dynamic_cast<TChildFrame*>(w);
+  ASSERT_TRUE(radialFrame);
+  auto show = [&](TChildFrame* f, wxWindow* w) {
+    f->activateWithFocus();
+    pumpUntil([&] { return w->IsShownOnScreen(); });
+  };
+  // The coloured pixels about the middle of the radial view, as its tab
+  // shows it; then back to the canvas.
+  auto coloured = [&] {
+    app.settle();
+    app.finishAnimations();
+    show(radialFrame, radial->canvas.get());
+    const wxImage p = freshPaint(radial->canvas.get());
+    show(frame, canvas);
+    const wxSize s = radial->canvas->GetClientSize();
+    size_t n = 0;
+    for (int y = s.y / 3; y < 2 * s.y / 3; ++y)
+      for (int x = s.x / 3; x < 2 * s.x / 3; ++x)
+        n += std::max({p.GetRed(x, y), p.GetGreen(x, y), p.GetBlue(x, y)}) -
+                 std::min({p.GetRed(x, y), p.GetGreen(x, y), p.GetBlue(x, y)}) > 60;
+    return n;
+  };
+  const size_t bundled = coloured();
+  EXPECT_GT(bundled, 50u) << "the bundles cross the middle";
+  TPinPtr edgesIn = heb->getInputPinByName("edge collapsed");
+  TPinPtr edgesOut = view->getProcessorByName("view edge collapser")->getOutputPinByName("out");
+  canvas->keyAt('D', false, pinCentre(*canvas, edgesIn));
+  ASSERT_TRUE(edgesIn->m_Connectors.empty());
+  canvas->keyAt('R', false, pinCentre(*canvas, edgesIn));  // and its last value goes
+  EXPECT_LT(coloured(), bundled / 10) << "no folded edges, no bundles";
+  canvas->clickAt(pinCentre(*canvas, edgesOut));
+  canvas->clickAt(pinCentre(*canvas, edgesIn));
+  ASSERT_EQ(edgesIn->m_Connectors.size(), 1u);
+  EXPECT_GT(coloured(), bundled / 2) << "joined again, the bundles are back";
+  if (std::getenv("QUORVEL_TEST_PICTURES")) freshPaint(canvas).SaveFile("flowcanvas-view.png", wxBITMAP_TYPE_PNG);
 
   // Two processors away from the rest, joined by a click on an output pin
   // and one on an input pin: the value arrives on the next pass.
