@@ -235,9 +235,7 @@ void BM_TreemapLayout(benchmark::State& state) {
     impl.process();
     proc->m_PinsToReset.clear();
   }
-  const double bytes = static_cast<double>(impl.m_Nodes.capacity() * sizeof(TTreemapNode) +
-                                           impl.m_Shown.capacity() * sizeof(TTreemapSlot) +
-                                           impl.m_Groups.capacity() * sizeof(TTreemapGroup));
+  const double bytes = static_cast<double>(impl.stateBytes());
   state.counters["nodes"] = static_cast<double>(impl.m_Nodes.size());
   state.counters["bytes/node"] = bytes / static_cast<double>(impl.m_Nodes.size());
 }

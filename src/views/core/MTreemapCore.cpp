@@ -55,6 +55,7 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
   if (!collapsed) return p->setError("Missing input collapsed");
   auto flatten = dataAs<TIntegerSetData>(p->m_Flatten);
   auto flatten2 = dataAs<TIntegerSetData>(p->m_Flatten2);
+  m_Rows = rows;
   if (rows->m_Rows.empty()) return;
 
   // Each row is written once, in order.
@@ -96,8 +97,6 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     const THierarchyRow& row = rows->m_Rows[i];
     TTreemapNode n;
     n.nid = row.nid;
-    n.lft = row.lft;
-    n.rgt = row.rgt;
     if (i == 0) {
       groups.push_back(0);
       m_Nodes.push_back(n);
@@ -107,10 +106,13 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     bool found = false;
     n.collapsed = collapsedOf(row.nid, found);
     if (!found) throw std::runtime_error("collapsed value for this node not found");
-    while (groups.size() > 1 && !(m_Nodes[groups.back()].lft <= row.lft && m_Nodes[groups.back()].rgt >= row.rgt))
-      groups.pop_back();
+    auto encloses = [&](uint32_t g) {
+      const THierarchyRow& o = rows->m_Rows[g];
+      return o.lft <= row.lft && o.rgt >= row.rgt;
+    };
+    while (groups.size() > 1 && !encloses(groups.back())) groups.pop_back();
     TTreemapNode& top = m_Nodes[groups.back()];
-    ++top.childCount;
+    top.hasChildren = true;
     n.parent = groups.back();
     n.level = static_cast<uint16_t>(std::min<uint32_t>(top.level + 1u, 65535u));
     m_MaxLevel = std::max<uint32_t>(m_MaxLevel, n.level);
@@ -125,23 +127,17 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
   auto attr = dataAs<TFloatAttributeData>(p->m_NodeAreaAttrOrdnorm);
   const float maximum = attr ? attr->getMaximumValue() : 0;
   auto order = dataAs<TFloatAttributeData>(p->m_NodeOrderAttrOrdnorm);
-  auto before = [&](const TTreemapSlot& a, const TTreemapSlot& b) {
-    if (!order) return a.area > b.area;
-    if (a.hasKey != b.hasKey) return !a.hasKey;
-    return a.hasKey && a.key < b.key;
-  };
-  m_Shown.clear();
-  m_Shown.reserve(m_Nodes.size());
-  m_Groups.clear();
-  m_Waiting.clear();
+  const size_t count = m_Nodes.size();
   // Children stand after their parents, so going up from the last row
-  // every node meets its children waiting on top of the stack, where they
-  // were put after its later siblings had taken theirs.
-  for (size_t i = m_Nodes.size(); i-- > 0;) {
+  // every node has met all its children when it comes, and its family
+  // stands on top of the stack.
+  m_Families.clear();
+  uint32_t cursor = 0;
+  for (size_t i = count; i-- > 0;) {
     TTreemapNode& n = m_Nodes[i];
-    n.firstShown = static_cast<uint32_t>(m_Shown.size());
-    n.shownCount = n.innerCount = 0;
-    if (n.childCount == 0) {
+    n.firstShown = cursor;
+    n.shownCount = 0;
+    if (!n.hasChildren) {
       if (!attr) {
         n.area = 1;
       } else {
@@ -151,36 +147,61 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
         n.area = a > 0 ? static_cast<uint32_t>(std::min(a, 4e9)) : 0;
       }
     } else {
-      uint64_t sum = 0;
-      size_t top = m_Waiting.size();
-      while (top > 0 && m_Waiting[top - 1].parent == i) --top;
-      for (size_t w = top; w < m_Waiting.size(); ++w) {
-        sum += m_Waiting[w].slot.area;
-        if (m_Waiting[w].slot.area > 0) m_Shown.push_back(m_Waiting[w].slot);
-      }
-      m_Waiting.resize(top);
-      n.area = static_cast<uint32_t>(std::min<uint64_t>(sum, 0xffffffffu));
-      n.shownCount = static_cast<uint32_t>(m_Shown.size()) - n.firstShown;
-      // A shown child is a group of tiles (inner) when it shows children
-      // of its own; groups come first, each part sorted.
-      auto begin = m_Shown.begin() + n.firstShown, end = m_Shown.end();
-      auto split = std::partition(begin, end, [](const TTreemapSlot& c) { return c.inner(); });
-      n.innerCount = static_cast<uint32_t>(split - begin);
-      std::sort(begin, split, before);
-      std::sort(split, end, before);
-      if (n.shownCount > 0) m_Groups.push_back({static_cast<uint32_t>(i), n.area, n.firstShown, n.shownCount, n.innerCount, {}});
+      if (m_Families.empty() || m_Families.back().parent != i)
+        throw std::runtime_error("TTreeMapRenderer: the tiles are not in the order of the hierarchy");
+      n.area = m_Families.back().area;
+      n.shownCount = m_Families.back().count;
+      m_Families.pop_back();
+      cursor += n.shownCount;
+      // Its rectangle is written by its parent's layout.
+      n.box = TLayoutBox{};
     }
     if (i == 0) break;
-    TTreemapSlot slot;
-    slot.node = static_cast<uint32_t>(i);
-    slot.area = n.area;
-    if (n.shownCount > 0) slot.group = static_cast<uint32_t>(m_Groups.size() - 1);
-    if (order && n.area > 0) {
+    if (m_Families.empty() || m_Families.back().parent != n.parent) m_Families.push_back({n.parent, 0, 0});
+    TFamily& f = m_Families.back();
+    const uint32_t sum = f.area + n.area;
+    f.area = sum < f.area ? 0xffffffffu : sum;
+    f.count += n.area > 0 ? 1 : 0;
+  }
+  m_Shown.resize(cursor);
+
+  // A shown child is a group of tiles (inner) when it shows children of
+  // its own; groups come first, each part sorted.
+  auto larger = [](const TTreemapSlot& a, const TTreemapSlot& b) { return a.area > b.area; };
+  auto before = [](const TKeyed& a, const TKeyed& b) {
+    if (a.hasKey != b.hasKey) return !a.hasKey;
+    return a.hasKey && a.key < b.key;
+  };
+  auto sortPart = [&](TTreemapSlot* begin, TTreemapSlot* end) {
+    if (!order) return std::sort(begin, end, larger);
+    m_KeyScratch.clear();
+    for (TTreemapSlot* s = begin; s != end; ++s) {
       bool found = false;
-      slot.key = order->getValueById(n.nid, found);
-      slot.hasKey = found;
+      const float key = order->getValueById(m_Nodes[s->node].nid, found);
+      m_KeyScratch.push_back({key, found, *s});
     }
-    m_Waiting.push_back({n.parent, slot});
+    std::sort(m_KeyScratch.begin(), m_KeyScratch.end(), before);
+    for (const TKeyed& k : m_KeyScratch) *begin++ = k.slot;
+  };
+  // The children are placed in the order they come, the last first.
+  m_Families.clear();
+  for (size_t i = count; i-- > 0;) {
+    const TTreemapNode& n = m_Nodes[i];
+    if (n.shownCount > 0) {
+      m_Families.pop_back();
+      TTreemapSlot* begin = m_Shown.data() + n.firstShown;
+      TTreemapSlot* end = begin + n.shownCount;
+      TTreemapSlot* split = std::partition(begin, end, [](const TTreemapSlot& c) { return c.inner(); });
+      sortPart(begin, split);
+      sortPart(split, end);
+    }
+    if (i == 0 || n.area == 0) continue;
+    if (m_Families.empty() || m_Families.back().parent != n.parent)
+      m_Families.push_back({n.parent, m_Nodes[n.parent].firstShown, 0});
+    TTreemapSlot& slot = m_Shown[m_Families.back().count++];
+    slot.node = static_cast<uint32_t>(i);
+    slot.group = n.shownCount > 0;
+    slot.area = n.area;
   }
 }
 
@@ -188,21 +209,24 @@ void TTreemapProcessorImplementationCpp::layout() {
   const float w = m_Converter->width, h = m_Converter->height;
   const float m = std::max(w, h);
   if (!(m > 0)) return;
-  TTreemapNode& root = m_Nodes[0];
-  root.box = TLayoutBox{0, 0, w / m, h / m};
   m_Unit = m;
   computeAreas();
+  m_Nodes[0].box = TLayoutBox{0, 0, w / m, h / m};
   // A group's rectangle is written by its parent's layout, which comes
   // first going down the list.
-  if (!m_Groups.empty() && m_Groups.back().node == 0) {
-    m_Groups.back().rect = TTreemapRect{0, h / m, 0, w / m};
-    for (size_t g = m_Groups.size(); g-- > 0;) layoutChildren(m_Groups[g]);
-  }
+  for (const TTreemapNode& n : m_Nodes)
+    if (n.shownCount > 0) layoutChildren(n);
   m_Nodes[0].toosmall = std::min(w, h) < m_SmallestSide;
 }
 
-void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapGroup& node) {
-  TTreemapRect r = node.rect;
+size_t TTreemapProcessorImplementationCpp::stateBytes() const {
+  return m_Nodes.capacity() * sizeof(TTreemapNode) + m_Shown.capacity() * sizeof(TTreemapSlot) +
+         m_Families.capacity() * sizeof(TFamily) + m_KeyScratch.capacity() * sizeof(TKeyed) +
+         m_RowScratch.capacity() * sizeof(uint32_t);
+}
+
+void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapNode& node) {
+  TTreemapRect r{node.box.y0, node.box.y1, node.box.x0, node.box.x1};
   if (r.y1 <= r.y0 || node.area == 0) return;
   auto axisOf = [](const TTreemapRect& q) { return q.length(0) < q.length(1) ? 1 : 0; };
   int a = axisOf(r);
@@ -241,11 +265,11 @@ void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapGroup& nod
     TTreemapRect strip = r;
     if (a == 1) {
       strip.x1 = std::min(lo + Lc, hi);
-      layoutRow(strip, node, rowStart, rowCount, a, k);
+      layoutRow(strip, rowStart, rowCount, a, k);
       r.x0 = strip.x1;
     } else {
       strip.y0 = std::max(hi - Lc, lo);
-      layoutRow(strip, node, rowStart, rowCount, a, k);
+      layoutRow(strip, rowStart, rowCount, a, k);
       r.y1 = strip.y0;
     }
     a = axisOf(r);
@@ -258,23 +282,23 @@ void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapGroup& nod
     best = 1e10;
     minU = maxU = A * static_cast<double>(k);
   }
-  if (side > 0 && rowCount > 0) layoutRow(r, node, rowStart, rowCount, a, k);
+  if (side > 0 && rowCount > 0) layoutRow(r, rowStart, rowCount, a, k);
 }
 
-void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, const TTreemapGroup& node, size_t first,
-                                                    size_t count, int a, float k) {
+void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, size_t first, size_t count, int a,
+                                                    float k) {
   const int b = strip.length(0) < strip.length(1) ? 1 : 0;
   const float across = strip.length(1 - b);
   if (!(across > 0) || count == 0) return;
-  const size_t innerEnd = node.firstShown + node.innerCount;
   // Groups first, then tiles; along y each part in reverse.
-  const size_t innerFirst = first, innerLast = std::min(first + count, std::max(first, innerEnd));
+  size_t innerLast = first;
+  while (innerLast < first + count && m_Shown[innerLast].inner()) ++innerLast;
   std::vector<uint32_t>& order = m_RowScratch;
   order.clear();
   if (a == 1) {
     for (size_t j = first; j < first + count; ++j) order.push_back(static_cast<uint32_t>(j));
   } else {
-    for (size_t j = innerLast; j-- > innerFirst;) order.push_back(static_cast<uint32_t>(j));
+    for (size_t j = innerLast; j-- > first;) order.push_back(static_cast<uint32_t>(j));
     for (size_t j = first + count; j-- > innerLast;) order.push_back(static_cast<uint32_t>(j));
   }
   float pos = strip.lo(b);
@@ -293,7 +317,6 @@ void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, co
     n.box = TLayoutBox{box.x0, box.y0, box.x1, box.y1};
     // Sizes in pixels: the unit is the longer side of the canvas.
     n.toosmall = std::min(box.x1 - box.x0, box.y1 - box.y0) * m_Unit < m_SmallestSide;
-    if (slot.inner()) m_Groups[slot.group].rect = box;
     pos = end;
   }
 }
@@ -310,9 +333,10 @@ void TTreemapProcessorImplementationCpp::eachShown(F f) const {
 }
 
 const TTreemapNode* TTreemapProcessorImplementationCpp::findByLft(uint32_t lft) const {
-  auto it = std::lower_bound(m_Nodes.begin(), m_Nodes.end(), lft,
-                             [](const TTreemapNode& n, uint32_t v) { return n.lft < v; });
-  return it != m_Nodes.end() && it->lft == lft ? &*it : nullptr;
+  if (!m_Rows || m_Rows->m_Rows.size() < m_Nodes.size()) return nullptr;
+  const auto begin = m_Rows->m_Rows.begin(), end = begin + static_cast<std::ptrdiff_t>(m_Nodes.size());
+  auto it = std::lower_bound(begin, end, lft, [](const THierarchyRow& r, uint32_t v) { return r.lft < v; });
+  return it != end && it->lft == lft ? &m_Nodes[static_cast<size_t>(it - begin)] : nullptr;
 }
 
 const TNodeVisual* TTreemapProcessorImplementationCpp::visualOfLft(uint32_t lft) {
@@ -332,9 +356,10 @@ const TNodeVisual& TTreemapProcessorImplementationCpp::visualOf(const TTreemapNo
 
 TVisualNode TTreemapProcessorImplementationCpp::recordOf(const TTreemapNode& n) {
   TVisualNode v;
+  const THierarchyRow& row = m_Rows->m_Rows[static_cast<size_t>(&n - m_Nodes.data())];
   v.nid = n.nid;
-  v.lft = n.lft;
-  v.rgt = n.rgt;
+  v.lft = row.lft;
+  v.rgt = row.rgt;
   v.level = n.level;
   v.collapsed = n.collapsed;
   v.toosmall = n.toosmall;

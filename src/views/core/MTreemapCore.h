@@ -23,21 +23,23 @@ class TTreemapProcessorCpp : public TVisualizerProcessorBase {
   std::string getTypeName() override { return "treemap vis"; }
 };
 
-// One tile. Its shown children (of area above 0) are a range of the shown
-// list, the groups among them first.
+// One tile, 40 bytes: its nid, lft and rgt stand in the row of the same
+// index of `hierarchy collapsed`. Its shown children (of area above 0) are
+// a range of the shown list, the groups among them first. A tile with shown
+// children is a group: its box is the rectangle they fill.
 struct TTreemapNode {
   static constexpr uint32_t kNone = std::numeric_limits<uint32_t>::max();
   uint32_t nid = 0;
-  uint32_t lft = 0, rgt = 0;
   uint32_t parent = kNone;
   uint32_t area = 0;
-  uint32_t childCount = 0;
-  uint32_t firstShown = 0, shownCount = 0, innerCount = 0;
+  uint32_t firstShown = 0, shownCount = 0;
   uint16_t level = 0;
-  bool collapsed = false;
-  bool toosmall = false;
+  bool collapsed : 1 = false;
+  bool toosmall : 1 = false;
+  bool hasChildren : 1 = false;
   TLayoutBox box;
 };
+static_assert(sizeof(TTreemapNode) == 40);
 
 // A rectangle as two ranges, so that an axis can be addressed by number:
 // axis 0 is y, axis 1 is x.
@@ -49,26 +51,15 @@ struct TTreemapRect {
 };
 
 // A shown child with what its parent's sorting and layout read of it, so
-// that both run over one contiguous range.
+// that both run over one contiguous range: 8 bytes.
 struct TTreemapSlot {
-  static constexpr uint32_t kNone = std::numeric_limits<uint32_t>::max();
-  uint32_t node = 0;
+  uint32_t node : 31 = 0;
+  // It shows children of its own.
+  uint32_t group : 1 = 0;
   uint32_t area = 0;
-  // Its entry in the group list when it shows children of its own.
-  uint32_t group = kNone;
-  float key = 0;
-  bool hasKey = false;
-  bool inner() const { return group != kNone; }
+  bool inner() const { return group != 0; }
 };
-
-// A tile that shows children: their range of the shown list and the
-// rectangle they fill, which its parent's layout writes.
-struct TTreemapGroup {
-  uint32_t node = 0;
-  uint32_t area = 0;
-  uint32_t firstShown = 0, shownCount = 0, innerCount = 0;
-  TTreemapRect rect;
-};
+static_assert(sizeof(TTreemapSlot) == 8);
 
 class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase {
  public:
@@ -79,24 +70,24 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   float m_SmallestSide = 2;
   // Pixels per layout unit: the longer side of the canvas.
   float m_Unit = 0;
-  // The tiles in the order of the rows of `hierarchy collapsed`; the first
-  // is the root.
+  // The tiles in the order of the rows of `hierarchy collapsed`, which
+  // `m_Rows` holds; the first is the root.
   std::vector<TTreemapNode, TLargePageAllocator<TTreemapNode>> m_Nodes;
   std::vector<TTreemapSlot, TLargePageAllocator<TTreemapSlot>> m_Shown;
-  // In the order their ranges were made: every group after all groups
-  // below it, the root's last.
-  std::vector<TTreemapGroup, TLargePageAllocator<TTreemapGroup>> m_Groups;
+  std::shared_ptr<const THierarchyData> m_Rows;
 
   bool hasRoot() const { return !m_Nodes.empty(); }
   void prepareRendering(int width, int height) override;
   void process();
   void createNodeObjects();
   void layout();
-  // Areas, shown children and their order, in one pass from the last row
+  // Areas, shown children and their order, in two passes from the last row
   // up.
   void computeAreas();
-  void layoutChildren(const TTreemapGroup& group);
-  void layoutRow(const TTreemapRect& strip, const TTreemapGroup& group, size_t first, size_t count, int a, float k);
+  void layoutChildren(const TTreemapNode& group);
+  void layoutRow(const TTreemapRect& strip, size_t first, size_t count, int a, float k);
+  // Bytes the layout holds, scratch included.
+  size_t stateBytes() const;
   void renderNodes();
 
   // The tile of an lft, or null.
@@ -124,12 +115,22 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   const TNodeVisual* visualOfLft(uint32_t lft) override;
 
  private:
-  // Children waiting for their parent in the pass from the last row up.
-  struct TWaiting {
+  // A family under way in the passes from the last row up: its parent,
+  // and what its children summed up or where the next one goes. Never
+  // deeper than the tree.
+  struct TFamily {
     uint32_t parent;
+    uint32_t count;
+    uint32_t area;
+  };
+  std::vector<TFamily> m_Families;
+  // One family's order keys while it is sorted.
+  struct TKeyed {
+    float key;
+    bool hasKey;
     TTreemapSlot slot;
   };
-  std::vector<TWaiting> m_Waiting;
+  std::vector<TKeyed> m_KeyScratch;
   std::vector<uint32_t> m_RowScratch;
   TNodeVisual m_Scratch;
   TTreemapProcessorCpp* treemap() const { return static_cast<TTreemapProcessorCpp*>(m_Processor); }
