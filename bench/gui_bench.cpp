@@ -479,7 +479,7 @@ void BM_HebRepaint(benchmark::State& state) {
     }
   }
   state.counters["nodes"] = static_cast<double>(s.impl->m_Rows.size());
-  state.counters["edges"] = static_cast<double>(std::min<size_t>(s.impl->m_EdgeMap.size(), kHebEdgeLimit));
+  state.counters["edges"] = static_cast<double>(std::min<size_t>(s.impl->drawnEdgeCount(), kHebEdgeLimit));
 }
 
 // A pick as a mouse motion makes it, against a bare selection pass over

@@ -132,6 +132,11 @@ struct TCountingSink : TNullDrawSink {
   size_t vertices = 0, strips = 0;
   void begin(Primitive) override { ++strips; }
   void vertex(float, float) override { ++vertices; }
+  // As OpenGL takes client arrays: one call a primitive.
+  void coloredVertices(Primitive, size_t count, const float*, const float*) override {
+    ++strips;
+    vertices += count;
+  }
 };
 
 // The system's C headers as the loader reads them.

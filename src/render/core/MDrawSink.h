@@ -3,6 +3,8 @@
 // computed, and can be checked, without a window.
 #pragma once
 
+#include <cstddef>
+
 namespace quorvel {
 
 class TDrawSink {
@@ -29,6 +31,17 @@ class TDrawSink {
   virtual void lineWidth(float width) = 0;
   // Whether colours reach the picture; off, a shape only picks.
   virtual void colorMask(bool on) = 0;
+  // A whole primitive of coloured vertices, as begin, then a colour and a
+  // vertex each, then end: `xy` holds two floats a vertex, `rgba` four. The
+  // current colour is the last one afterwards.
+  virtual void coloredVertices(Primitive primitive, size_t count, const float* xy, const float* rgba) {
+    begin(primitive);
+    for (size_t i = 0; i < count; ++i) {
+      color(rgba[4 * i], rgba[4 * i + 1], rgba[4 * i + 2], rgba[4 * i + 3]);
+      vertex(xy[2 * i], xy[2 * i + 1]);
+    }
+    end();
+  }
 };
 
 // A sink that ignores everything; sinks that look at a few calls only

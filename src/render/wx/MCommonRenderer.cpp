@@ -433,10 +433,33 @@ int GLText::textWidth(const std::string& text) const {
 
 // ---------------------------------------------------------------------------
 
-void TGlDrawSink::begin(Primitive primitive) {
+namespace {
+
+GLenum glMode(TDrawSink::Primitive primitive) {
   static const GLenum modes[] = {GL_QUAD_STRIP, GL_LINE_LOOP,  GL_LINE_STRIP,     GL_LINES,
                                  GL_QUADS,      GL_TRIANGLES, GL_TRIANGLE_STRIP, GL_POLYGON};
-  glBegin(modes[primitive]);
+  return modes[primitive];
+}
+
+}  // namespace
+
+void TGlDrawSink::begin(Primitive primitive) { glBegin(glMode(primitive)); }
+
+void TGlDrawSink::coloredVertices(Primitive primitive, size_t count, const float* xy, const float* rgba) {
+  if (count == 0) {
+    glBegin(glMode(primitive));
+    glEnd();
+    return;
+  }
+  glEnableClientState(GL_VERTEX_ARRAY);
+  glEnableClientState(GL_COLOR_ARRAY);
+  glVertexPointer(2, GL_FLOAT, 0, xy);
+  glColorPointer(4, GL_FLOAT, 0, rgba);
+  glDrawArrays(glMode(primitive), 0, static_cast<GLsizei>(count));
+  glDisableClientState(GL_COLOR_ARRAY);
+  glDisableClientState(GL_VERTEX_ARRAY);
+  // The colour array leaves the current colour undefined.
+  glColor4fv(rgba + 4 * (count - 1));
 }
 
 void TGlDrawSink::enable(State state, bool on) {

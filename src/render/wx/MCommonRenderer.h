@@ -176,6 +176,8 @@ class TGlDrawSink : public TDrawSink {
   void blendFunc(BlendMode mode) override;
   void lineWidth(float width) override { glLineWidth(width); }
   void colorMask(bool on) override { glColorMask(on, on, on, on); }
+  // From client arrays in one call.
+  void coloredVertices(Primitive primitive, size_t count, const float* xy, const float* rgba) override;
 };
 
 }  // namespace quorvel

@@ -374,26 +374,37 @@ bool THebProcessorImplementationCpp::processEdges() {
 }
 
 void THebProcessorImplementationCpp::createEdgeObjects() {
-  m_EdgeMap.clear();
+  m_Edges.clear();
+  m_PathNodes.clear();
   auto edges = dataAs<TEdgeCollapsedData>(heb()->m_EdgeCollapsed);
+  m_EdgesMadeFrom = edges;
   if (!edges) return;
-  m_EdgeMap.reserve(edges->getRecordCount());
-  for (const auto& record : edges->m_Records) {
+  m_Edges.resize(edges->getRecordCount());
+  // Paths are spans of one store, set once it has stopped growing.
+  std::vector<std::pair<size_t, size_t>> spans(m_Edges.size(), {0, 0});
+  for (size_t i = 0; i < edges->m_Records.size(); ++i) {
+    const auto& record = edges->m_Records[i];
+    THebEdge& edge = m_Edges[i];
+    edge.from = record.smallerlft;
+    edge.to = record.largerlft;
     auto a = m_NodeMap.find(record.smallerlft);
     auto b = m_NodeMap.find(record.largerlft);
     if (a == m_NodeMap.end() || b == m_NodeMap.end()) continue;
-    auto edge = std::make_shared<THebEdge>();
-    edge->from = record.smallerlft;
-    edge->to = record.largerlft;
-    findPath(&a->second, *edge, &b->second);
-    m_EdgeMap[pairKey(edge->from, edge->to)] = std::move(edge);
+    edge.record = i;
+    const size_t start = m_PathNodes.size();
+    findPath(&a->second, edge, &b->second);
+    spans[i] = {start, m_PathNodes.size() - start};
   }
+  for (size_t i = 0; i < m_Edges.size(); ++i)
+    m_Edges[i].path = std::span<TVisualNode* const>(m_PathNodes.data() + spans[i].first, spans[i].second);
 }
 
 void THebProcessorImplementationCpp::findPath(TVisualNode* a, THebEdge& edge, TVisualNode* b) {
-  std::vector<TVisualNode*>& up = edge.path;
-  up.assign(1, a);
-  std::vector<TVisualNode*> down{b};
+  std::vector<TVisualNode*>& up = m_PathNodes;
+  const size_t start = up.size();
+  up.push_back(a);
+  std::vector<TVisualNode*>& down = m_PathDown;
+  down.assign(1, b);
   edge.commonAncestor = a;
   // The node with the larger lft climbs: by the nested numbering the two
   // meet at their lowest common ancestor.
@@ -411,13 +422,20 @@ void THebProcessorImplementationCpp::findPath(TVisualNode* a, THebEdge& edge, TV
       break;
     }
   }
-  if (up.back() == down.back()) down.pop_back();
+  if (up.back() == down.back() && up.size() > start) down.pop_back();
   up.insert(up.end(), down.rbegin(), down.rend());
 }
 
 const THebEdge* THebProcessorImplementationCpp::findEdge(uint32_t a, uint32_t b) const {
-  auto it = m_EdgeMap.find(pairKey(a, b));
-  return it == m_EdgeMap.end() ? nullptr : it->second.get();
+  if (!m_EdgesMadeFrom) return nullptr;
+  const auto* record = m_EdgesMadeFrom->findRecord(a, b);
+  if (!record) return nullptr;
+  const THebEdge& edge = m_Edges[static_cast<size_t>(record - m_EdgesMadeFrom->m_Records.data())];
+  return edge.drawn() ? &edge : nullptr;
+}
+
+size_t THebProcessorImplementationCpp::drawnEdgeCount() const {
+  return static_cast<size_t>(std::count_if(m_Edges.begin(), m_Edges.end(), [](const THebEdge& e) { return e.drawn(); }));
 }
 
 THebProcessorImplementationCpp::EdgeLayer THebProcessorImplementationCpp::edgeLayer() const {
@@ -484,9 +502,11 @@ void THebProcessorImplementationCpp::renderBackgroundEdges() {
     m_Processor->m_Warning += "Trying to render too many edges (>" + std::to_string(kHebEdgeLimit) + ")";
   const std::vector<size_t> order = backgroundEdgeOrder(*edges, kHebEdgeLimit);
   m_EdgeAlpha = edgeAlpha(m_EdgeOpacity, order.size(), m_EdgeBudget, m_EdgeFade);
+  // The edges stand by record while they were made from these records.
+  const bool byRecord = edges == m_EdgesMadeFrom && m_Edges.size() == edges->getRecordCount();
   for (size_t i : order) {
     const auto& record = edges->m_Records[i];
-    renderEdge(findEdge(record.smallerlft, record.largerlft));
+    renderEdge(byRecord ? (m_Edges[i].drawn() ? &m_Edges[i] : nullptr) : findEdge(record.smallerlft, record.largerlft));
   }
   m_EdgeAlpha = m_EdgeOpacity;
   endEdges();
@@ -540,17 +560,28 @@ TVector2 unit(TVector2 v) {
   return len > 0 ? TVector2(v.x / len, v.y / len) : TVector2(0, 0);
 }
 
-float distance(TVector2 a, TVector2 b) { return std::hypot(a.x - b.x, a.y - b.y); }
+// Whether two points lie further apart than d.
+bool apart(TVector2 a, TVector2 b, float d) {
+  const double dx = a.x - b.x, dy = a.y - b.y;
+  return dx * dx + dy * dy > static_cast<double>(d) * d;
+}
 
 }  // namespace
 
 void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
-  if (!edge) return;
-  auto ia = m_NodeMap.find(edge->from);
-  auto ib = m_NodeMap.find(edge->to);
-  if (ia == m_NodeMap.end() || ib == m_NodeMap.end() || m_RadialLevels.size() <= m_MaxLevel) return;
-  const TVisualNode& A = ia->second;
-  const TVisualNode& B = ib->second;
+  if (!edge || m_RadialLevels.size() <= m_MaxLevel) return;
+  // The path runs from the record's first node to its second.
+  const TVisualNode* nodeA = edge->path.empty() ? nullptr : edge->path.front();
+  const TVisualNode* nodeB = edge->path.empty() ? nullptr : edge->path.back();
+  if (!nodeA) {
+    auto ia = m_NodeMap.find(edge->from);
+    auto ib = m_NodeMap.find(edge->to);
+    if (ia == m_NodeMap.end() || ib == m_NodeMap.end()) return;
+    nodeA = &ia->second;
+    nodeB = &ib->second;
+  }
+  const TVisualNode& A = *nodeA;
+  const TVisualNode& B = *nodeB;
   const TToScreenConverter& conv = *m_Converter;
   auto draw = [&](TVector2 v) { return conv.toScreen(v.x, v.y); };
   std::vector<TVector2>& pts = m_SplinePoints;
@@ -567,7 +598,7 @@ void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
     pts.push_back(draw({anchor.x - s, anchor.y + 1.5f * s}));
     pts.insert(pts.end(), 3, at);
   } else {
-    const std::vector<TVisualNode*>& path = edge->path;
+    const std::span<TVisualNode* const> path = edge->path;
     if (path.empty()) return;
     const float inner = m_RadialLevels[m_MaxLevel];
     auto levelY = [&](const TVisualNode* n) {
@@ -598,7 +629,7 @@ void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
         continue;
       }
       const TVector2 p = straighten(draw(ctrl[c]), S, E);
-      if (distance(p, lastKept) > 0.001f) {
+      if (apart(p, lastKept, 0.001f)) {
         pts.push_back(p);
         lastKept = p;
       }
@@ -610,9 +641,11 @@ void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
   TDrawSink& gl = *m_Sink;
   gl.loadName(edge->from);
   gl.pushName(edge->to);
-  const auto& record = dataAs<TEdgeCollapsedData>(heb()->m_EdgeCollapsed)->getRecord(edge->from, edge->to);
-  const bool forward = !record.forward.empty();
-  const bool backward = !record.backward.empty();
+  auto edges = dataAs<TEdgeCollapsedData>(heb()->m_EdgeCollapsed);
+  const TEdgeCollapsedData::Record* record = edges ? recordOf(*edge, *edges) : nullptr;
+  if (!record) throw std::runtime_error("TEdgeCollapsedData: cannot find pair");
+  const bool forward = !record->forward.empty();
+  const bool backward = !record->backward.empty();
   getEdgeColors(*edge);
   renderCurve();
   const size_t n = pts.size();
@@ -623,12 +656,21 @@ void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
   gl.popName();
 }
 
+const TEdgeCollapsedData::Record* THebProcessorImplementationCpp::recordOf(const THebEdge& edge,
+                                                                         const TEdgeCollapsedData& edges) const {
+  if (edge.record < edges.m_Records.size()) {
+    const auto& r = edges.m_Records[edge.record];
+    if (r.smallerlft == edge.from && r.largerlft == edge.to) return &r;
+  }
+  return edges.findRecord(edge.from, edge.to);
+}
+
 bool THebProcessorImplementationCpp::getEdgeColors(const THebEdge& edge) {
   THebProcessorCpp* p = heb();
   auto colors = dataAs<TEdgeColorData>(p->m_EdgeColors);
   if (!colors) return false;
   auto edges = dataAs<TEdgeCollapsedData>(p->m_EdgeCollapsed);
-  const auto* record = edges ? edges->findRecord(edge.from, edge.to) : nullptr;
+  const auto* record = edges ? recordOf(edge, *edges) : nullptr;
   if (!record) throw std::runtime_error("getEdgeColors():: find error");
   // A colour table of an older fold may be shorter; its colours then stay.
   const size_t index = static_cast<size_t>(record - edges->m_Records.data());
@@ -638,33 +680,63 @@ bool THebProcessorImplementationCpp::getEdgeColors(const THebEdge& edge) {
   return true;
 }
 
+const std::vector<std::array<float, 2>>& THebProcessorImplementationCpp::colorRamp(size_t n) {
+  if (m_ColorRamps.size() <= n) m_ColorRamps.resize(n + 1);
+  std::vector<std::array<float, 2>>& ramp = m_ColorRamps[n];
+  const size_t k = m_SplineBasis.size();
+  const size_t count = n >= 4 && k > 0 ? (n - 3) * (k - 1) : 0;
+  if (ramp.size() == count) return ramp;
+  ramp.clear();
+  // The colour turns from the forward to the backward colour between the
+  // second and the last but two segment, by the same steps for every curve
+  // of n points.
+  const float dt = 1.0f / (static_cast<float>(static_cast<long>(n) - 6) * static_cast<float>(k - 1));
+  float s = 1, t = 0;
+  for (size_t i = 0; i + 3 < n; ++i)
+    for (size_t j = 0; j + 1 < k; ++j) {
+      if (i >= 2 && i + 4 < n) {
+        t += dt;
+        s -= dt;
+      }
+      ramp.push_back({s, t});
+    }
+  return ramp;
+}
+
 void THebProcessorImplementationCpp::renderCurve() {
-  TDrawSink& gl = *m_Sink;
   const std::vector<TVector2>& pts = m_SplinePoints;
   const size_t n = pts.size();
   const size_t k = m_SplineBasis.size();
-  gl.begin(TDrawSink::LineStrip);
-  if (n >= 4) {
-    // The colour turns from the forward to the backward colour between the
-    // second and the last but two segment.
-    const float dt = 1.0f / (static_cast<float>(static_cast<long>(n) - 6) * static_cast<float>(k - 1));
-    float s = 1, t = 0;
+  std::vector<float>& xy = m_CurveXY;
+  std::vector<float>& rgba = m_CurveRGBA;
+  xy.clear();
+  rgba.clear();
+  if (n >= 4 && k > 1) {
+    const std::vector<std::array<float, 2>>& ramp = colorRamp(n);
+    xy.resize(2 * ramp.size());
+    rgba.resize(4 * ramp.size());
     const TVector4& f = m_ForwardColor;
     const TVector4& b = m_BackwardColor;
+    float* c = rgba.data();
+    for (const auto& [s, t] : ramp) {
+      c[0] = f.x * s + b.x * t;
+      c[1] = f.y * s + b.y * t;
+      c[2] = f.z * s + b.z * t;
+      c[3] = m_EdgeAlpha;
+      c += 4;
+    }
+    float* v = xy.data();
     for (size_t i = 0; i + 3 < n; ++i) {
+      const TVector2 p0 = pts[i], p1 = pts[i + 1], p2 = pts[i + 2], p3 = pts[i + 3];
       for (size_t j = 0; j + 1 < k; ++j) {
-        if (i >= 2 && i + 4 < n) {
-          t += dt;
-          s -= dt;
-        }
-        gl.color(f.x * s + b.x * t, f.y * s + b.y * t, f.z * s + b.z * t, m_EdgeAlpha);
         const auto& w = m_SplineBasis[j];
-        gl.vertex(w[0] * pts[i].x + w[1] * pts[i + 1].x + w[2] * pts[i + 2].x + w[3] * pts[i + 3].x,
-                  w[0] * pts[i].y + w[1] * pts[i + 1].y + w[2] * pts[i + 2].y + w[3] * pts[i + 3].y);
+        v[0] = w[0] * p0.x + w[1] * p1.x + w[2] * p2.x + w[3] * p3.x;
+        v[1] = w[0] * p0.y + w[1] * p1.y + w[2] * p2.y + w[3] * p3.y;
+        v += 2;
       }
     }
   }
-  gl.end();
+  m_Sink->coloredVertices(TDrawSink::LineStrip, xy.size() / 2, xy.data(), rgba.data());
 }
 
 void THebProcessorImplementationCpp::renderArrowHead(const TVisualNode& node, const TVector4& color, TVector2 apex,

@@ -6,6 +6,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -48,7 +49,12 @@ struct THebEdge {
   uint32_t from = 0;
   uint32_t to = 0;
   TVisualNode* commonAncestor = nullptr;
-  std::vector<TVisualNode*> path;
+  // Empty for a record whose nodes are not shown.
+  std::span<TVisualNode* const> path;
+  // Its record's index in the folded edges it was made from.
+  size_t record = kNoRecord;
+  static constexpr size_t kNoRecord = static_cast<size_t>(-1);
+  bool drawn() const { return !path.empty(); }
 };
 
 class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
@@ -87,7 +93,9 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   bool processEdges();
   void createNodeObjects();
   void createEdgeObjects();
-  static void findPath(TVisualNode* a, THebEdge& edge, TVisualNode* b);
+  // Appends the path from a up to the lowest common ancestor and down to b
+  // to the path store; sets the edge's ancestor.
+  void findPath(TVisualNode* a, THebEdge& edge, TVisualNode* b);
   // Lays out the node and everything below it.
   void layoutNode(TVisualNode& node, TLayoutBox rect, unsigned level);
   // Places the children's rects; they are laid out after the node.
@@ -106,14 +114,19 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   void renderEdge(const THebEdge* edge);
   // Reads the two colours of the edge's record; false without colour data.
   bool getEdgeColors(const THebEdge& edge);
+  // The record the edge was made from, looked up by its pair where the
+  // index no longer fits the folded edges; null for none.
+  const TEdgeCollapsedData::Record* recordOf(const THebEdge& edge, const TEdgeCollapsedData& edges) const;
   // What paints draw now: no edges while animating, else the foreground
   // edges when anything is selected or hovered, else all.
   enum class EdgeLayer { None, Background, Foreground };
   EdgeLayer edgeLayer() const;
 
-  // Edges by their pair of lfts, the smaller first.
-  std::unordered_map<uint64_t, std::shared_ptr<THebEdge>> m_EdgeMap;
-  static uint64_t pairKey(uint32_t a, uint32_t b) { return (uint64_t(a) << 32) | b; }
+  // An edge for each record of the folded edges they were made from, in
+  // their order; those of records whose nodes are not shown are not drawn.
+  std::vector<THebEdge> m_Edges;
+  size_t drawnEdgeCount() const;
+  // The edge of a pair of lfts, the smaller first, or null.
   const THebEdge* findEdge(uint32_t a, uint32_t b) const;
   // The uniform cubic B-spline weights, one row per step of a segment.
   std::vector<std::array<float, 4>> m_SplineBasis;
@@ -123,6 +136,8 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   // spline points in drawing coordinates.
   std::vector<TVector2> m_ControlPoints;
   std::vector<TVector2> m_SplinePoints;
+  // The curve's vertices and their colours, sent to the sink in one call.
+  std::vector<float> m_CurveXY, m_CurveRGBA;
   TVector4 m_ForwardColor{0, 0, 0, 1};
   TVector4 m_BackwardColor{0, 0, 0, 1};
 
@@ -133,6 +148,15 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
     unsigned level;
   };
   std::vector<TPendingLayout> m_Pending;
+  // The path's part from the second node down, while it is found.
+  std::vector<TVisualNode*> m_PathDown;
+  // All paths, one after the other.
+  std::vector<TVisualNode*> m_PathNodes;
+  std::shared_ptr<const TEdgeCollapsedData> m_EdgesMadeFrom;
+  // How the colour turns along a curve of n spline points, by n: the
+  // forward and the backward colour's weight at each vertex.
+  std::vector<std::vector<std::array<float, 2>>> m_ColorRamps;
+  const std::vector<std::array<float, 2>>& colorRamp(size_t n);
   void layoutOne(TVisualNode& node, TLayoutBox rect, unsigned level);
   THebProcessorCpp* heb() const { return static_cast<THebProcessorCpp*>(m_Processor); }
   void countLeaves();

@@ -99,8 +99,8 @@ struct THebApp : App {
   // The drawn edge with the longest path.
   const THebEdge& mostBundledEdge() const {
     const THebEdge* best = nullptr;
-    for (const auto& [key, e] : impl->m_EdgeMap)
-      if (e->from != e->to && (!best || e->path.size() > best->path.size())) best = e.get();
+    for (const THebEdge& e : impl->m_Edges)
+      if (e.drawn() && e.from != e.to && (!best || e.path.size() > best->path.size())) best = &e;
     return *best;
   }
   std::set<uint32_t> eidsOf(const THebEdge& e) const {
@@ -141,8 +141,9 @@ TEST(HebView, ScreenshotsShowTheRingsWhereTheLayoutPutsThem) {
   // real root's ring, on the rim, is shaded; a leaf's cell leans towards
   // its node's colour, near its solid inner rim, in both pictures.
   std::vector<wxPoint> drawn;
-  for (const auto& [key, edge] : app.impl->m_EdgeMap)
-    for (const TVector2& v : app.curveOf(*edge)) drawn.push_back(app.drawingPixel(v));
+  for (const THebEdge& edge : app.impl->m_Edges)
+    if (edge.drawn())
+      for (const TVector2& v : app.curveOf(edge)) drawn.push_back(app.drawingPixel(v));
   int whiteProbes = 0;
   for (float x = 0; x < 1; x += 0.05f)
     for (float y : {0.6f, 0.75f, 0.9f}) {
@@ -233,7 +234,7 @@ TEST(HebView, HoverClickAndDoubleClickReachTheNetworkAndTheListView) {
 TEST(HebView, EdgesRunBetweenTheirCellsAndHoverAndClickSelectThem) {
   THebApp app;
   ASSERT_TRUE(app.impl);
-  ASSERT_FALSE(app.impl->m_EdgeMap.empty());
+  ASSERT_GT(app.impl->drawnEdgeCount(), 0u);
   auto* canvas = app.impl->canvas.get();
   const THebEdge& edge = app.mostBundledEdge();
   const std::vector<TVector2> curve = app.curveOf(edge);
@@ -359,14 +360,14 @@ TEST(HebView, KeysFoldUndoHideAndFilterTheView) {
   EXPECT_EQ(app.impl->m_Rows.size(), rows);
 
   // A filter of edges that nothing passes empties the disk.
-  ASSERT_FALSE(app.impl->m_EdgeMap.empty());
+  ASSERT_GT(app.impl->drawnEdgeCount(), 0u);
   const THebEdge& edge = app.mostBundledEdge();
   const wxPoint mid = app.drawingPixel(app.curveOf(edge)[app.curveOf(edge).size() / 2]);
   app.run("clearSelection()");
   app.run("setEdgeInclusionFilter([('type', 'no such type')])");
   app.finishAnimations();
   EXPECT_EQ(dataAs<TEdgeCollapsedData>(app.heb->m_EdgeCollapsed)->getRecordCount(), 0u);
-  EXPECT_TRUE(app.impl->m_EdgeMap.empty());
+  EXPECT_EQ(app.impl->drawnEdgeCount(), 0u);
   app.run("makeScreenshot('filtered.bmp')");
   wxImage shot("filtered.bmp", wxBITMAP_TYPE_BMP);
   ASSERT_TRUE(shot.IsOk());
