@@ -140,30 +140,31 @@ struct TDistinctValues {
 
 class TDistinctCounter {
  public:
-  // `lookups`: how many ids will be asked for. When they are many, the
-  // values are first laid out by id, so that a look-up reads one array
-  // instead of the column's index and then its row.
-  TDistinctCounter(const TFloatAttributeData& ord, size_t lookups) : m_Ord(ord) {
-    const size_t rows = ord.getRowCount();
-    if (rows == 0 || lookups < rows / 4) return;
-    uint32_t largest = 0;
-    for (size_t r = 0; r < rows; ++r) largest = std::max(largest, ord.getIdByRow(r));
-    if (largest > 4 * rows + 1024) return;
-    m_ById.assign(size_t{largest} + 1, 0.0f);
-    m_Has.assign(size_t{largest} / 64 + 1, 0);
-    // A later row of an id answers, as the column's index does.
-    for (size_t r = 0; r < rows; ++r) {
-      const uint32_t id = ord.getIdByRow(r);
-      m_ById[id] = ord.valueByRow(r);
-      m_Has[id / 64] |= uint64_t{1} << (id % 64);
-    }
-  }
+  // `byId`: the values laid out by id, or null to ask the column.
+  TDistinctCounter(const TFloatAttributeData& ord, const TValuesById* byId)
+      : m_Ord(ord), m_ById(byId && !byId->empty() ? byId : nullptr) {}
 
   TDistinctValues operator()(const TSmallIdSet& eids) {
+    // Most records hold one edge each way, or none.
+    if (eids.size() <= 1) {
+      TDistinctValues d;
+      float v = 0.0f;
+      if (eids.size() == 1 && value(*eids.begin(), v)) {
+        d.count = 1;
+        d.first = v;
+        d.lo = std::min(d.lo, v);
+        d.hi = std::max(d.hi, v);
+        d.sum = v;
+      }
+      return d;
+    }
     m_Values.clear();
-    if (!m_ById.empty()) {
+    if (m_ById) {
+      const float* values = m_ById->values.data();
+      const uint64_t* has = m_ById->has.data();
+      const size_t size = m_ById->values.size();
       for (uint32_t eid : eids)
-        if (eid < m_ById.size() && (m_Has[eid / 64] >> (eid % 64) & 1)) add(m_ById[eid]);
+        if (eid < size && (has[eid / 64] >> (eid % 64) & 1)) add(values[eid]);
     } else {
       for (uint32_t eid : eids) {
         bool found = false;
@@ -192,6 +193,18 @@ class TDistinctCounter {
   static constexpr size_t kSortedUpTo = 64;
 
   void add(float v) { m_Values.push_back(v == 0.0f ? 0.0f : v); }  // -0 and 0 are one value
+
+  // The value of an edge as add takes it; false for none.
+  bool value(uint32_t eid, float& v) const {
+    bool found = false;
+    if (m_ById) {
+      found = m_ById->find(eid, v);
+    } else {
+      v = m_Ord.getValueById(eid, found);
+    }
+    if (found && v == 0.0f) v = 0.0f;
+    return found;
+  }
 
   // Leaves in m_Values the first of each distinct value, by bit pattern.
   void keepFirstOfEach() {
@@ -223,8 +236,7 @@ class TDistinctCounter {
   }
 
   const TFloatAttributeData& m_Ord;
-  std::vector<float> m_ById;
-  std::vector<uint64_t> m_Has;
+  const TValuesById* m_ById;
   std::vector<float> m_Values;
   std::vector<uint32_t> m_Slots;
   std::vector<uint32_t> m_Stamps;
@@ -233,15 +245,37 @@ class TDistinctCounter {
 
 }  // namespace
 
+TValuesById::TValuesById(const TFloatAttributeData& column) {
+  const size_t rows = column.getRowCount();
+  if (rows == 0) return;
+  uint32_t largest = 0;
+  for (size_t r = 0; r < rows; ++r) largest = std::max(largest, column.getIdByRow(r));
+  if (largest > 4 * rows + 1024) return;
+  values.assign(size_t{largest} + 1, 0.0f);
+  has.assign(size_t{largest} / 64 + 1, 0);
+  // A later row of an id answers, as the column's index does.
+  for (size_t r = 0; r < rows; ++r) {
+    const uint32_t id = column.getIdByRow(r);
+    values[id] = column.valueByRow(r);
+    has[id / 64] |= uint64_t{1} << (id % 64);
+  }
+}
+
+bool worthLayingOutById(const TEdgeCollapsedData& collapsed, const TFloatAttributeData& ord) {
+  size_t lookups = 0;
+  for (const auto& record : collapsed.m_Records) lookups += record.forward.size() + record.backward.size();
+  return ord.getRowCount() > 0 && lookups >= ord.getRowCount() / 4;
+}
+
 std::shared_ptr<TEdgeColorData> colorEdges(const TEdgeCollapsedData& collapsed, const TAttributeData& attribute,
                                            const TFloatAttributeData& ord, const TColorMapData& map,
-                                           const std::string& aggregation) {
+                                           const std::string& aggregation, const TValuesById* byId) {
   auto out = std::make_shared<TEdgeColorData>();
   out->m_Records.reserve(collapsed.m_Records.size());
   const bool nominal = attribute.getAttributeType() == "string";
-  size_t lookups = 0;
-  for (const auto& record : collapsed.m_Records) lookups += record.forward.size() + record.backward.size();
-  TDistinctCounter distinct(ord, lookups);
+  std::unique_ptr<TValuesById> own;
+  if (!byId && worthLayingOutById(collapsed, ord)) byId = (own = std::make_unique<TValuesById>(ord)).get();
+  TDistinctCounter distinct(ord, byId);
   for (const auto& record : collapsed.m_Records) {
     const TDistinctValues forward = distinct(record.forward);
     const TDistinctValues backward = distinct(record.backward);
@@ -297,9 +331,18 @@ void TEdgeColorProcessor::process() {
     m_Output->setData(std::make_shared<TEdgeColorData>());
     return;
   }
-  m_Output->setData(colorEdges(*dataAs<TEdgeCollapsedData>(m_EdgeCollapsed), *dataAs<TAttributeData>(m_ColorAttr),
-                               *dataAs<TFloatAttributeData>(m_ColorAttrOrd), *map,
-                               dataAs<TStringData>(m_Aggregation)->getValue()));
+  auto collapsed = dataAs<TEdgeCollapsedData>(m_EdgeCollapsed);
+  auto ord = dataAs<TFloatAttributeData>(m_ColorAttrOrd);
+  if (ord != m_LaidOutColumn || haveChanged({m_ColorAttrOrd})) {
+    m_LaidOutColumn.reset();
+    m_ById.reset();
+  }
+  if (!m_ById && worthLayingOutById(*collapsed, *ord)) {
+    m_ById = std::make_unique<TValuesById>(*ord);
+    m_LaidOutColumn = ord;
+  }
+  m_Output->setData(colorEdges(*collapsed, *dataAs<TAttributeData>(m_ColorAttr), *ord, *map,
+                               dataAs<TStringData>(m_Aggregation)->getValue(), m_ById.get()));
 }
 
 // ---------------------------------------------------------------------------

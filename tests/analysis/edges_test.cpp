@@ -177,6 +177,22 @@ TEST(EdgeAggregation, ProcessorsAndTranslations) {
   colorer->m_ColorMap->setData(std::make_shared<TColorMapData>("id", std::make_shared<Identity>()));
   net.pass();
   EXPECT_EQ(dataAs<TEdgeColorData>(colorer->m_Output)->getRecordCount(), 1u);
+  // The values it keeps laid out by id between passes follow a new column,
+  // and a column changed in place, instead of colouring from the old ones.
+  auto forwardRed = [&] { return dataAs<TEdgeColorData>(colorer->m_Output)->m_Records.at(0).forward.x; };
+  EXPECT_EQ(forwardRed(), 0.5f);
+  auto other = column<TFloatAttributeData, float>("w", {{1, 0.25f}});
+  colorer->m_ColorAttr->setData(other);
+  colorer->m_ColorAttrOrd->setData(other);
+  net.pass();
+  EXPECT_EQ(forwardRed(), 0.25f);
+  other->setValueById(1, 0.75f);
+  colorer->m_ColorAttrOrd->m_DataHasChanged = true;
+  net.pass();
+  EXPECT_EQ(forwardRed(), 0.75f);
+  colorer->m_ColorAttrOrd->setData(values);
+  net.pass();
+  EXPECT_EQ(forwardRed(), 0.5f);
 
   auto toEids = net.add<TLftPairsToEids>(net.fm);
   d->addEdge(2, 7, 3);
