@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <stdexcept>
 
 #include "engine/MMediator.h"
@@ -703,6 +704,18 @@ const std::vector<std::array<float, 2>>& THebProcessorImplementationCpp::colorRa
   return ramp;
 }
 
+namespace {
+
+typedef float TFloat4 __attribute__((vector_size(16)));
+
+TFloat4 load4(const float* p) {
+  TFloat4 v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+
+}  // namespace
+
 void THebProcessorImplementationCpp::renderCurve() {
   const std::vector<TVector2>& pts = m_SplinePoints;
   const size_t n = pts.size();
@@ -713,28 +726,48 @@ void THebProcessorImplementationCpp::renderCurve() {
   rgba.clear();
   if (n >= 4 && k > 1) {
     const std::vector<std::array<float, 2>>& ramp = colorRamp(n);
-    xy.resize(2 * ramp.size());
+    const size_t steps = k - 1, pairs = (steps + 1) / 2;
+    // Room for the last pair's second vertex, which the next segment or
+    // the end drops.
+    xy.resize(2 * ramp.size() + 2);
     rgba.resize(4 * ramp.size());
+    // Each colour channel as f * s + b * t, the alpha set apart.
     const TVector4& f = m_ForwardColor;
     const TVector4& b = m_BackwardColor;
+    const TFloat4 F{f.x, f.y, f.z, 0.0f}, B{b.x, b.y, b.z, 0.0f};
     float* c = rgba.data();
     for (const auto& [s, t] : ramp) {
-      c[0] = f.x * s + b.x * t;
-      c[1] = f.y * s + b.y * t;
-      c[2] = f.z * s + b.z * t;
-      c[3] = m_EdgeAlpha;
+      TFloat4 out = F * s + B * t;
+      out[3] = m_EdgeAlpha;
+      std::memcpy(c, &out, sizeof out);
       c += 4;
     }
+    if (m_PairBasis.size() != pairs) {
+      m_PairBasis.assign(pairs, {});
+      for (size_t q = 0; q < pairs; ++q)
+        for (size_t m = 0; m < 4; ++m) {
+          const float a = m_SplineBasis[2 * q][m];
+          const float z = 2 * q + 1 < steps ? m_SplineBasis[2 * q + 1][m] : 0.0f;
+          m_PairBasis[q][m] = {a, a, z, z};
+        }
+    }
+    // Two vertices at a time as (x, y, x, y): the same products and sums,
+    // in the same order, as one vertex at a time.
     float* v = xy.data();
     for (size_t i = 0; i + 3 < n; ++i) {
-      const TVector2 p0 = pts[i], p1 = pts[i + 1], p2 = pts[i + 2], p3 = pts[i + 3];
-      for (size_t j = 0; j + 1 < k; ++j) {
-        const auto& w = m_SplineBasis[j];
-        v[0] = w[0] * p0.x + w[1] * p1.x + w[2] * p2.x + w[3] * p3.x;
-        v[1] = w[0] * p0.y + w[1] * p1.y + w[2] * p2.y + w[3] * p3.y;
-        v += 2;
+      const TFloat4 P0{pts[i].x, pts[i].y, pts[i].x, pts[i].y};
+      const TFloat4 P1{pts[i + 1].x, pts[i + 1].y, pts[i + 1].x, pts[i + 1].y};
+      const TFloat4 P2{pts[i + 2].x, pts[i + 2].y, pts[i + 2].x, pts[i + 2].y};
+      const TFloat4 P3{pts[i + 3].x, pts[i + 3].y, pts[i + 3].x, pts[i + 3].y};
+      for (size_t q = 0; q < pairs; ++q) {
+        const auto& w = m_PairBasis[q];
+        const TFloat4 out = load4(w[0].data()) * P0 + load4(w[1].data()) * P1 + load4(w[2].data()) * P2 +
+                            load4(w[3].data()) * P3;
+        std::memcpy(v + 4 * q, &out, sizeof out);
       }
+      v += 2 * steps;
     }
+    xy.resize(2 * ramp.size());
   }
   m_Sink->coloredVertices(TDrawSink::LineStrip, xy.size() / 2, xy.data(), rgba.data());
 }

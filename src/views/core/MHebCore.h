@@ -153,6 +153,9 @@ class THebProcessorImplementationCpp : public TVisualizerImplementationBase {
   // All paths, one after the other.
   std::vector<TVisualNode*> m_PathNodes;
   std::shared_ptr<const TEdgeCollapsedData> m_EdgesMadeFrom;
+  // The spline weights two steps at a time, each weight twice, for x and y:
+  // four floats a step pair and point of the segment.
+  std::vector<std::array<std::array<float, 4>, 4>> m_PairBasis;
   // How the colour turns along a curve of n spline points, by n: the
   // forward and the backward colour's weight at each vertex.
   std::vector<std::vector<std::array<float, 2>>> m_ColorRamps;
