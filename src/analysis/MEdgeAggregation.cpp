@@ -159,18 +159,9 @@ class TDistinctCounter {
       return d;
     }
     m_Values.clear();
-    if (m_ById) {
-      const float* values = m_ById->values.data();
-      const uint64_t* has = m_ById->has.data();
-      const size_t size = m_ById->values.size();
-      for (uint32_t eid : eids)
-        if (eid < size && (has[eid / 64] >> (eid % 64) & 1)) add(values[eid]);
-    } else {
-      for (uint32_t eid : eids) {
-        bool found = false;
-        const float v = m_Ord.getValueById(eid, found);
-        if (found) add(v);
-      }
+    for (uint32_t eid : eids) {
+      float v = 0.0f;
+      if (value(eid, v)) m_Values.push_back(v);
     }
     if (m_Values.size() <= kSortedUpTo) {
       std::sort(m_Values.begin(), m_Values.end());
@@ -192,9 +183,7 @@ class TDistinctCounter {
  private:
   static constexpr size_t kSortedUpTo = 64;
 
-  void add(float v) { m_Values.push_back(v == 0.0f ? 0.0f : v); }  // -0 and 0 are one value
-
-  // The value of an edge as add takes it; false for none.
+  // The value of an edge, -0 and 0 as one value; false for none.
   bool value(uint32_t eid, float& v) const {
     bool found = false;
     if (m_ById) {

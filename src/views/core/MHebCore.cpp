@@ -43,6 +43,16 @@ THebProcessorImplementationCpp::THebProcessorImplementationCpp(THebProcessorCpp*
     m_SplineBasis[i] = {(1 - u) * (1 - u) * (1 - u) / 6, (3 * u3 - 6 * u2 + 4) / 6, (-3 * u3 + 3 * u2 + 3 * u + 1) / 6,
                         u3 / 6};
   }
+  // A segment's steps, without its last point (the next segment's first),
+  // two at a time.
+  const size_t segmentSteps = m_SplineBasis.size() - 1;
+  m_PairBasis.assign((segmentSteps + 1) / 2, {});
+  for (size_t q = 0; q < m_PairBasis.size(); ++q)
+    for (size_t m = 0; m < 4; ++m) {
+      const float a = m_SplineBasis[2 * q][m];
+      const float z = 2 * q + 1 < segmentSteps ? m_SplineBasis[2 * q + 1][m] : 0.0f;
+      m_PairBasis[q][m] = {a, a, z, z};
+    }
 }
 
 namespace {
@@ -402,7 +412,6 @@ void THebProcessorImplementationCpp::createEdgeObjects() {
 
 void THebProcessorImplementationCpp::findPath(TVisualNode* a, THebEdge& edge, TVisualNode* b) {
   std::vector<TVisualNode*>& up = m_PathNodes;
-  const size_t start = up.size();
   up.push_back(a);
   std::vector<TVisualNode*>& down = m_PathDown;
   down.assign(1, b);
@@ -423,7 +432,7 @@ void THebProcessorImplementationCpp::findPath(TVisualNode* a, THebEdge& edge, TV
       break;
     }
   }
-  if (up.back() == down.back() && up.size() > start) down.pop_back();
+  if (up.back() == down.back()) down.pop_back();
   up.insert(up.end(), down.rbegin(), down.rend());
 }
 
@@ -570,19 +579,10 @@ bool apart(TVector2 a, TVector2 b, float d) {
 }  // namespace
 
 void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
-  if (!edge || m_RadialLevels.size() <= m_MaxLevel) return;
+  if (!edge || !edge->drawn() || m_RadialLevels.size() <= m_MaxLevel) return;
   // The path runs from the record's first node to its second.
-  const TVisualNode* nodeA = edge->path.empty() ? nullptr : edge->path.front();
-  const TVisualNode* nodeB = edge->path.empty() ? nullptr : edge->path.back();
-  if (!nodeA) {
-    auto ia = m_NodeMap.find(edge->from);
-    auto ib = m_NodeMap.find(edge->to);
-    if (ia == m_NodeMap.end() || ib == m_NodeMap.end()) return;
-    nodeA = &ia->second;
-    nodeB = &ib->second;
-  }
-  const TVisualNode& A = *nodeA;
-  const TVisualNode& B = *nodeB;
+  const TVisualNode& A = *edge->path.front();
+  const TVisualNode& B = *edge->path.back();
   const TToScreenConverter& conv = *m_Converter;
   auto draw = [&](TVector2 v) { return conv.toScreen(v.x, v.y); };
   std::vector<TVector2>& pts = m_SplinePoints;
@@ -600,7 +600,6 @@ void THebProcessorImplementationCpp::renderEdge(const THebEdge* edge) {
     pts.insert(pts.end(), 3, at);
   } else {
     const std::span<TVisualNode* const> path = edge->path;
-    if (path.empty()) return;
     const float inner = m_RadialLevels[m_MaxLevel];
     auto levelY = [&](const TVisualNode* n) {
       return n->level < m_RadialLevels.size() ? m_RadialLevels[n->level] : m_LeafY;
@@ -726,7 +725,7 @@ void THebProcessorImplementationCpp::renderCurve() {
   rgba.clear();
   if (n >= 4 && k > 1) {
     const std::vector<std::array<float, 2>>& ramp = colorRamp(n);
-    const size_t steps = k - 1, pairs = (steps + 1) / 2;
+    const size_t steps = k - 1, pairs = m_PairBasis.size();
     // Room for the last pair's second vertex, which the next segment or
     // the end drops.
     xy.resize(2 * ramp.size() + 2);
@@ -741,15 +740,6 @@ void THebProcessorImplementationCpp::renderCurve() {
       out[3] = m_EdgeAlpha;
       std::memcpy(c, &out, sizeof out);
       c += 4;
-    }
-    if (m_PairBasis.size() != pairs) {
-      m_PairBasis.assign(pairs, {});
-      for (size_t q = 0; q < pairs; ++q)
-        for (size_t m = 0; m < 4; ++m) {
-          const float a = m_SplineBasis[2 * q][m];
-          const float z = 2 * q + 1 < steps ? m_SplineBasis[2 * q + 1][m] : 0.0f;
-          m_PairBasis[q][m] = {a, a, z, z};
-        }
     }
     // Two vertices at a time as (x, y, x, y): the same products and sums,
     // in the same order, as one vertex at a time.

@@ -5,9 +5,8 @@
 
 #include <array>
 #include <memory>
-#include <string>
 #include <span>
-#include <unordered_map>
+#include <string>
 #include <vector>
 
 #include "views/core/MVisualizer.h"
