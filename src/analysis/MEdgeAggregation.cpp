@@ -93,7 +93,7 @@ std::shared_ptr<TEdgeCollapsedData> aggregateEdges(const THierarchyData& hierarc
   auto contains = [&](uint32_t eid) {
     return selection.m_ContainsAll || (eid <= largest && (selected[eid / 64] >> (eid % 64) & 1));
   };
-  std::vector<TEdgeCollapsedData::Edge> folded;
+  std::vector<TEdgeCollapsedData::Edge, TLargePageAllocator<TEdgeCollapsedData::Edge>> folded;
   folded.reserve(edges.m_Rows.size());
   for (const TEdgeRow& e : edges.m_Rows) {
     if (!contains(e.eid)) continue;

@@ -1,6 +1,7 @@
 #include "MHierarchy.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "data/MAttributes.h"
 #include "engine/MRegistry.h"
@@ -305,45 +306,22 @@ const TIdHashMap<uint32_t, uint64_t>& TEdgeCollapsedData::pairIndex() const {
 
 namespace {
 
-// Sorts items by a key of `bits` bits, keeping the order of equal keys:
-// least significant digits first, 11 bits a pass, so that the counts and
-// the places written to stay in cache.
-template <class T, class Key>
-void radixSort(std::vector<T>& items, unsigned bits, Key keyOf) {
-  std::vector<T> other(items.size());
-  constexpr unsigned kDigit = 11;
-  constexpr uint64_t kMask = (1u << kDigit) - 1;
-  std::vector<uint32_t> counts(1u << kDigit);
-  for (unsigned shift = 0; shift < bits; shift += kDigit) {
-    std::fill(counts.begin(), counts.end(), 0);
-    for (const T& t : items) ++counts[(keyOf(t) >> shift) & kMask];
-    uint32_t sum = 0;
-    for (uint32_t& c : counts) {
-      const uint32_t n = c;
-      c = sum;
-      sum += n;
-    }
-    for (const T& t : items) other[counts[(keyOf(t) >> shift) & kMask]++] = t;
-    items.swap(other);
-  }
-}
+// More edges than rows numbered in 31 bits are refused.
+constexpr uint32_t kMostEdges = 0x80000000u;
 
-// The top bit of an item's row marks an edge that runs from the larger lft
-// to the smaller.
-constexpr uint32_t kBackward = 0x80000000u;
-
-unsigned bitsFor(uint32_t largest) {
-  unsigned bits = 0;
-  while (bits < 32 && (uint64_t(1) << bits) <= largest) ++bits;
-  return bits;
+// The ends of an edge without a branch: edges run either way at random, so
+// a branch would miss half the time.
+inline uint32_t lowerEnd(const TEdgeCollapsedData::Edge& e) {
+  return e.source ^ ((e.source ^ e.target) & (0u - static_cast<uint32_t>(e.target < e.source)));
 }
+inline uint32_t upperEnd(const TEdgeCollapsedData::Edge& e) { return e.source ^ e.target ^ lowerEnd(e); }
 
 }  // namespace
 
 // Records of the edges looked up by pair in a table that stays in cache:
 // the way when many edges fold onto few pairs, as on a picture of the upper
 // levels. False, and no records, when the pairs outgrow the table.
-bool TEdgeCollapsedData::addEdgesByTable(const std::vector<Edge>& edges) {
+bool TEdgeCollapsedData::addEdgesByTable(std::span<const Edge> edges) {
   constexpr unsigned kBits = 17;
   constexpr size_t kSlots = size_t{1} << kBits;
   constexpr size_t kMaxRecords = kSlots / 2;
@@ -372,58 +350,96 @@ bool TEdgeCollapsedData::addEdgesByTable(const std::vector<Edge>& edges) {
   return true;
 }
 
-void TEdgeCollapsedData::addEdges(const std::vector<Edge>& edges) {
+void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
   if (!m_Records.empty()) throw TFlowError("TEdgeCollapsedData: addEdges needs an empty value");
-  if (edges.size() >= kBackward) throw TFlowError("TEdgeCollapsedData: too many edges");
+  if (edges.size() >= kMostEdges) throw TFlowError("TEdgeCollapsedData: too many edges");
   m_PairIndexBuilt = false;
   m_LookupsBuilt = false;
   if (addEdgesByTable(edges)) return;
-  // Each edge as an item that holds all its record needs, ordered by pair;
-  // edges of one pair stay in their order, so the first of a run is where
-  // addEdge would have made the record.
+  // The edges by ranges of their smaller ends, at most 256 of them, each
+  // range's edges in their order: one pass that counts, one that places.
   struct Item {
-    uint64_t pair;
-    uint32_t row;  // with kBackward
-    uint32_t eid;
+    uint32_t a;
+    uint32_t b;
+    uint32_t row;
   };
-  std::vector<Item> items(edges.size());
+  const uint32_t n = static_cast<uint32_t>(edges.size());
   uint32_t largest = 0;
-  for (uint32_t i = 0; i < edges.size(); ++i) {
+  for (const Edge& e : edges) largest = std::max(largest, lowerEnd(e));
+  unsigned shift = 0;
+  while ((largest >> shift) >= 256) ++shift;
+  const size_t ranges = (largest >> shift) + 1;
+  std::vector<uint32_t> rangeStart(ranges + 1, 0);
+  for (const Edge& e : edges) ++rangeStart[(lowerEnd(e) >> shift) + 1];
+  for (size_t r = 0; r < ranges; ++r) rangeStart[r + 1] += rangeStart[r];
+  std::vector<Item, TLargePageAllocator<Item>> byRange(n);
+  {
+    std::vector<uint32_t> next(rangeStart.begin(), rangeStart.end() - 1);
+    for (uint32_t i = 0; i < n; ++i) {
+      const uint32_t a = lowerEnd(edges[i]);
+      byRange[next[a >> shift]++] = {a, upperEnd(edges[i]), i};
+    }
+  }
+
+  // Each range's edges in their order: the first edge of each pair is
+  // marked, as the one where its record is made, and the later ones note
+  // that first edge. The range's pairs are looked up in a table that stays
+  // in cache; a stamp a range spares clearing it.
+  std::vector<uint64_t> first(size_t{n} / 64 + 1, 0);
+  std::vector<std::pair<uint32_t, uint32_t>> later;  // (row, row of its record's first edge)
+  struct Slot {
+    uint64_t pair;
+    uint32_t row;
+    uint32_t stamp;
+  };
+  std::vector<Slot> table;
+  for (size_t r = 0; r < ranges; ++r) {
+    const Item* s = byRange.data() + rangeStart[r];
+    const Item* e = byRange.data() + rangeStart[r + 1];
+    if (e == s) continue;
+    unsigned bits = 6;
+    while ((size_t{1} << bits) < 2 * static_cast<size_t>(e - s)) ++bits;
+    if (table.size() < (size_t{1} << bits)) table.assign(size_t{1} << bits, Slot{0, 0, 0});
+    const size_t mask = (size_t{1} << bits) - 1;
+    const uint32_t stamp = static_cast<uint32_t>(r) + 1;
+    for (const Item* i = s; i < e; ++i) {
+      const uint64_t k = key(i->a, i->b);
+      size_t slot = static_cast<size_t>((k * 0x9E3779B97F4A7C15ull) >> (64 - bits));
+      while (table[slot].stamp == stamp && table[slot].pair != k) slot = (slot + 1) & mask;
+      if (table[slot].stamp == stamp) {
+        later.emplace_back(i->row, table[slot].row);
+      } else {
+        table[slot] = {k, i->row, stamp};
+        first[i->row / 64] |= uint64_t{1} << (i->row % 64);
+      }
+    }
+  }
+  byRange = {};
+
+  // Records in the order of their first edges, as addEdge makes them.
+  std::vector<uint32_t> before(first.size());
+  uint32_t records = 0;
+  for (size_t w = 0; w < first.size(); ++w) {
+    before[w] = records;
+    records += static_cast<uint32_t>(std::popcount(first[w]));
+  }
+  auto add = [](Record& rec, const Edge& e) { (e.source > e.target ? rec.backward : rec.forward).insert(e.eid); };
+  m_Records.resize(records);
+  Record* out = m_Records.data();
+  for (uint32_t i = 0; i < n; ++i) {
+    if (!(first[i / 64] >> (i % 64) & 1)) continue;
     const Edge& e = edges[i];
-    const auto [a, b] = std::minmax(e.source, e.target);
-    items[i] = {key(a, b), e.source > e.target ? (i | kBackward) : i, e.eid};
-    largest = std::max(largest, b);
+    const bool backward = e.source > e.target;
+    out->smallerlft = lowerEnd(e);
+    out->largerlft = upperEnd(e);
+    out->forward = TSmallIdSet(e.eid, !backward);
+    out->backward = TSmallIdSet(e.eid, backward);
+    ++out;
   }
-  const unsigned bits = bitsFor(largest);
-  radixSort(items, 2 * bits, [bits](const Item& t) { return (t.pair >> 32) << bits | (t.pair & 0xffffffffu); });
-
-  // Every item takes the row of its run's first edge; sorted by that, the
-  // runs stand in the order addEdge makes records, each in its own order,
-  // and the records are made in one pass instead of one gather per record.
-  size_t runs = 0;
-  uint32_t first = 0;
-  for (uint32_t i = 0; i < items.size(); ++i) {
-    if (i == 0 || items[i].pair != items[i - 1].pair) {
-      first = items[i].row & ~kBackward;
-      ++runs;
-    }
-    items[i].row = first | (items[i].row & kBackward);
+  for (const auto& [row, of] : later) {
+    const uint64_t earlier = first[of / 64] & ((uint64_t{1} << (of % 64)) - 1);
+    add(m_Records[before[of / 64] + static_cast<uint32_t>(std::popcount(earlier))], edges[row]);
   }
-  const auto rowBits = bitsFor(static_cast<uint32_t>(items.size()));
-  radixSort(items, rowBits, [](const Item& t) { return t.row & ~kBackward; });
-
-  m_Records.reserve(runs);
-  for (size_t i = 0; i < items.size(); ++i) {
-    if (i == 0 || items[i].pair != items[i - 1].pair) {
-      Record& rec = m_Records.emplace_back();
-      rec.smallerlft = static_cast<uint32_t>(items[i].pair >> 32);
-      rec.largerlft = static_cast<uint32_t>(items[i].pair);
-    }
-    Record& rec = m_Records.back();
-    ((items[i].row & kBackward) ? rec.backward : rec.forward).insert(items[i].eid);
-  }
-  m_PairIndexBuilt = false;
-  m_LookupsBuilt = false;
 }
 
 const TEdgeCollapsedData::Record* TEdgeCollapsedData::findRecord(uint32_t smallerlft, uint32_t largerlft) const {

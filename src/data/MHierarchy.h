@@ -3,12 +3,14 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "data/MIdContainers.h"
 #include "data/MValues.h"
 #include "engine/MFlowObjects.h"
+#include "engine/MLargePages.h"
 
 namespace quorvel {
 
@@ -168,7 +170,7 @@ class TEdgeCollapsedData : public TAbstractData {
   };
   using Pair = std::pair<uint32_t, uint32_t>;
 
-  std::vector<Record> m_Records;
+  std::vector<Record, TLargePageAllocator<Record>> m_Records;
 
   void addEdge(uint32_t eid, uint32_t source, uint32_t target);
   struct Edge {
@@ -178,7 +180,7 @@ class TEdgeCollapsedData : public TAbstractData {
   };
   // The records of these edges, as addEdge in their order would make them,
   // into an empty value: sorted by pair instead of looked up one by one.
-  void addEdges(const std::vector<Edge>& edges);
+  void addEdges(std::span<const Edge> edges);
   size_t getRecordCount() const { return m_Records.size(); }
   // The eids of the pair, or an empty set and found false. The pair is not
   // reordered.
@@ -198,7 +200,7 @@ class TEdgeCollapsedData : public TAbstractData {
 
  private:
   static uint64_t key(uint32_t a, uint32_t b) { return (uint64_t(a) << 32) | b; }
-  bool addEdgesByTable(const std::vector<Edge>& edges);
+  bool addEdgesByTable(std::span<const Edge> edges);
   void buildLookups() const;
   std::vector<Pair> pairsOf(const TIdHashMap<uint32_t>& byNode, uint32_t node) const;
 

@@ -315,6 +315,9 @@ class TIdSet {
 class TSmallIdSet {
  public:
   TSmallIdSet() = default;
+  // The set of id when `present`, else the empty set, without a branch.
+  TSmallIdSet(uint32_t id, bool present)
+      : m_Word{kEmpty | static_cast<uint32_t>(present) << 1, id & (0u - static_cast<uint32_t>(present))} {}
   TSmallIdSet(const TSmallIdSet& o) { assign(o.begin(), o.end()); }
   TSmallIdSet& operator=(const TSmallIdSet& o) {
     if (this != &o) {

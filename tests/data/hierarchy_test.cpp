@@ -191,12 +191,13 @@ TEST(Edges, CollapsedRecordsAndAggLft) {
 
 // Records made all at once equal those made edge by edge: the same pairs
 // in the same order with the same eids each way, and the same answers.
-// Few pairs are looked up in a table, many are sorted; the last case has
-// more pairs than the table takes.
+// Few pairs are looked up in a table, many are sorted; the last three
+// cases have more pairs than the table takes, with many edges to one end,
+// dense ends and sparse ends.
 TEST(Edges, CollapsedRecordsInOneGoEqualThoseEdgeByEdge) {
   std::mt19937 rng(3);
   for (const auto& [ends, count] : {std::pair{3u, 5000u}, {50u, 5000u}, {100000u, 5000u}, {3000000u, 5000u},
-                                   {3000000u, 150001u}}) {
+                                   {1000u, 150001u}, {200000u, 150001u}, {3000000u, 150001u}}) {
     std::vector<TEdgeCollapsedData::Edge> edges;
     for (uint32_t eid = 1; eid <= count; ++eid) edges.push_back({eid * 7u % (count + 3), static_cast<uint32_t>(rng() % ends), static_cast<uint32_t>(rng() % ends)});
     TEdgeCollapsedData one;
