@@ -143,4 +143,4 @@ static void datasets(benchmark::internal::Benchmark* b) {
   b->Args({100000, 300000})->Args({1000000, 3000000})->Args({0, 0})->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 BENCHMARK(BM_LoadDataset)->Apply(datasets)->Iterations(3);
-BENCHMARK(BM_OpenDataset)->Apply(datasets)->Iterations(1);
+BENCHMARK(BM_OpenDataset)->Apply(datasets)->Iterations(3);

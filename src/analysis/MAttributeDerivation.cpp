@@ -1,6 +1,7 @@
 #include "MAttributeDerivation.h"
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <functional>
 #include <string_view>
@@ -156,7 +157,7 @@ void TFanAttributeProcessor::process() {
   resetPins({});
   if (!requireAllElseReset({m_NodeSelection, m_EdgeSelection, m_EdgeData})) return;
   auto nodes = dataAs<TIntegerSetData>(m_NodeSelection);
-  auto edgeSelection = dataAs<TIntegerSetData>(m_EdgeSelection);
+  const TIdSetBits edgeSelection(*dataAs<TIntegerSetData>(m_EdgeSelection));
   auto edges = dataAs<TEdgeData>(m_EdgeData);
   auto fanOut = std::make_shared<TIntegerAttributeData>("fan out (*)");
   auto fanIn = std::make_shared<TIntegerAttributeData>("fan in (*)");
@@ -167,7 +168,7 @@ void TFanAttributeProcessor::process() {
     ends.clear();
     auto note = [&](uint32_t row) {
       const TEdgeRow& e = edges->m_Rows[row];
-      if (edgeSelection->contains(e.eid)) ends.push_back(forward ? e.tonid : e.fromnid);
+      if (edgeSelection.contains(e.eid)) ends.push_back(forward ? e.tonid : e.fromnid);
     };
     if (forward)
       edges->forEachForwardRow(nid, note);
@@ -265,6 +266,15 @@ void TIconAttributeCreator::process() {
     if (m_MemoIcons.lock() != icons || m_MemoIconsGeneration != icons->m_HasChanged.generation()) m_Memo.forget();
     m_MemoIcons = icons;
     m_MemoIconsGeneration = icons->m_HasChanged.generation();
+    // The lengths of the icons' names by their first byte, as bits: most
+    // texts of a column of millions name no icon, and are passed over
+    // without a look-up.
+    std::array<uint64_t, 256> lengths{};
+    for (const auto& [name, icon] : icons->m_Map)
+      lengths[name.empty() ? 0 : static_cast<unsigned char>(name[0])] |= uint64_t{1} << std::min<size_t>(name.size(), 63);
+    auto mayName = [&lengths](std::string_view v) {
+      return lengths[v.empty() ? 0 : static_cast<unsigned char>(v[0])] >> std::min<size_t>(v.size(), 63) & 1;
+    };
     for (const auto& item : dataAs<TDataArray>(m_Attributes)->m_Items) {
       auto column = std::dynamic_pointer_cast<TStringAttributeData>(item);
       if (!column) continue;
@@ -272,7 +282,9 @@ void TIconAttributeCreator::process() {
         std::shared_ptr<TIntegerAttributeData> made;
         std::string text;
         for (size_t r = 0; r < column->getRowCount(); ++r) {
-          text.assign(column->viewByRow(r));
+          const std::string_view v = column->viewByRow(r);
+          if (!mayName(v)) continue;
+          text.assign(v);
           auto it = icons->m_Map.find(text);
           if (it == icons->m_Map.end()) continue;
           if (!made) made = std::make_shared<TIntegerAttributeData>("icon for '" + column->m_KeyName + "'");

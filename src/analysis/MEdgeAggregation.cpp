@@ -80,23 +80,11 @@ std::shared_ptr<TEdgeCollapsedData> aggregateEdges(const THierarchyData& hierarc
                                                    const TEdgeData& edges, const TIntegerSetData& selection) {
   auto out = std::make_shared<TEdgeCollapsedData>();
   const TNodeToAggLft aggOf(hierarchy, agglft);
-  // The selection as one bit per eid: a look-up per edge in a set of
-  // millions would search it.
-  std::vector<uint64_t> selected;
-  uint32_t largest = 0;
-  if (!selection.m_ContainsAll) {
-    const std::vector<uint32_t>& ids = selection.m_Set.ids();
-    largest = ids.empty() ? 0 : ids.back();
-    selected.assign(size_t{largest} / 64 + 1, 0);
-    for (uint32_t id : ids) selected[id / 64] |= uint64_t{1} << (id % 64);
-  }
-  auto contains = [&](uint32_t eid) {
-    return selection.m_ContainsAll || (eid <= largest && (selected[eid / 64] >> (eid % 64) & 1));
-  };
+  const TIdSetBits selected(selection);
   std::vector<TEdgeCollapsedData::Edge, TLargePageAllocator<TEdgeCollapsedData::Edge>> folded;
   folded.reserve(edges.m_Rows.size());
   for (const TEdgeRow& e : edges.m_Rows) {
-    if (!contains(e.eid)) continue;
+    if (!selected.contains(e.eid)) continue;
     const uint32_t from = aggOf(e.fromnid);
     const uint32_t to = aggOf(e.tonid);
     if (from == TNodeToAggLft::kNone || to == TNodeToAggLft::kNone) continue;

@@ -2,6 +2,7 @@
 // map of folded nodes and the edges aggregated onto visible nodes.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -92,11 +93,11 @@ class TEdgeData : public TAbstractData {
   // Row numbers of the edges leaving / entering a node, ascending.
   template <class F>
   void forEachForwardRow(uint32_t nid, F&& f) const {
-    adjacency().forward.walk(nid, f);
+    adjacency().forward.walk(nid, f, m_Rows.data());
   }
   template <class F>
   void forEachBackwardRow(uint32_t nid, F&& f) const {
-    adjacency().backward.walk(nid, f);
+    adjacency().backward.walk(nid, f, m_Rows.data());
   }
   void rebuildIndex() override;
   std::string toString() const override;
@@ -110,8 +111,11 @@ class TEdgeData : public TAbstractData {
     TIdHashMap<uint32_t> slotOf;
     std::vector<uint32_t> start;  // slots + 1
     std::vector<uint32_t> rows;
+    // The edges of the rows a few places on are fetched ahead: a walk
+    // over nodes in ascending order reads the rows in their order, and
+    // their edges stand anywhere.
     template <class F>
-    void walk(uint32_t nid, F& f) const {
+    void walk(uint32_t nid, F& f, const TEdgeRow* edges) const {
       size_t slot = nid;
       if (!direct) {
         const uint32_t* s = slotOf.find(nid);
@@ -120,7 +124,12 @@ class TEdgeData : public TAbstractData {
       } else if (slot + 1 >= start.size()) {
         return;
       }
-      for (uint32_t i = start[slot]; i < start[slot + 1]; ++i) f(rows[i]);
+      constexpr size_t kAhead = 16;
+      const size_t ahead = rows.size() - std::min(kAhead, rows.size());
+      for (uint32_t i = start[slot]; i < start[slot + 1]; ++i) {
+        if (i < ahead) __builtin_prefetch(edges + rows[i + kAhead]);
+        f(rows[i]);
+      }
     }
     template <class End>
     void build(const std::vector<TEdgeRow>& edges, End end);

@@ -143,6 +143,27 @@ class TIntegerSetData : public TAbstractData {
   void unstringify(const std::string& text) override;
 };
 
+// A set's membership as one bit per id, for many look-ups in a large set:
+// a search of millions of ids per look-up would wait on memory.
+class TIdSetBits {
+ public:
+  explicit TIdSetBits(const TIntegerSetData& set) : m_All(set.m_ContainsAll) {
+    if (m_All) return;
+    const std::vector<uint32_t>& ids = set.m_Set.ids();
+    m_Largest = ids.empty() ? 0 : ids.back();
+    m_Bits.assign(size_t{m_Largest} / 64 + 1, 0);
+    for (uint32_t id : ids) m_Bits[id / 64] |= uint64_t{1} << (id % 64);
+  }
+  bool contains(uint32_t id) const {
+    return m_All || (id <= m_Largest && (m_Bits[id / 64] >> (id % 64) & 1));
+  }
+
+ private:
+  bool m_All;
+  uint32_t m_Largest = 0;
+  std::vector<uint64_t> m_Bits;
+};
+
 class TIntegerPairSetData : public TAbstractData {
  public:
   QV_CLASS_NAME(TIntegerPairSetData)

@@ -197,8 +197,12 @@ TEST(Derivation, FanIdsCaptionsIconsAndUnion) {
   auto icons = net.add<TIconAttributeCreator>(net.fm);
   auto map = std::make_shared<TMapStringToIntegerData>();
   map->put("file", 4);
+  map->put("", 5);
+  const std::string longName(70, 'L');
+  map->put(longName, 6);
   auto attributes = std::make_shared<TAttributeDataArray>();
-  attributes->add(column<TStringAttributeData, std::string>("type", {{1, "file"}, {2, "folder"}}));
+  attributes->add(column<TStringAttributeData, std::string>(
+      "type", {{1, "file"}, {2, "folder"}, {3, ""}, {4, longName}, {5, longName + "x"}, {6, "fil"}}));
   attributes->add(column<TStringAttributeData, std::string>("name", {{1, "x"}}));
   icons->m_Icons->setData(map);
   icons->m_Attributes->setData(attributes);
@@ -206,7 +210,12 @@ TEST(Derivation, FanIdsCaptionsIconsAndUnion) {
   auto iconArray = dataAs<TIntegerAttributeDataArray>(icons->m_Output);
   ASSERT_EQ(iconArray->getItemCount(), 1u) << "no matching text, no column";
   EXPECT_EQ(iconArray->m_Items[0]->getKeyName(), "icon for 'type'");
-  EXPECT_FALSE(iconArray->itemAs<TIntegerAttributeData>(0)->hasValueById(2));
+  const auto& typeIcons = *iconArray->itemAs<TIntegerAttributeData>(0);
+  EXPECT_FALSE(typeIcons.hasValueById(2));
+  EXPECT_EQ(typeIcons.getValueById(3, found), 5) << "an empty name is a name";
+  EXPECT_EQ(typeIcons.getValueById(4, found), 6) << "a long name";
+  EXPECT_FALSE(typeIcons.hasValueById(5));
+  EXPECT_FALSE(typeIcons.hasValueById(6));
 
   auto uni = net.add<TAttributeUnion>(net.fm);
   uni->m_In1->setData(column<TIntegerAttributeData, int32_t>("n", {{1, 1}, {2, 2}}));
