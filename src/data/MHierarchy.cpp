@@ -369,9 +369,13 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
   unsigned shift = 0;
   while ((largest >> shift) >= 256) ++shift;
   const size_t ranges = (largest >> shift) + 1;
+  // Four counts a range, taken in turn, so that a run of edges into one
+  // range (a folded subtree's) does not wait on one count.
+  std::vector<uint32_t> counts(4 * ranges, 0);
+  for (uint32_t i = 0; i < n; ++i) ++counts[4 * (lowerEnd(edges[i]) >> shift) + (i & 3)];
   std::vector<uint32_t> rangeStart(ranges + 1, 0);
-  for (const Edge& e : edges) ++rangeStart[(lowerEnd(e) >> shift) + 1];
-  for (size_t r = 0; r < ranges; ++r) rangeStart[r + 1] += rangeStart[r];
+  for (size_t r = 0; r < ranges; ++r)
+    rangeStart[r + 1] = rangeStart[r] + counts[4 * r] + counts[4 * r + 1] + counts[4 * r + 2] + counts[4 * r + 3];
   std::vector<Item, TLargePageAllocator<Item>> byRange(n);
   {
     std::vector<uint32_t> next(rangeStart.begin(), rangeStart.end() - 1);
@@ -383,25 +387,26 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
 
   // Each range's edges in their order: the first edge of each pair is
   // marked, as the one where its record is made, and the later ones note
-  // that first edge. The range's pairs are looked up in a table that stays
-  // in cache; a stamp a range spares clearing it.
+  // that first edge. A group's pairs are looked up in a table that stays in
+  // cache, and a stamp a group spares clearing it; a range too large for
+  // that (the edges of a folded subtree share one end) is first split by
+  // pair, each part in its order.
   std::vector<uint64_t> first(size_t{n} / 64 + 1, 0);
-  std::vector<std::pair<uint32_t, uint32_t>> later;  // (row, row of its record's first edge)
+  using TRowPairs = std::vector<std::pair<uint32_t, uint32_t>, TLargePageAllocator<std::pair<uint32_t, uint32_t>>>;
+  TRowPairs later;  // (row, row of its record's first edge)
   struct Slot {
     uint64_t pair;
     uint32_t row;
     uint32_t stamp;
   };
   std::vector<Slot> table;
-  for (size_t r = 0; r < ranges; ++r) {
-    const Item* s = byRange.data() + rangeStart[r];
-    const Item* e = byRange.data() + rangeStart[r + 1];
-    if (e == s) continue;
+  uint32_t stamp = 0;
+  auto markPairs = [&](const Item* s, const Item* e) {
     unsigned bits = 6;
     while ((size_t{1} << bits) < 2 * static_cast<size_t>(e - s)) ++bits;
     if (table.size() < (size_t{1} << bits)) table.assign(size_t{1} << bits, Slot{0, 0, 0});
     const size_t mask = (size_t{1} << bits) - 1;
-    const uint32_t stamp = static_cast<uint32_t>(r) + 1;
+    ++stamp;
     for (const Item* i = s; i < e; ++i) {
       const uint64_t k = key(i->a, i->b);
       size_t slot = static_cast<size_t>((k * 0x9E3779B97F4A7C15ull) >> (64 - bits));
@@ -413,6 +418,30 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
         first[i->row / 64] |= uint64_t{1} << (i->row % 64);
       }
     }
+  };
+  constexpr size_t kInCache = 16384;
+  std::vector<Item, TLargePageAllocator<Item>> parts;
+  std::vector<uint32_t> partStart;
+  for (size_t r = 0; r < ranges; ++r) {
+    const Item* s = byRange.data() + rangeStart[r];
+    const Item* e = byRange.data() + rangeStart[r + 1];
+    if (static_cast<size_t>(e - s) <= kInCache) {
+      if (e != s) markPairs(s, e);
+      continue;
+    }
+    // Parts by another hash of the pair than the table's, so that a part's
+    // pairs spread over its table.
+    unsigned bits = 1;
+    while ((size_t{kInCache} << bits) < static_cast<size_t>(e - s)) ++bits;
+    auto partOf = [bits](const Item& i) { return static_cast<size_t>((key(i.a, i.b) * 0xD6E8FEB86659FD93ull) >> (64 - bits)); };
+    partStart.assign((size_t{1} << bits) + 1, 0);
+    for (const Item* i = s; i < e; ++i) ++partStart[partOf(*i) + 1];
+    for (size_t p = 1; p < partStart.size(); ++p) partStart[p] += partStart[p - 1];
+    parts.resize(static_cast<size_t>(e - s));
+    std::vector<uint32_t> next(partStart.begin(), partStart.end() - 1);
+    for (const Item* i = s; i < e; ++i) parts[next[partOf(*i)]++] = *i;
+    for (size_t p = 0; p + 1 < partStart.size(); ++p)
+      if (partStart[p] != partStart[p + 1]) markPairs(parts.data() + partStart[p], parts.data() + partStart[p + 1]);
   }
   byRange = {};
 
@@ -436,10 +465,25 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
     out->backward = TSmallIdSet(e.eid, backward);
     ++out;
   }
-  for (const auto& [row, of] : later) {
-    const uint64_t earlier = first[of / 64] & ((uint64_t{1} << (of % 64)) - 1);
-    add(m_Records[before[of / 64] + static_cast<uint32_t>(std::popcount(earlier))], edges[row]);
+  // The later edges by record, each record's in their order, so that the
+  // records are visited once each, in order, and grow as addEdge grows
+  // them. Many later edges are counted into place; a few are sorted.
+  TRowPairs byRecord(later.size());  // (record, row)
+  auto recordOf = [&](uint32_t row) {
+    const uint64_t earlier = first[row / 64] & ((uint64_t{1} << (row % 64)) - 1);
+    return before[row / 64] + static_cast<uint32_t>(std::popcount(earlier));
+  };
+  if (later.size() < records / 8) {
+    for (size_t i = 0; i < later.size(); ++i) byRecord[i] = {recordOf(later[i].second), later[i].first};
+    std::sort(byRecord.begin(), byRecord.end());
+  } else {
+    std::vector<uint32_t> start(size_t{records} + 1, 0);
+    for (auto& [row, of] : later) ++start[(of = recordOf(of)) + 1];
+    for (size_t r = 0; r < records; ++r) start[r + 1] += start[r];
+    for (const auto& [row, record] : later) byRecord[start[record]++] = {record, row};
   }
+  later = {};
+  for (const auto& [record, row] : byRecord) add(m_Records[record], edges[row]);
 }
 
 const TEdgeCollapsedData::Record* TEdgeCollapsedData::findRecord(uint32_t smallerlft, uint32_t largerlft) const {
