@@ -191,15 +191,22 @@ TEST(Edges, CollapsedRecordsAndAggLft) {
 
 // Records made all at once equal those made edge by edge: the same pairs
 // in the same order with the same eids each way, and the same answers.
-// Few pairs are looked up in a table, many are sorted; the last three
+// Few pairs are looked up in a table, many are sorted; the last four
 // cases have more pairs than the table takes, with many edges to one end,
-// dense ends and sparse ends.
+// dense ends, sparse ends, and half the edges at one hub (a folded
+// subtree), both ways.
 TEST(Edges, CollapsedRecordsInOneGoEqualThoseEdgeByEdge) {
   std::mt19937 rng(3);
-  for (const auto& [ends, count] : {std::pair{3u, 5000u}, {50u, 5000u}, {100000u, 5000u}, {3000000u, 5000u},
-                                   {1000u, 150001u}, {200000u, 150001u}, {3000000u, 150001u}}) {
+  for (const auto& [ends, count, hub] :
+       {std::tuple{3u, 5000u, false}, {50u, 5000u, false}, {100000u, 5000u, false}, {3000000u, 5000u, false},
+        {1000u, 150001u, false}, {200000u, 150001u, false}, {3000000u, 150001u, false}, {100000u, 150001u, true}}) {
     std::vector<TEdgeCollapsedData::Edge> edges;
-    for (uint32_t eid = 1; eid <= count; ++eid) edges.push_back({eid * 7u % (count + 3), static_cast<uint32_t>(rng() % ends), static_cast<uint32_t>(rng() % ends)});
+    for (uint32_t eid = 1; eid <= count; ++eid) {
+      uint32_t source = static_cast<uint32_t>(rng() % ends);
+      uint32_t target = static_cast<uint32_t>(rng() % ends);
+      if (hub && eid % 2 == 0) (eid % 4 == 0 ? source : target) = 3;
+      edges.push_back({eid * 7u % (count + 3), source, target});
+    }
     TEdgeCollapsedData one;
     TEdgeCollapsedData each;
     one.addEdges(edges);
