@@ -270,8 +270,10 @@ void TIconAttributeCreator::process() {
     // texts of a column of millions name no icon, and are passed over
     // without a look-up.
     std::array<uint64_t, 256> lengths{};
-    for (const auto& [name, icon] : icons->m_Map)
-      lengths[name.empty() ? 0 : static_cast<unsigned char>(name[0])] |= uint64_t{1} << std::min<size_t>(name.size(), 63);
+    for (const auto& [name, icon] : icons->m_Map) {
+      const unsigned firstByte = name.empty() ? 0 : static_cast<unsigned char>(name[0]);
+      lengths[firstByte] |= uint64_t{1} << std::min<size_t>(name.size(), 63);
+    }
     auto mayName = [&lengths](std::string_view v) {
       return lengths[v.empty() ? 0 : static_cast<unsigned char>(v[0])] >> std::min<size_t>(v.size(), 63) & 1;
     };

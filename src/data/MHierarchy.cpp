@@ -433,7 +433,9 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
     // pairs spread over its table.
     unsigned bits = 1;
     while ((size_t{kInCache} << bits) < static_cast<size_t>(e - s)) ++bits;
-    auto partOf = [bits](const Item& i) { return static_cast<size_t>((key(i.a, i.b) * 0xD6E8FEB86659FD93ull) >> (64 - bits)); };
+    auto partOf = [bits](const Item& i) {
+      return static_cast<size_t>((key(i.a, i.b) * 0xD6E8FEB86659FD93ull) >> (64 - bits));
+    };
     partStart.assign((size_t{1} << bits) + 1, 0);
     for (const Item* i = s; i < e; ++i) ++partStart[partOf(*i) + 1];
     for (size_t p = 1; p < partStart.size(); ++p) partStart[p] += partStart[p - 1];
