@@ -188,7 +188,8 @@ class TEdgeCollapsedData : public TAbstractData {
     uint32_t target;
   };
   // The records of these edges, as addEdge in their order would make them,
-  // into an empty value: sorted by pair instead of looked up one by one.
+  // into an empty value: grouped by pair in parts that stay in cache
+  // instead of looked up one by one.
   void addEdges(std::span<const Edge> edges);
   size_t getRecordCount() const { return m_Records.size(); }
   // The eids of the pair, or an empty set and found false. The pair is not

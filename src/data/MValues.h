@@ -144,22 +144,26 @@ class TIntegerSetData : public TAbstractData {
 };
 
 // A set's membership as one bit per id, for many look-ups in a large set:
-// a search of millions of ids per look-up would wait on memory.
+// a search of millions of ids per look-up would wait on memory. Ids too
+// sparse for bits are searched in the set.
 class TIdSetBits {
  public:
-  explicit TIdSetBits(const TIntegerSetData& set) : m_All(set.m_ContainsAll) {
-    if (m_All) return;
+  explicit TIdSetBits(const TIntegerSetData& set) : m_Set(set) {
     const std::vector<uint32_t>& ids = set.m_Set.ids();
     m_Largest = ids.empty() ? 0 : ids.back();
+    m_Dense = !set.m_ContainsAll && m_Largest / 64 <= ids.size() + 1024;
+    if (!m_Dense) return;
     m_Bits.assign(size_t{m_Largest} / 64 + 1, 0);
     for (uint32_t id : ids) m_Bits[id / 64] |= uint64_t{1} << (id % 64);
   }
   bool contains(uint32_t id) const {
-    return m_All || (id <= m_Largest && (m_Bits[id / 64] >> (id % 64) & 1));
+    if (!m_Dense) return m_Set.contains(id);
+    return id <= m_Largest && (m_Bits[id / 64] >> (id % 64) & 1);
   }
 
  private:
-  bool m_All;
+  const TIntegerSetData& m_Set;
+  bool m_Dense = false;
   uint32_t m_Largest = 0;
   std::vector<uint64_t> m_Bits;
 };

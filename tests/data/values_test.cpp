@@ -155,6 +155,21 @@ TEST(Values, IdSetKeepsOrderWithOutOfOrderInserts) {
   EXPECT_EQ(s.size(), reference.size());
   EXPECT_TRUE(std::equal(s.begin(), s.end(), reference.begin(), reference.end()));
   EXPECT_TRUE(s.contains(*reference.begin()));
+
+  // Membership read as bits answers as the set does: dense ids, ids too
+  // sparse for bits, "contains all", and the empty set.
+  TIntegerSetData dense;
+  for (uint32_t id : reference) dense.add(id);
+  TIntegerSetData sparse;
+  for (uint32_t id : {7u, 4000000000u, 4294967295u}) sparse.add(id);
+  TIntegerSetData all;
+  all.m_ContainsAll = true;
+  const TIntegerSetData none;
+  for (const TIntegerSetData* set : std::initializer_list<const TIntegerSetData*>{&dense, &sparse, &all, &none}) {
+    const TIdSetBits bits(*set);
+    for (uint32_t id : {0u, 7u, 63u, 64u, 49999u, 50000u, 4000000000u, 4294967295u, *reference.begin(), *reference.rbegin()})
+      EXPECT_EQ(bits.contains(id), set->contains(id)) << id;
+  }
 }
 
 TEST(Values, MapAndPairSet) {
