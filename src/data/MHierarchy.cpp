@@ -356,41 +356,39 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
   m_PairIndexBuilt = false;
   m_LookupsBuilt = false;
   if (addEdgesByTable(edges)) return;
-  // The edges by ranges of their smaller ends, at most 256 of them, each
-  // range's edges in their order: one pass that counts, one that places.
+  // The edges by groups of pairs, each group's edges in their order: one
+  // pass that counts, one that places. Groups of some ten thousand edges
+  // keep a group's table in cache, however the edges share their ends.
   struct Item {
-    uint32_t a;
-    uint32_t b;
+    uint64_t pair;
     uint32_t row;
   };
   const uint32_t n = static_cast<uint32_t>(edges.size());
-  uint32_t largest = 0;
-  for (const Edge& e : edges) largest = std::max(largest, lowerEnd(e));
-  unsigned shift = 0;
-  while ((largest >> shift) >= 256) ++shift;
-  const size_t ranges = (largest >> shift) + 1;
-  // Four counts a range, taken in turn, so that a run of edges into one
-  // range (a folded subtree's) does not wait on one count.
-  std::vector<uint32_t> counts(4 * ranges, 0);
-  for (uint32_t i = 0; i < n; ++i) ++counts[4 * (lowerEnd(edges[i]) >> shift) + (i & 3)];
-  std::vector<uint32_t> rangeStart(ranges + 1, 0);
-  for (size_t r = 0; r < ranges; ++r)
-    rangeStart[r + 1] = rangeStart[r] + counts[4 * r] + counts[4 * r + 1] + counts[4 * r + 2] + counts[4 * r + 3];
-  std::vector<Item, TLargePageAllocator<Item>> byRange(n);
+  unsigned groupBits = 1;
+  while ((size_t{8192} << groupBits) < n && groupBits < 16) ++groupBits;
+  // Another hash of the pair than the table's, so that a group's pairs
+  // spread over its table.
+  auto groupOf = [groupBits](uint64_t pair) {
+    return static_cast<size_t>((pair * 0xD6E8FEB86659FD93ull) >> (64 - groupBits));
+  };
+  auto pairOf = [](const Edge& e) { return key(lowerEnd(e), upperEnd(e)); };
+  const size_t groups = size_t{1} << groupBits;
+  std::vector<uint32_t> groupStart(groups + 1, 0);
+  for (const Edge& e : edges) ++groupStart[groupOf(pairOf(e)) + 1];
+  for (size_t g = 0; g < groups; ++g) groupStart[g + 1] += groupStart[g];
+  std::vector<Item, TLargePageAllocator<Item>> byGroup(n);
   {
-    std::vector<uint32_t> next(rangeStart.begin(), rangeStart.end() - 1);
+    std::vector<uint32_t> next(groupStart.begin(), groupStart.end() - 1);
     for (uint32_t i = 0; i < n; ++i) {
-      const uint32_t a = lowerEnd(edges[i]);
-      byRange[next[a >> shift]++] = {a, upperEnd(edges[i]), i};
+      const uint64_t pair = pairOf(edges[i]);
+      byGroup[next[groupOf(pair)]++] = {pair, i};
     }
   }
 
-  // Each range's edges in their order: the first edge of each pair is
+  // Each group's edges in their order: the first edge of each pair is
   // marked, as the one where its record is made, and the later ones note
-  // that first edge. A group's pairs are looked up in a table that stays in
-  // cache, and a stamp a group spares clearing it; a range too large for
-  // that (the edges of a folded subtree share one end) is first split by
-  // pair, each part in its order.
+  // that first edge. The group's pairs are looked up in a table that stays
+  // in cache, and a stamp a group spares clearing it.
   std::vector<uint64_t> first(size_t{n} / 64 + 1, 0);
   using TRowPairs = std::vector<std::pair<uint32_t, uint32_t>, TLargePageAllocator<std::pair<uint32_t, uint32_t>>>;
   TRowPairs later;  // (row, row of its record's first edge)
@@ -400,52 +398,27 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
     uint32_t stamp;
   };
   std::vector<Slot> table;
-  uint32_t stamp = 0;
-  auto markPairs = [&](const Item* s, const Item* e) {
+  for (size_t g = 0; g < groups; ++g) {
+    const Item* s = byGroup.data() + groupStart[g];
+    const Item* e = byGroup.data() + groupStart[g + 1];
+    if (e == s) continue;
     unsigned bits = 6;
     while ((size_t{1} << bits) < 2 * static_cast<size_t>(e - s)) ++bits;
     if (table.size() < (size_t{1} << bits)) table.assign(size_t{1} << bits, Slot{0, 0, 0});
     const size_t mask = (size_t{1} << bits) - 1;
-    ++stamp;
+    const uint32_t stamp = static_cast<uint32_t>(g) + 1;
     for (const Item* i = s; i < e; ++i) {
-      const uint64_t k = key(i->a, i->b);
-      size_t slot = static_cast<size_t>((k * 0x9E3779B97F4A7C15ull) >> (64 - bits));
-      while (table[slot].stamp == stamp && table[slot].pair != k) slot = (slot + 1) & mask;
+      size_t slot = static_cast<size_t>((i->pair * 0x9E3779B97F4A7C15ull) >> (64 - bits));
+      while (table[slot].stamp == stamp && table[slot].pair != i->pair) slot = (slot + 1) & mask;
       if (table[slot].stamp == stamp) {
         later.emplace_back(i->row, table[slot].row);
       } else {
-        table[slot] = {k, i->row, stamp};
+        table[slot] = {i->pair, i->row, stamp};
         first[i->row / 64] |= uint64_t{1} << (i->row % 64);
       }
     }
-  };
-  constexpr size_t kInCache = 16384;
-  std::vector<Item, TLargePageAllocator<Item>> parts;
-  std::vector<uint32_t> partStart;
-  for (size_t r = 0; r < ranges; ++r) {
-    const Item* s = byRange.data() + rangeStart[r];
-    const Item* e = byRange.data() + rangeStart[r + 1];
-    if (static_cast<size_t>(e - s) <= kInCache) {
-      if (e != s) markPairs(s, e);
-      continue;
-    }
-    // Parts by another hash of the pair than the table's, so that a part's
-    // pairs spread over its table.
-    unsigned bits = 1;
-    while ((size_t{kInCache} << bits) < static_cast<size_t>(e - s)) ++bits;
-    auto partOf = [bits](const Item& i) {
-      return static_cast<size_t>((key(i.a, i.b) * 0xD6E8FEB86659FD93ull) >> (64 - bits));
-    };
-    partStart.assign((size_t{1} << bits) + 1, 0);
-    for (const Item* i = s; i < e; ++i) ++partStart[partOf(*i) + 1];
-    for (size_t p = 1; p < partStart.size(); ++p) partStart[p] += partStart[p - 1];
-    parts.resize(static_cast<size_t>(e - s));
-    std::vector<uint32_t> next(partStart.begin(), partStart.end() - 1);
-    for (const Item* i = s; i < e; ++i) parts[next[partOf(*i)]++] = *i;
-    for (size_t p = 0; p + 1 < partStart.size(); ++p)
-      if (partStart[p] != partStart[p + 1]) markPairs(parts.data() + partStart[p], parts.data() + partStart[p + 1]);
   }
-  byRange = {};
+  byGroup = {};
 
   // Records in the order of their first edges, as addEdge makes them.
   std::vector<uint32_t> before(first.size());
