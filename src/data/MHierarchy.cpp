@@ -316,6 +316,11 @@ inline uint32_t lowerEnd(const TEdgeCollapsedData::Edge& e) {
 }
 inline uint32_t upperEnd(const TEdgeCollapsedData::Edge& e) { return e.source ^ e.target ^ lowerEnd(e); }
 
+// An edge joins its record's set of the way it runs.
+void addToRecord(TEdgeCollapsedData::Record& rec, const TEdgeCollapsedData::Edge& e) {
+  (e.source > e.target ? rec.backward : rec.forward).insert(e.eid);
+}
+
 }  // namespace
 
 // Records of the edges looked up by pair in a table that stays in cache:
@@ -329,7 +334,8 @@ bool TEdgeCollapsedData::addEdgesByTable(std::span<const Edge> edges) {
   std::vector<uint64_t> keys(kSlots, kFree);
   std::vector<uint32_t> numbers(kSlots);
   for (const Edge& e : edges) {
-    const auto [a, b] = std::minmax(e.source, e.target);
+    const uint32_t a = lowerEnd(e);
+    const uint32_t b = upperEnd(e);
     const uint64_t k = key(a, b);
     size_t slot = static_cast<size_t>((k * 0x9E3779B97F4A7C15ull) >> (64 - kBits));
     while (keys[slot] != k && keys[slot] != kFree) slot = (slot + 1) & (kSlots - 1);
@@ -344,8 +350,7 @@ bool TEdgeCollapsedData::addEdgesByTable(std::span<const Edge> edges) {
       rec.smallerlft = a;
       rec.largerlft = b;
     }
-    Record& rec = m_Records[numbers[slot]];
-    (e.source > e.target ? rec.backward : rec.forward).insert(e.eid);
+    addToRecord(m_Records[numbers[slot]], e);
   }
   return true;
 }
@@ -427,7 +432,6 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
     before[w] = records;
     records += static_cast<uint32_t>(std::popcount(first[w]));
   }
-  auto add = [](Record& rec, const Edge& e) { (e.source > e.target ? rec.backward : rec.forward).insert(e.eid); };
   m_Records.resize(records);
   Record* out = m_Records.data();
   for (uint32_t i = 0; i < n; ++i) {
@@ -458,7 +462,7 @@ void TEdgeCollapsedData::addEdges(std::span<const Edge> edges) {
     for (const auto& [row, record] : later) byRecord[start[record]++] = {record, row};
   }
   later = {};
-  for (const auto& [record, row] : byRecord) add(m_Records[record], edges[row]);
+  for (const auto& [record, row] : byRecord) addToRecord(m_Records[record], edges[row]);
 }
 
 const TEdgeCollapsedData::Record* TEdgeCollapsedData::findRecord(uint32_t smallerlft, uint32_t largerlft) const {
