@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <stdexcept>
 
 #include "engine/MRegistry.h"
@@ -36,7 +37,6 @@ void TTreemapProcessorImplementationCpp::process() {
   if (p->m_Hierarchy->getData() && p->m_AggLft->getData() && p->haveChanged(tree)) {
     p->resetPins(tree);
     m_MaxLevel = 0;
-    m_Nodes.clear();
     createNodeObjects();
     if (!hasRoot()) throw std::runtime_error("TTreeMapRenderer: there was an error while generating the nodes");
     m_RedoLayout = true;
@@ -48,22 +48,37 @@ void TTreemapProcessorImplementationCpp::process() {
 void TTreemapProcessorImplementationCpp::createNodeObjects() {
   TTreemapProcessorCpp* p = treemap();
   auto rows = dataAs<THierarchyData>(p->m_HierarchyCollapsed);
-  if (!rows) return p->setError("Missing input m_HierarchyCollapsedInput");
   auto agglft = dataAs<TAggLftData>(p->m_AggLft);
-  if (!agglft) return p->setError("Missing input agglftinput");
   auto collapsed = dataAs<TBoolAttributeData>(p->m_Collapsed);
-  if (!collapsed) return p->setError("Missing input collapsed");
   auto flatten = dataAs<TIntegerSetData>(p->m_Flatten);
   auto flatten2 = dataAs<TIntegerSetData>(p->m_Flatten2);
+  const char* missing = !rows        ? "Missing input m_HierarchyCollapsedInput"
+                        : !agglft    ? "Missing input agglftinput"
+                        : !collapsed ? "Missing input collapsed"
+                                     : nullptr;
+  if (missing || rows->m_Rows.empty()) m_Nodes.clear();
+  if (missing) return p->setError(missing);
   m_Rows = rows;
-  if (rows->m_Rows.empty()) return;
+  const size_t count = rows->m_Rows.size();
+  if (count == 0) return;
 
-  // Each row is written once, in order.
-  m_Nodes.clear();
-  m_Nodes.reserve(rows->m_Rows.size());
-  // The groups open at this row: only they take children, so the levels
-  // between two groups are flattened away.
-  std::vector<uint32_t> groups;
+  // Every tile is written whole, in order, over what the vector holds.
+  m_Nodes.resize(count);
+  TTreemapNode* out = m_Nodes.data();
+  auto fail = [&](const char* message) {
+    m_Nodes.clear();
+    throw std::runtime_error(message);
+  };
+  // The groups open at this row, with their bounds and level: only they
+  // take children, so the levels between two groups are flattened away.
+  struct TOpen {
+    uint32_t index, lft, rgt, level;
+  };
+  std::vector<TOpen> groups;
+  const THierarchyRow* row = rows->m_Rows.data();
+  groups.push_back({0, row[0].lft, row[0].rgt, 0});
+  out[0] = TTreemapNode{};
+  out[0].nid = row[0].nid;
   // Both tables usually stand in ascending lft: a cursor finds each row's
   // entry, and the index answers only where it does not.
   const auto& entries = agglft->m_Rows;
@@ -78,48 +93,49 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
   // The collapsed state usually lists the nodes in the same order too; a
   // row near the last one found answers before the index is asked.
   const bool unique = collapsed->idsUnique();
+  const auto& states = collapsed->m_Rows;
   size_t next = 0;
   auto collapsedOf = [&](uint32_t nid, bool& found) {
     if (!unique) return collapsed->getValueById(nid, found);
-    for (size_t k = next; k < next + 4 && k < collapsed->getRowCount(); ++k)
-      if (collapsed->getIdByRow(k) == nid) {
+    for (size_t k = next; k < next + 4 && k < states.size(); ++k)
+      if (states[k].id == nid) {
         next = k + 1;
         found = true;
         return collapsed->valueByRow(k);
       }
-    const long row = collapsed->getRowById(nid);
-    found = row >= 0;
+    const long at = collapsed->getRowById(nid);
+    found = at >= 0;
     if (!found) return false;
-    next = static_cast<size_t>(row) + 1;
-    return collapsed->valueByRow(static_cast<size_t>(row));
+    next = static_cast<size_t>(at) + 1;
+    return collapsed->valueByRow(static_cast<size_t>(at));
   };
-  for (size_t i = 0; i < rows->m_Rows.size(); ++i) {
-    const THierarchyRow& row = rows->m_Rows[i];
-    TTreemapNode n;
-    n.nid = row.nid;
-    if (i == 0) {
-      groups.push_back(0);
-      m_Nodes.push_back(n);
-      continue;
-    }
-    if (!folded(row.lft)) throw std::runtime_error("createNodeObjects(): cannot do getAggLftByLft ");
+  const bool allGroups = (flatten && flatten->m_ContainsAll) || (flatten2 && flatten2->m_ContainsAll);
+  uint32_t maxLevel = 0;
+  for (size_t i = 1; i < count; ++i) {
+    const THierarchyRow r = row[i];
+    if (!folded(r.lft)) fail("createNodeObjects(): cannot do getAggLftByLft ");
     bool found = false;
-    n.collapsed = collapsedOf(row.nid, found);
-    if (!found) throw std::runtime_error("collapsed value for this node not found");
-    auto encloses = [&](uint32_t g) {
-      const THierarchyRow& o = rows->m_Rows[g];
-      return o.lft <= row.lft && o.rgt >= row.rgt;
-    };
-    while (groups.size() > 1 && !encloses(groups.back())) groups.pop_back();
-    TTreemapNode& top = m_Nodes[groups.back()];
-    top.hasChildren = true;
-    n.parent = groups.back();
-    n.level = static_cast<uint16_t>(std::min<uint32_t>(top.level + 1u, 65535u));
-    m_MaxLevel = std::max<uint32_t>(m_MaxLevel, n.level);
-    if ((flatten && flatten->contains(row.nid)) || (flatten2 && flatten2->contains(row.nid)))
-      groups.push_back(static_cast<uint32_t>(i));
-    m_Nodes.push_back(n);
+    const bool folds = collapsedOf(r.nid, found);
+    if (!found) fail("collapsed value for this node not found");
+    while (groups.size() > 1 && !(groups.back().lft <= r.lft && groups.back().rgt >= r.rgt)) groups.pop_back();
+    const TOpen& top = groups.back();
+    out[top.index].flags |= TTreemapNode::kHasChildren;
+    const uint32_t level = std::min<uint32_t>(top.level + 1u, 65535u);
+    maxLevel = std::max(maxLevel, level);
+    // Written field by field: a whole tile composed aside and copied would
+    // wait on its own flag byte.
+    TTreemapNode& n = out[i];
+    n.nid = r.nid;
+    n.parent = top.index;
+    n.area = n.firstShown = n.shownCount = 0;
+    n.level = static_cast<uint16_t>(level);
+    n.flags = folds ? TTreemapNode::kCollapsed : 0;
+    n.toosmall = false;
+    n.box = TLayoutBox{};
+    if (allGroups || (flatten && flatten->contains(r.nid)) || (flatten2 && flatten2->contains(r.nid)))
+      groups.push_back({static_cast<uint32_t>(i), r.lft, r.rgt, level});
   }
+  m_MaxLevel = maxLevel;
 }
 
 void TTreemapProcessorImplementationCpp::computeAreas() {
@@ -128,16 +144,55 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
   const float maximum = attr ? attr->getMaximumValue() : 0;
   auto order = dataAs<TFloatAttributeData>(p->m_NodeOrderAttrOrdnorm);
   const size_t count = m_Nodes.size();
+
+  // A shown child is a group of tiles (inner) when it shows children of
+  // its own; groups come first, each part sorted.
+  auto larger = [](const TTreemapSlot& a, const TTreemapSlot& b) { return a.area > b.area; };
+  auto before = [](const TKeyed& a, const TKeyed& b) {
+    if (a.hasKey != b.hasKey) return !a.hasKey;
+    return a.hasKey && a.key < b.key;
+  };
+  auto sortPart = [&](TTreemapSlot* begin, TTreemapSlot* end) {
+    if (end - begin < 2) return;
+    if (!order) {
+      // A few items are sorted by insertion, in place, as the general
+      // sort does them: ties keep the order they came in.
+      if (end - begin > 16) return std::sort(begin, end, larger);
+      for (TTreemapSlot* s = begin + 1; s != end; ++s) {
+        const TTreemapSlot v = *s;
+        TTreemapSlot* t = s;
+        for (; t != begin && larger(v, t[-1]); --t) *t = t[-1];
+        *t = v;
+      }
+      return;
+    }
+    m_KeyScratch.clear();
+    for (TTreemapSlot* s = begin; s != end; ++s) {
+      bool found = false;
+      const float key = order->getValueById(m_Nodes[s->node].nid, found);
+      m_KeyScratch.push_back({key, found, *s});
+    }
+    std::sort(m_KeyScratch.begin(), m_KeyScratch.end(), before);
+    for (const TKeyed& k : m_KeyScratch) *begin++ = k.slot;
+  };
+
   // Children stand after their parents, so going up from the last row
   // every node has met all its children when it comes, and its family
-  // stands on top of the stack.
-  m_Families.clear();
+  // stands on top of the stack. The shown children wait at the end of
+  // m_Shown, the last pushed lowest, until their parent takes them to the
+  // front in the order they came (the last child first) and sorts them
+  // there while they are in cache: both ends together never hold more
+  // than the tiles below the root.
+  m_Shown.resize(count - 1);
+  TTreemapSlot* const shown = m_Shown.data();
+  size_t waiting = count - 1;
   uint32_t cursor = 0;
+  m_Families.clear();
   for (size_t i = count; i-- > 0;) {
     TTreemapNode& n = m_Nodes[i];
     n.firstShown = cursor;
     n.shownCount = 0;
-    if (!n.hasChildren) {
+    if (!n.hasChildren()) {
       if (!attr) {
         n.area = 1;
       } else {
@@ -149,10 +204,19 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
     } else {
       if (m_Families.empty() || m_Families.back().parent != i)
         throw std::runtime_error("TTreeMapRenderer: the tiles are not in the order of the hierarchy");
-      n.area = m_Families.back().area;
-      n.shownCount = m_Families.back().count;
+      const TFamily f = m_Families.back();
       m_Families.pop_back();
-      cursor += n.shownCount;
+      n.area = f.area;
+      n.shownCount = f.count;
+      TTreemapSlot* begin = shown + cursor;
+      TTreemapSlot* end = begin + f.count;
+      std::reverse(shown + waiting, shown + waiting + f.count);
+      std::memmove(begin, shown + waiting, f.count * sizeof(TTreemapSlot));
+      waiting += f.count;
+      cursor += f.count;
+      TTreemapSlot* split = std::partition(begin, end, [](const TTreemapSlot& c) { return c.inner(); });
+      sortPart(begin, split);
+      sortPart(split, end);
       // Its rectangle is written by its parent's layout.
       n.box = TLayoutBox{};
     }
@@ -161,48 +225,15 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
     TFamily& f = m_Families.back();
     const uint32_t sum = f.area + n.area;
     f.area = sum < f.area ? 0xffffffffu : sum;
-    f.count += n.area > 0 ? 1 : 0;
+    if (n.area > 0) {
+      ++f.count;
+      TTreemapSlot& slot = shown[--waiting];
+      slot.node = static_cast<uint32_t>(i);
+      slot.group = n.shownCount > 0;
+      slot.area = n.area;
+    }
   }
   m_Shown.resize(cursor);
-
-  // A shown child is a group of tiles (inner) when it shows children of
-  // its own; groups come first, each part sorted.
-  auto larger = [](const TTreemapSlot& a, const TTreemapSlot& b) { return a.area > b.area; };
-  auto before = [](const TKeyed& a, const TKeyed& b) {
-    if (a.hasKey != b.hasKey) return !a.hasKey;
-    return a.hasKey && a.key < b.key;
-  };
-  auto sortPart = [&](TTreemapSlot* begin, TTreemapSlot* end) {
-    if (!order) return std::sort(begin, end, larger);
-    m_KeyScratch.clear();
-    for (TTreemapSlot* s = begin; s != end; ++s) {
-      bool found = false;
-      const float key = order->getValueById(m_Nodes[s->node].nid, found);
-      m_KeyScratch.push_back({key, found, *s});
-    }
-    std::sort(m_KeyScratch.begin(), m_KeyScratch.end(), before);
-    for (const TKeyed& k : m_KeyScratch) *begin++ = k.slot;
-  };
-  // The children are placed in the order they come, the last first.
-  m_Families.clear();
-  for (size_t i = count; i-- > 0;) {
-    const TTreemapNode& n = m_Nodes[i];
-    if (n.shownCount > 0) {
-      m_Families.pop_back();
-      TTreemapSlot* begin = m_Shown.data() + n.firstShown;
-      TTreemapSlot* end = begin + n.shownCount;
-      TTreemapSlot* split = std::partition(begin, end, [](const TTreemapSlot& c) { return c.inner(); });
-      sortPart(begin, split);
-      sortPart(split, end);
-    }
-    if (i == 0 || n.area == 0) continue;
-    if (m_Families.empty() || m_Families.back().parent != n.parent)
-      m_Families.push_back({n.parent, m_Nodes[n.parent].firstShown, 0});
-    TTreemapSlot& slot = m_Shown[m_Families.back().count++];
-    slot.node = static_cast<uint32_t>(i);
-    slot.group = n.shownCount > 0;
-    slot.area = n.area;
-  }
 }
 
 void TTreemapProcessorImplementationCpp::layout() {
@@ -221,8 +252,7 @@ void TTreemapProcessorImplementationCpp::layout() {
 
 size_t TTreemapProcessorImplementationCpp::stateBytes() const {
   return m_Nodes.capacity() * sizeof(TTreemapNode) + m_Shown.capacity() * sizeof(TTreemapSlot) +
-         m_Families.capacity() * sizeof(TFamily) + m_KeyScratch.capacity() * sizeof(TKeyed) +
-         m_RowScratch.capacity() * sizeof(uint32_t);
+         m_Families.capacity() * sizeof(TFamily) + m_KeyScratch.capacity() * sizeof(TKeyed);
 }
 
 void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapNode& node) {
@@ -290,22 +320,12 @@ void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, si
   const int b = strip.length(0) < strip.length(1) ? 1 : 0;
   const float across = strip.length(1 - b);
   if (!(across > 0) || count == 0) return;
-  // Groups first, then tiles; along y each part in reverse.
-  size_t innerLast = first;
-  while (innerLast < first + count && m_Shown[innerLast].inner()) ++innerLast;
-  std::vector<uint32_t>& order = m_RowScratch;
-  order.clear();
-  if (a == 1) {
-    for (size_t j = first; j < first + count; ++j) order.push_back(static_cast<uint32_t>(j));
-  } else {
-    for (size_t j = innerLast; j-- > first;) order.push_back(static_cast<uint32_t>(j));
-    for (size_t j = first + count; j-- > innerLast;) order.push_back(static_cast<uint32_t>(j));
-  }
   float pos = strip.lo(b);
-  for (size_t i = 0; i < order.size(); ++i) {
-    const TTreemapSlot& slot = m_Shown[order[i]];
+  size_t placed = 0;
+  auto place = [&](size_t j) {
+    const TTreemapSlot& slot = m_Shown[j];
     TTreemapNode& n = m_Nodes[slot.node];
-    const float end = i + 1 == order.size() ? strip.hi(b) : pos + static_cast<float>(slot.area) * k / across;
+    const float end = ++placed == count ? strip.hi(b) : pos + static_cast<float>(slot.area) * k / across;
     TTreemapRect box = strip;
     if (b == 1) {
       box.x0 = pos;
@@ -318,7 +338,16 @@ void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, si
     // Sizes in pixels: the unit is the longer side of the canvas.
     n.toosmall = std::min(box.x1 - box.x0, box.y1 - box.y0) * m_Unit < m_SmallestSide;
     pos = end;
+  };
+  if (a == 1) {
+    for (size_t j = first; j < first + count; ++j) place(j);
+    return;
   }
+  // Along y groups first, then tiles, each part in reverse.
+  size_t innerLast = first;
+  while (innerLast < first + count && m_Shown[innerLast].inner()) ++innerLast;
+  for (size_t j = innerLast; j-- > first;) place(j);
+  for (size_t j = first + count; j-- > innerLast;) place(j);
 }
 
 template <class F>
@@ -361,7 +390,7 @@ TVisualNode TTreemapProcessorImplementationCpp::recordOf(const TTreemapNode& n) 
   v.lft = row.lft;
   v.rgt = row.rgt;
   v.level = n.level;
-  v.collapsed = n.collapsed;
+  v.collapsed = n.collapsed();
   v.toosmall = n.toosmall;
   v.current = visualOf(n);
   return v;

@@ -34,10 +34,15 @@ struct TTreemapNode {
   uint32_t area = 0;
   uint32_t firstShown = 0, shownCount = 0;
   uint16_t level = 0;
-  bool collapsed : 1 = false;
-  bool toosmall : 1 = false;
-  bool hasChildren : 1 = false;
+  // Two bits set in one store as the tile is written: a field of bits
+  // would be read first, and waits on memory.
+  uint8_t flags = 0;
+  // Written by the layout without reading the tile first.
+  bool toosmall = false;
   TLayoutBox box;
+  static constexpr uint8_t kCollapsed = 1, kHasChildren = 2;
+  bool collapsed() const { return flags & kCollapsed; }
+  bool hasChildren() const { return flags & kHasChildren; }
 };
 static_assert(sizeof(TTreemapNode) == 40);
 
@@ -131,7 +136,6 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
     TTreemapSlot slot;
   };
   std::vector<TKeyed> m_KeyScratch;
-  std::vector<uint32_t> m_RowScratch;
   TNodeVisual m_Scratch;
   TTreemapProcessorCpp* treemap() const { return static_cast<TTreemapProcessorCpp*>(m_Processor); }
   const TNodeVisual& visualOf(const TTreemapNode& n);
