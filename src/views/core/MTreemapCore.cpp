@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
+#include <thread>
 
 #include "engine/MRegistry.h"
 
@@ -74,9 +76,10 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
   struct TOpen {
     uint32_t index, lft, rgt, level;
   };
-  std::vector<TOpen> groups;
+  std::vector<TOpen> groups(64);
+  size_t depth = 1;
   const THierarchyRow* row = rows->m_Rows.data();
-  groups.push_back({0, row[0].lft, row[0].rgt, 0});
+  groups[0] = {0, row[0].lft, row[0].rgt, 0};
   out[0] = TTreemapNode{};
   out[0].nid = row[0].nid;
   // Both tables usually stand in ascending lft: a cursor finds each row's
@@ -117,8 +120,8 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     bool found = false;
     const bool folds = collapsedOf(r.nid, found);
     if (!found) fail("collapsed value for this node not found");
-    while (groups.size() > 1 && !(groups.back().lft <= r.lft && groups.back().rgt >= r.rgt)) groups.pop_back();
-    const TOpen& top = groups.back();
+    while (depth > 1 && !(groups[depth - 1].lft <= r.lft && groups[depth - 1].rgt >= r.rgt)) --depth;
+    const TOpen top = groups[depth - 1];
     out[top.index].flags |= TTreemapNode::kHasChildren;
     const uint32_t level = std::min<uint32_t>(top.level + 1u, 65535u);
     maxLevel = std::max(maxLevel, level);
@@ -132,8 +135,10 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     n.flags = folds ? TTreemapNode::kCollapsed : 0;
     n.toosmall = false;
     n.box = TLayoutBox{};
-    if (allGroups || (flatten && flatten->contains(r.nid)) || (flatten2 && flatten2->contains(r.nid)))
-      groups.push_back({static_cast<uint32_t>(i), r.lft, r.rgt, level});
+    if (allGroups || (flatten && flatten->contains(r.nid)) || (flatten2 && flatten2->contains(r.nid))) {
+      if (depth == groups.size()) groups.resize(2 * depth);
+      groups[depth++] = {static_cast<uint32_t>(i), r.lft, r.rgt, level};
+    }
   }
   m_MaxLevel = maxLevel;
 }
@@ -245,8 +250,42 @@ void TTreemapProcessorImplementationCpp::layout() {
   m_Nodes[0].box = TLayoutBox{0, 0, w / m, h / m};
   // A group's rectangle is written by its parent's layout, which comes
   // first going down the list.
-  for (const TTreemapNode& n : m_Nodes)
-    if (n.shownCount > 0) layoutChildren(n);
+  const size_t count = m_Nodes.size();
+  // Skips the listed tiles, which stand in descending order.
+  auto layoutRange = [this](size_t from, size_t to, std::vector<uint32_t> skip) {
+    for (size_t i = from; i < to; ++i) {
+      if (!skip.empty() && skip.back() == i) {
+        skip.pop_back();
+        continue;
+      }
+      const TTreemapNode& n = m_Nodes[i];
+      if (n.shownCount > 0) layoutChildren(n);
+    }
+  };
+  if (count < std::max<size_t>(m_TilesForTwoThreads, 2)) {
+    layoutRange(0, count, {});
+  } else {
+    // A tile's children stand in its subtree, right after it. The tiles
+    // from the middle on are laid out by a second thread once the middle
+    // tile's ancestors, whose children stand on both sides, are: every
+    // other tile has its parent, and writes its children, on its own side.
+    const size_t middle = count / 2;
+    std::vector<uint32_t> ancestors;
+    for (uint32_t a = m_Nodes[middle].parent; a != TTreemapNode::kNone; a = m_Nodes[a].parent) ancestors.push_back(a);
+    for (size_t k = ancestors.size(); k-- > 0;)
+      if (m_Nodes[ancestors[k]].shownCount > 0) layoutChildren(m_Nodes[ancestors[k]]);
+    std::thread second;
+    try {
+      second = std::thread([&] { layoutRange(middle, count, {}); });
+    } catch (const std::system_error&) {
+      // Without a second thread this one does both halves.
+    }
+    layoutRange(0, middle, std::move(ancestors));
+    if (second.joinable())
+      second.join();
+    else
+      layoutRange(middle, count, {});
+  }
   m_Nodes[0].toosmall = std::min(w, h) < m_SmallestSide;
 }
 

@@ -273,6 +273,27 @@ TEST(TreemapLayout, OnRandomTreesSiblingsFillTheirParentInProportionAndNeverOver
       }
       EXPECT_NEAR(sum, boxArea(n.box), 1e-3 * boxArea(n.box) + 1e-7);
     }
+    // Two threads lay out exactly what one does, with every node a group
+    // and with some.
+    for (int some = 0; some < 2; ++some) {
+      if (some) {
+        auto groups = std::make_shared<TIntegerSetData>();
+        for (const auto& r : made)
+          if (rng() % 3) groups->add(r.nid);
+        t.proc->m_Flatten->setData(groups);
+      }
+      t.impl.m_TilesForTwoThreads = 1000000;
+      t.run();
+      const auto one = t.impl.m_Nodes;
+      t.impl.m_TilesForTwoThreads = 2;
+      t.run();
+      for (size_t i = 0; i < one.size(); ++i) {
+        const TTreemapNode& n = t.impl.m_Nodes[i];
+        EXPECT_TRUE(n.box.x0 == one[i].box.x0 && n.box.y0 == one[i].box.y0 && n.box.x1 == one[i].box.x1 &&
+                    n.box.y1 == one[i].box.y1 && n.toosmall == one[i].toosmall)
+            << "tile " << n.nid << " of round " << round;
+      }
+    }
   }
 }
 
