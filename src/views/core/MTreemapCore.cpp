@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "engine/MRegistry.h"
 
@@ -141,15 +142,28 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     }
   }
   m_MaxLevel = maxLevel;
+  m_SumsClear = true;
 }
 
-void TTreemapProcessorImplementationCpp::computeAreas() {
+TTreemapProcessorImplementationCpp::TAreaInputs TTreemapProcessorImplementationCpp::areaInputs() const {
   TTreemapProcessorCpp* p = treemap();
-  auto attr = dataAs<TFloatAttributeData>(p->m_NodeAreaAttrOrdnorm);
-  const float maximum = attr ? attr->getMaximumValue() : 0;
-  auto order = dataAs<TFloatAttributeData>(p->m_NodeOrderAttrOrdnorm);
-  const size_t count = m_Nodes.size();
+  TAreaInputs in;
+  in.area = dataAs<TFloatAttributeData>(p->m_NodeAreaAttrOrdnorm);
+  in.order = dataAs<TFloatAttributeData>(p->m_NodeOrderAttrOrdnorm);
+  in.maximum = in.area ? in.area->getMaximumValue() : 0;
+  return in;
+}
 
+uint32_t TTreemapProcessorImplementationCpp::leafArea(const TAreaInputs& in, uint32_t nid) const {
+  if (!in.area) return 1;
+  bool found = false;
+  const float v = in.area->getValueById(nid, found);
+  const double a = found && in.maximum > 0 ? std::floor(100.0 / in.maximum * v) : 0.0;
+  return a > 0 ? static_cast<uint32_t>(std::min(a, 4e9)) : 0;
+}
+
+void TTreemapProcessorImplementationCpp::sortFamily(const TTreemapNode& group, const TAreaInputs& in,
+                                                    std::vector<TKeyed>& scratch) {
   // A shown child is a group of tiles (inner) when it shows children of
   // its own; groups come first, each part sorted.
   auto larger = [](const TTreemapSlot& a, const TTreemapSlot& b) { return a.area > b.area; };
@@ -159,7 +173,7 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
   };
   auto sortPart = [&](TTreemapSlot* begin, TTreemapSlot* end) {
     if (end - begin < 2) return;
-    if (!order) {
+    if (!in.order) {
       // A few items are sorted by insertion, in place, as the general
       // sort does them: ties keep the order they came in.
       if (end - begin > 16) return std::sort(begin, end, larger);
@@ -171,74 +185,66 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
       }
       return;
     }
-    m_KeyScratch.clear();
+    scratch.clear();
     for (TTreemapSlot* s = begin; s != end; ++s) {
       bool found = false;
-      const float key = order->getValueById(m_Nodes[s->node].nid, found);
-      m_KeyScratch.push_back({key, found, *s});
+      const float key = in.order->getValueById(m_Nodes[s->node].nid, found);
+      scratch.push_back({key, found, *s});
     }
-    std::sort(m_KeyScratch.begin(), m_KeyScratch.end(), before);
-    for (const TKeyed& k : m_KeyScratch) *begin++ = k.slot;
+    std::sort(scratch.begin(), scratch.end(), before);
+    for (const TKeyed& k : scratch) *begin++ = k.slot;
   };
+  TTreemapSlot* begin = m_Shown.data() + group.firstShown;
+  TTreemapSlot* end = begin + group.shownCount;
+  TTreemapSlot* split = std::partition(begin, end, [](const TTreemapSlot& c) { return c.inner(); });
+  sortPart(begin, split);
+  sortPart(split, end);
+}
 
-  // Children stand after their parents, so going up from the last row
-  // every node has met all its children when it comes, and its family
-  // stands on top of the stack. The shown children wait at the end of
-  // m_Shown, the last pushed lowest, until their parent takes them to the
-  // front in the order they came (the last child first) and sorts them
-  // there while they are in cache: both ends together never hold more
-  // than the tiles below the root.
-  m_Shown.resize(count - 1);
-  TTreemapSlot* const shown = m_Shown.data();
-  size_t waiting = count - 1;
-  uint32_t cursor = 0;
-  m_Families.clear();
-  for (size_t i = count; i-- > 0;) {
-    TTreemapNode& n = m_Nodes[i];
-    n.firstShown = cursor;
-    n.shownCount = 0;
-    if (!n.hasChildren()) {
-      if (!attr) {
-        n.area = 1;
-      } else {
-        bool found = false;
-        const float v = attr->getValueById(n.nid, found);
-        const double a = found && maximum > 0 ? std::floor(100.0 / maximum * v) : 0.0;
-        n.area = a > 0 ? static_cast<uint32_t>(std::min(a, 4e9)) : 0;
-      }
-    } else {
-      if (m_Families.empty() || m_Families.back().parent != i)
-        throw std::runtime_error("TTreeMapRenderer: the tiles are not in the order of the hierarchy");
-      const TFamily f = m_Families.back();
-      m_Families.pop_back();
-      n.area = f.area;
-      n.shownCount = f.count;
-      TTreemapSlot* begin = shown + cursor;
-      TTreemapSlot* end = begin + f.count;
-      std::reverse(shown + waiting, shown + waiting + f.count);
-      std::memmove(begin, shown + waiting, f.count * sizeof(TTreemapSlot));
-      waiting += f.count;
-      cursor += f.count;
-      TTreemapSlot* split = std::partition(begin, end, [](const TTreemapSlot& c) { return c.inner(); });
-      sortPart(begin, split);
-      sortPart(split, end);
-      // Its rectangle is written by its parent's layout.
-      n.box = TLayoutBox{};
+void TTreemapProcessorImplementationCpp::computeAreas() {
+  const TAreaInputs in = areaInputs();
+  const size_t count = m_Nodes.size();
+  TTreemapNode* const nodes = m_Nodes.data();
+  // Groups sum what their children add; the tile pass leaves every sum at
+  // zero.
+  if (!std::exchange(m_SumsClear, false))
+    for (size_t i = 0; i < count; ++i) {
+      nodes[i].area = nodes[i].shownCount = 0;
+      // A group's rectangle is written by its parent's layout.
+      if (nodes[i].hasChildren()) nodes[i].box = TLayoutBox{};
     }
-    if (i == 0) break;
-    if (m_Families.empty() || m_Families.back().parent != n.parent) m_Families.push_back({n.parent, 0, 0});
-    TFamily& f = m_Families.back();
-    const uint32_t sum = f.area + n.area;
-    f.area = sum < f.area ? 0xffffffffu : sum;
-    if (n.area > 0) {
-      ++f.count;
-      TTreemapSlot& slot = shown[--waiting];
-      slot.node = static_cast<uint32_t>(i);
-      slot.group = n.shownCount > 0;
-      slot.area = n.area;
-    }
+  // Children stand after their parents: going up from the last row every
+  // node has its sum when it comes, and adds it to its parent's.
+  size_t totalShown = 0;
+  for (size_t i = count; i-- > 1;) {
+    TTreemapNode& n = nodes[i];
+    if (n.parent >= i) throw std::runtime_error("TTreeMapRenderer: the tiles are not in the order of the hierarchy");
+    const uint32_t area = n.hasChildren() ? n.area : leafArea(in, n.nid);
+    n.area = area;
+    TTreemapNode& parent = nodes[n.parent];
+    const uint32_t sum = parent.area + area;
+    parent.area = sum < area ? 0xffffffffu : sum;
+    parent.shownCount += area > 0;
+    totalShown += area > 0;
   }
-  m_Shown.resize(cursor);
+  if (!nodes[0].hasChildren()) nodes[0].area = leafArea(in, nodes[0].nid);
+  // Going down, each family gets its range, and each shown child a place
+  // in its parent's from the end, so that a family holds its children
+  // last first; they are sorted just before their parent's layout.
+  // A parent has its range before its children come.
+  m_Shown.resize(totalShown);
+  TTreemapSlot* const shown = m_Shown.data();
+  uint32_t cursor = 0;
+  for (size_t i = 0; i < count; ++i) {
+    TTreemapNode& n = nodes[i];
+    cursor += n.shownCount;
+    n.firstShown = cursor;
+    if (i == 0 || n.area == 0) continue;
+    TTreemapSlot& slot = shown[--nodes[n.parent].firstShown];
+    slot.node = static_cast<uint32_t>(i);
+    slot.group = n.shownCount > 0;
+    slot.area = n.area;
+  }
 }
 
 void TTreemapProcessorImplementationCpp::layout() {
@@ -251,15 +257,22 @@ void TTreemapProcessorImplementationCpp::layout() {
   // A group's rectangle is written by its parent's layout, which comes
   // first going down the list.
   const size_t count = m_Nodes.size();
+  const TAreaInputs in = areaInputs();
+  // A family is sorted just before it is laid out, while it is in cache.
+  auto layoutFamily = [this, &in](const TTreemapNode& n, std::vector<TKeyed>& scratch) {
+    if (n.shownCount == 0) return;
+    sortFamily(n, in, scratch);
+    layoutChildren(n);
+  };
   // Skips the listed tiles, which stand in descending order.
-  auto layoutRange = [this](size_t from, size_t to, std::vector<uint32_t> skip) {
+  auto layoutRange = [&](size_t from, size_t to, std::vector<uint32_t> skip) {
+    std::vector<TKeyed> scratch;
     for (size_t i = from; i < to; ++i) {
       if (!skip.empty() && skip.back() == i) {
         skip.pop_back();
         continue;
       }
-      const TTreemapNode& n = m_Nodes[i];
-      if (n.shownCount > 0) layoutChildren(n);
+      layoutFamily(m_Nodes[i], scratch);
     }
   };
   if (count < std::max<size_t>(m_TilesForTwoThreads, 2)) {
@@ -272,8 +285,7 @@ void TTreemapProcessorImplementationCpp::layout() {
     const size_t middle = count / 2;
     std::vector<uint32_t> ancestors;
     for (uint32_t a = m_Nodes[middle].parent; a != TTreemapNode::kNone; a = m_Nodes[a].parent) ancestors.push_back(a);
-    for (size_t k = ancestors.size(); k-- > 0;)
-      if (m_Nodes[ancestors[k]].shownCount > 0) layoutChildren(m_Nodes[ancestors[k]]);
+    for (size_t k = ancestors.size(); k-- > 0;) layoutFamily(m_Nodes[ancestors[k]], m_KeyScratch);
     std::thread second;
     try {
       second = std::thread([&] { layoutRange(middle, count, {}); });
@@ -291,7 +303,7 @@ void TTreemapProcessorImplementationCpp::layout() {
 
 size_t TTreemapProcessorImplementationCpp::stateBytes() const {
   return m_Nodes.capacity() * sizeof(TTreemapNode) + m_Shown.capacity() * sizeof(TTreemapSlot) +
-         m_Families.capacity() * sizeof(TFamily) + m_KeyScratch.capacity() * sizeof(TKeyed);
+         m_KeyScratch.capacity() * sizeof(TKeyed);
 }
 
 void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapNode& node) {

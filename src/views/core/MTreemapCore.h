@@ -88,8 +88,8 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   void process();
   void createNodeObjects();
   void layout();
-  // Areas, shown children and their order, in two passes from the last row
-  // up.
+  // Areas and shown children: sums from the last row up, then places
+  // going down.
   void computeAreas();
   void layoutChildren(const TTreemapNode& group);
   void layoutRow(const TTreemapRect& strip, size_t first, size_t count, int a, float k);
@@ -122,15 +122,6 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   const TNodeVisual* visualOfLft(uint32_t lft) override;
 
  private:
-  // A family under way in the passes from the last row up: its parent,
-  // and what its children summed up or where the next one goes. Never
-  // deeper than the tree.
-  struct TFamily {
-    uint32_t parent;
-    uint32_t count;
-    uint32_t area;
-  };
-  std::vector<TFamily> m_Families;
   // One family's order keys while it is sorted.
   struct TKeyed {
     float key;
@@ -138,6 +129,18 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
     TTreemapSlot slot;
   };
   std::vector<TKeyed> m_KeyScratch;
+  // What the areas and the order of shown children are read from.
+  struct TAreaInputs {
+    std::shared_ptr<const TFloatAttributeData> area, order;
+    float maximum = 0;
+  };
+  TAreaInputs areaInputs() const;
+  uint32_t leafArea(const TAreaInputs& in, uint32_t nid) const;
+  // Sorts a group's shown children: groups first, each part by the
+  // order, or else by area, largest first.
+  void sortFamily(const TTreemapNode& group, const TAreaInputs& in, std::vector<TKeyed>& scratch);
+  // The tile pass has left every sum and count at zero.
+  bool m_SumsClear = false;
   TNodeVisual m_Scratch;
   TTreemapProcessorCpp* treemap() const { return static_cast<TTreemapProcessorCpp*>(m_Processor); }
   const TNodeVisual& visualOf(const TTreemapNode& n);
