@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <exception>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -11,6 +12,42 @@
 #include "engine/MRegistry.h"
 
 namespace quorvel {
+
+namespace {
+
+// Runs `beside` on a second thread and `here` on this one, or both here
+// when no thread can be had; what `beside` throws is thrown here once
+// both are done.
+template <class Beside, class Here>
+void runBeside(Beside beside, Here here) {
+  std::exception_ptr thrown;
+  auto guarded = [&] {
+    try {
+      beside();
+    } catch (...) {
+      thrown = std::current_exception();
+    }
+  };
+  std::thread helper;
+  try {
+    helper = std::thread(guarded);
+  } catch (const std::system_error&) {
+    // Without a second thread this one does both.
+  }
+  try {
+    here();
+  } catch (...) {
+    if (helper.joinable()) helper.join();
+    throw;
+  }
+  if (helper.joinable())
+    helper.join();
+  else
+    guarded();
+  if (thrown) std::rethrow_exception(thrown);
+}
+
+}  // namespace
 
 void TTreemapProcessorCpp::postCreate() {
   TVisualizerProcessorBase::postCreate();
@@ -72,76 +109,145 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     m_Nodes.clear();
     throw std::runtime_error(message);
   };
-  // The groups open at this row, with their bounds and level: only they
-  // take children, so the levels between two groups are flattened away.
+  const THierarchyRow* row = rows->m_Rows.data();
+  out[0] = TTreemapNode{};
+  out[0].nid = row[0].nid;
+  const auto& entries = agglft->m_Rows;
+  const bool unique = collapsed->idsUnique();
+  const auto& states = collapsed->m_Rows;
+  const bool allGroups = (flatten && flatten->m_ContainsAll) || (flatten2 && flatten2->m_ContainsAll);
+  auto isGroup = [&](uint32_t nid) {
+    return allGroups || (flatten && flatten->contains(nid)) || (flatten2 && flatten2->contains(nid));
+  };
+  auto encloses = [](const auto& o, const THierarchyRow& r) { return o.lft <= r.lft && o.rgt >= r.rgt; };
+  // The groups open at a row, with their bounds and level: only they take
+  // children, so the levels between two groups are flattened away.
   struct TOpen {
     uint32_t index, lft, rgt, level;
   };
-  std::vector<TOpen> groups(64);
-  size_t depth = 1;
-  const THierarchyRow* row = rows->m_Rows.data();
-  groups[0] = {0, row[0].lft, row[0].rgt, 0};
-  out[0] = TTreemapNode{};
-  out[0].nid = row[0].nid;
-  // Both tables usually stand in ascending lft: a cursor finds each row's
-  // entry, and the index answers only where it does not.
-  const auto& entries = agglft->m_Rows;
-  size_t cursor = 0;
-  auto folded = [&](uint32_t lft) {
-    while (cursor < entries.size() && entries[cursor].first < lft) ++cursor;
-    if (cursor < entries.size() && entries[cursor].first == lft) return true;
-    bool found = false;
-    agglft->getAggLftByLft(lft, found);
-    return found;
-  };
-  // The collapsed state usually lists the nodes in the same order too; a
-  // row near the last one found answers before the index is asked.
-  const bool unique = collapsed->idsUnique();
-  const auto& states = collapsed->m_Rows;
-  size_t next = 0;
-  auto collapsedOf = [&](uint32_t nid, bool& found) {
-    if (!unique) return collapsed->getValueById(nid, found);
-    for (size_t k = next; k < next + 4 && k < states.size(); ++k)
-      if (states[k].id == nid) {
-        next = k + 1;
-        found = true;
-        return collapsed->valueByRow(k);
-      }
-    const long at = collapsed->getRowById(nid);
-    found = at >= 0;
-    if (!found) return false;
-    next = static_cast<size_t>(at) + 1;
-    return collapsed->valueByRow(static_cast<size_t>(at));
-  };
-  const bool allGroups = (flatten && flatten->m_ContainsAll) || (flatten2 && flatten2->m_ContainsAll);
-  uint32_t maxLevel = 0;
-  for (size_t i = 1; i < count; ++i) {
-    const THierarchyRow r = row[i];
-    if (!folded(r.lft)) fail("createNodeObjects(): cannot do getAggLftByLft ");
-    bool found = false;
-    const bool folds = collapsedOf(r.nid, found);
-    if (!found) fail("collapsed value for this node not found");
-    while (depth > 1 && !(groups[depth - 1].lft <= r.lft && groups[depth - 1].rgt >= r.rgt)) --depth;
-    const TOpen top = groups[depth - 1];
-    out[top.index].flags |= TTreemapNode::kHasChildren;
-    const uint32_t level = std::min<uint32_t>(top.level + 1u, 65535u);
-    maxLevel = std::max(maxLevel, level);
-    // Written field by field: a whole tile composed aside and copied would
-    // wait on its own flag byte.
-    TTreemapNode& n = out[i];
-    n.nid = r.nid;
-    n.parent = top.index;
-    n.area = n.firstShown = n.shownCount = 0;
-    n.level = static_cast<uint16_t>(level);
-    n.flags = folds ? TTreemapNode::kCollapsed : 0;
-    n.toosmall = false;
-    n.box = TLayoutBox{};
-    if (allGroups || (flatten && flatten->contains(r.nid)) || (flatten2 && flatten2->contains(r.nid))) {
+  // One run over a range of rows: its open groups, where it stands in the
+  // other tables, and the tiles before the range that took children.
+  struct TRun {
+    std::vector<TOpen> groups = std::vector<TOpen>(64);
+    size_t depth = 0;
+    size_t cursor = 0, next = 0;
+    uint32_t maxLevel = 0;
+    size_t own = 0;
+    std::vector<uint32_t> parentsBefore;
+    const char* error = nullptr;
+    void push(const TOpen& g) {
       if (depth == groups.size()) groups.resize(2 * depth);
-      groups[depth++] = {static_cast<uint32_t>(i), r.lft, r.rgt, level};
+      groups[depth++] = g;
+    }
+  };
+  auto runRows = [&](TRun& run, size_t from, size_t to) {
+    // Both tables usually stand in ascending lft: a cursor finds each
+    // row's entry, and the index answers only where it does not.
+    auto folded = [&](uint32_t lft) {
+      while (run.cursor < entries.size() && entries[run.cursor].first < lft) ++run.cursor;
+      if (run.cursor < entries.size() && entries[run.cursor].first == lft) return true;
+      bool found = false;
+      agglft->getAggLftByLft(lft, found);
+      return found;
+    };
+    // The collapsed state usually lists the nodes in the same order too;
+    // a row near the last one found answers before the index is asked.
+    auto collapsedOf = [&](uint32_t nid, bool& found) {
+      if (!unique) return collapsed->getValueById(nid, found);
+      for (size_t k = run.next; k < run.next + 4 && k < states.size(); ++k)
+        if (states[k].id == nid) {
+          run.next = k + 1;
+          found = true;
+          return collapsed->valueByRow(k);
+        }
+      const long at = collapsed->getRowById(nid);
+      found = at >= 0;
+      if (!found) return false;
+      run.next = static_cast<size_t>(at) + 1;
+      return collapsed->valueByRow(static_cast<size_t>(at));
+    };
+    for (size_t i = from; i < to; ++i) {
+      const THierarchyRow r = row[i];
+      if (!folded(r.lft)) {
+        run.error = "createNodeObjects(): cannot do getAggLftByLft ";
+        return;
+      }
+      bool found = false;
+      const bool folds = collapsedOf(r.nid, found);
+      if (!found) {
+        run.error = "collapsed value for this node not found";
+        return;
+      }
+      while (run.depth > 1 && !encloses(run.groups[run.depth - 1], r)) --run.depth;
+      const TOpen top = run.groups[run.depth - 1];
+      if (top.index >= run.own)
+        out[top.index].flags |= TTreemapNode::kHasChildren;
+      else if (run.parentsBefore.empty() || run.parentsBefore.back() != top.index)
+        run.parentsBefore.push_back(top.index);
+      const uint32_t level = std::min<uint32_t>(top.level + 1u, 65535u);
+      run.maxLevel = std::max(run.maxLevel, level);
+      // Written field by field: a whole tile composed aside and copied
+      // would wait on its own flag byte.
+      TTreemapNode& n = out[i];
+      n.nid = r.nid;
+      n.parent = top.index;
+      n.area = n.firstShown = n.shownCount = 0;
+      n.level = static_cast<uint16_t>(level);
+      n.flags = folds ? TTreemapNode::kCollapsed : 0;
+      n.toosmall = false;
+      n.box = TLayoutBox{};
+      if (isGroup(r.nid)) run.push({static_cast<uint32_t>(i), r.lft, r.rgt, level});
+    }
+  };
+  TRun first;
+  first.push({0, row[0].lft, row[0].rgt, 0});
+  const size_t middle = count / 2;
+  if (count < std::max<size_t>(m_TilesForTwoThreads, 2)) {
+    runRows(first, 1, count);
+  } else {
+    // The second half starts from the groups that enclose its first row,
+    // found going back; the first half's run ends with them on top of its
+    // own groups when the rows are well nested, and the second half is
+    // run again after the first where they are not.
+    TRun second;
+    second.own = middle;
+    std::vector<TOpen> start;
+    auto startSecond = [&] {
+      const THierarchyRow m = row[middle];
+      for (size_t i = middle; i-- > 1;)
+        if (encloses(row[i], m) && isGroup(row[i].nid)) second.push({static_cast<uint32_t>(i), row[i].lft, row[i].rgt, 0});
+      second.push({0, row[0].lft, row[0].rgt, 0});
+      std::reverse(second.groups.begin(), second.groups.begin() + static_cast<std::ptrdiff_t>(second.depth));
+      for (size_t k = 0; k < second.depth; ++k) second.groups[k].level = static_cast<uint32_t>(std::min<size_t>(k, 65535));
+      start.assign(second.groups.begin(), second.groups.begin() + static_cast<std::ptrdiff_t>(second.depth));
+      second.cursor = static_cast<size_t>(
+          std::lower_bound(entries.begin(), entries.end(), m.lft, [](const auto& e, uint32_t v) { return e.first < v; }) -
+          entries.begin());
+      runRows(second, middle, count);
+    };
+    try {
+      runBeside(startSecond, [&] { runRows(first, 1, middle); });
+    } catch (...) {
+      m_Nodes.clear();
+      throw;
+    }
+    bool same = !first.error;
+    if (same) {
+      size_t depth = first.depth;
+      while (depth > 1 && !encloses(first.groups[depth - 1], row[middle])) --depth;
+      same = depth == start.size();
+      for (size_t k = 0; same && k < depth; ++k) same = first.groups[k].index == start[k].index;
+    }
+    if (same) {
+      for (uint32_t index : second.parentsBefore) out[index].flags |= TTreemapNode::kHasChildren;
+      first.maxLevel = std::max(first.maxLevel, second.maxLevel);
+      first.error = second.error;
+    } else if (!first.error) {
+      runRows(first, middle, count);
     }
   }
-  m_MaxLevel = maxLevel;
+  if (first.error) fail(first.error);
+  m_MaxLevel = first.maxLevel;
   m_SumsClear = true;
 }
 
@@ -286,17 +392,7 @@ void TTreemapProcessorImplementationCpp::layout() {
     std::vector<uint32_t> ancestors;
     for (uint32_t a = m_Nodes[middle].parent; a != TTreemapNode::kNone; a = m_Nodes[a].parent) ancestors.push_back(a);
     for (size_t k = ancestors.size(); k-- > 0;) layoutFamily(m_Nodes[ancestors[k]], m_KeyScratch);
-    std::thread second;
-    try {
-      second = std::thread([&] { layoutRange(middle, count, {}); });
-    } catch (const std::system_error&) {
-      // Without a second thread this one does both halves.
-    }
-    layoutRange(0, middle, std::move(ancestors));
-    if (second.joinable())
-      second.join();
-    else
-      layoutRange(middle, count, {});
+    runBeside([&] { layoutRange(middle, count, {}); }, [&] { layoutRange(0, middle, std::move(ancestors)); });
   }
   m_Nodes[0].toosmall = std::min(w, h) < m_SmallestSide;
 }

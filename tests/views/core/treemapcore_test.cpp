@@ -72,6 +72,18 @@ std::shared_ptr<THierarchyData> smallTree() {
 
 float boxArea(const TLayoutBox& b) { return (b.x1 - b.x0) * (b.y1 - b.y0); }
 
+template <class Tiles>
+void expectSameTiles(const Tiles& one, const Tiles& other) {
+  ASSERT_EQ(one.size(), other.size());
+  for (size_t i = 0; i < one.size(); ++i) {
+    const TTreemapNode &a = one[i], &b = other[i];
+    EXPECT_TRUE(a.nid == b.nid && a.parent == b.parent && a.level == b.level && a.flags == b.flags &&
+                a.area == b.area && a.shownCount == b.shownCount && a.toosmall == b.toosmall &&
+                a.box.x0 == b.box.x0 && a.box.y0 == b.box.y0 && a.box.x1 == b.box.x1 && a.box.y1 == b.box.y1)
+        << "tile " << a.nid;
+  }
+}
+
 std::shared_ptr<TIntegerSetData> everything() {
   auto s = std::make_shared<TIntegerSetData>();
   s->m_ContainsAll = true;
@@ -286,15 +298,34 @@ TEST(TreemapLayout, OnRandomTreesSiblingsFillTheirParentInProportionAndNeverOver
       t.run();
       const auto one = t.impl.m_Nodes;
       t.impl.m_TilesForTwoThreads = 2;
+      t.proc->m_AggLft->m_DataReplaced = true;
       t.run();
-      for (size_t i = 0; i < one.size(); ++i) {
-        const TTreemapNode& n = t.impl.m_Nodes[i];
-        EXPECT_TRUE(n.box.x0 == one[i].box.x0 && n.box.y0 == one[i].box.y0 && n.box.x1 == one[i].box.x1 &&
-                    n.box.y1 == one[i].box.y1 && n.toosmall == one[i].toosmall)
-            << "tile " << n.nid << " of round " << round;
-      }
+      expectSameTiles(one, t.impl.m_Nodes);
     }
   }
+}
+
+TEST(TreemapLayout, TwoThreadsMakeWhatOneDoesOnBadlyNestedRowsToo) {
+  // The second row overlaps the first: the rows that enclose the middle
+  // one are not the groups open there.
+  TTreemap t(rows({{0, 1, 100}, {1, 2, 50}, {2, 3, 60}, {3, 4, 5}, {4, 55, 56}, {5, 61, 62}, {6, 63, 64}}));
+  t.proc->m_Flatten->setData(everything());
+  t.impl.m_TilesForTwoThreads = 1000000;
+  t.run();
+  const auto one = t.impl.m_Nodes;
+  EXPECT_EQ(one[2].parent, 0u);
+  t.impl.m_TilesForTwoThreads = 2;
+  t.proc->m_AggLft->m_DataReplaced = true;
+  t.run();
+  expectSameTiles(one, t.impl.m_Nodes);
+
+  // A row of the second half without a collapsed state fails the pass.
+  TTreemap small(smallTree());
+  small.impl.m_TilesForTwoThreads = 2;
+  auto states = std::make_shared<TBoolAttributeData>("collapsed");
+  for (uint32_t nid = 0; nid < 5; ++nid) states->addRow(nid, false);
+  small.proc->m_Collapsed->setData(states);
+  EXPECT_EQ(errorOf([&] { small.run(); }), "collapsed value for this node not found");
 }
 
 TEST(TreemapDrawing, EveryLeafGetsAsManyCushionLayersAsTheDeepestLevelAndGroupsGetBorders) {
