@@ -1,6 +1,7 @@
 #include "MTreemapCore.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -370,29 +371,39 @@ void TTreemapProcessorImplementationCpp::layout() {
     sortFamily(n, in, scratch);
     layoutChildren(n);
   };
-  // Skips the listed tiles, which stand in descending order.
-  auto layoutRange = [&](size_t from, size_t to, std::vector<uint32_t> skip) {
-    std::vector<TKeyed> scratch;
-    for (size_t i = from; i < to; ++i) {
-      if (!skip.empty() && skip.back() == i) {
-        skip.pop_back();
-        continue;
-      }
-      layoutFamily(m_Nodes[i], scratch);
-    }
-  };
   if (count < std::max<size_t>(m_TilesForTwoThreads, 2)) {
-    layoutRange(0, count, {});
+    for (const TTreemapNode& n : m_Nodes) layoutFamily(n, m_KeyScratch);
   } else {
-    // A tile's children stand in its subtree, right after it. The tiles
-    // from the middle on are laid out by a second thread once the middle
-    // tile's ancestors, whose children stand on both sides, are: every
-    // other tile has its parent, and writes its children, on its own side.
-    const size_t middle = count / 2;
-    std::vector<uint32_t> ancestors;
-    for (uint32_t a = m_Nodes[middle].parent; a != TTreemapNode::kNone; a = m_Nodes[a].parent) ancestors.push_back(a);
-    for (size_t k = ancestors.size(); k-- > 0;) layoutFamily(m_Nodes[ancestors[k]], m_KeyScratch);
-    runBeside([&] { layoutRange(middle, count, {}); }, [&] { layoutRange(0, middle, std::move(ancestors)); });
+    // A tile's children stand in its subtree, right after it. The list is
+    // cut into pieces, and the ancestors of each piece's first tile, whose
+    // children stand in more than one piece, are laid out first: every
+    // other tile then has its parent, and writes its children, in its own
+    // piece. Two threads take the pieces in turn, so that neither waits
+    // long on the other.
+    constexpr size_t kPieces = 16;
+    std::vector<uint32_t> shared;
+    for (size_t k = 1; k < kPieces; ++k)
+      for (uint32_t a = m_Nodes[k * count / kPieces].parent; a != TTreemapNode::kNone; a = m_Nodes[a].parent)
+        shared.push_back(a);
+    std::sort(shared.begin(), shared.end());
+    shared.erase(std::unique(shared.begin(), shared.end()), shared.end());
+    for (uint32_t a : shared) layoutFamily(m_Nodes[a], m_KeyScratch);
+    std::atomic<size_t> nextPiece{0};
+    auto layoutPieces = [&] {
+      std::vector<TKeyed> scratch;
+      for (size_t k; (k = nextPiece++) < kPieces;) {
+        const size_t from = k * count / kPieces, to = (k + 1) * count / kPieces;
+        auto skip = std::lower_bound(shared.begin(), shared.end(), from);
+        for (size_t i = from; i < to; ++i) {
+          if (skip != shared.end() && *skip == i) {
+            ++skip;
+            continue;
+          }
+          layoutFamily(m_Nodes[i], scratch);
+        }
+      }
+    };
+    runBeside(layoutPieces, layoutPieces);
   }
   m_Nodes[0].toosmall = std::min(w, h) < m_SmallestSide;
 }
