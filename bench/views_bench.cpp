@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <cstdlib>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -205,8 +206,8 @@ BENCHMARK(BM_HebEdges)->Arg(5000)->Unit(benchmark::kMillisecond);
 
 // The treemap of the whole synthetic tree, every node a group and every
 // leaf of area 1, on a canvas of 1024 x 768: the tiles made and laid out,
-// as a change of the tree makes them. Writes the tree for the peer
-// (peer-treemap-N/).
+// as a change of the tree makes them, by two threads or by one. Writes the
+// tree for the peer (peer-treemap-N/).
 void BM_TreemapLayout(benchmark::State& state) {
   const uint32_t nodes = static_cast<uint32_t>(state.range(0));
   static std::map<uint32_t, bench::TLoadedDataset> cache;
@@ -217,6 +218,7 @@ void BM_TreemapLayout(benchmark::State& state) {
   auto fm = makeFlowManager(false);
   auto proc = fm->constructProcessor<TTreemapProcessorCpp>();
   TTreemapProcessorImplementationCpp impl(proc.get(), std::make_shared<TLabelCache>());
+  if (state.range(1) == 1) impl.m_TilesForTwoThreads = std::numeric_limits<size_t>::max();
   auto collapsed = std::make_shared<TBoolAttributeData>("collapsed");
   auto agglft = std::make_shared<TAggLftData>();
   for (const auto& r : d.hierarchy->m_Rows) {
@@ -244,7 +246,7 @@ void BM_TreemapLayout(benchmark::State& state) {
   state.counters["nodes"] = static_cast<double>(impl.m_Nodes.size());
   state.counters["bytes/node"] = bytes / static_cast<double>(impl.m_Nodes.size());
 }
-BENCHMARK(BM_TreemapLayout)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TreemapLayout)->Args({1000000, 2})->Args({1000000, 1})->Unit(benchmark::kMillisecond);
 
 // A table lens on every node of the synthetic tree with its eight columns.
 struct TTableBench {

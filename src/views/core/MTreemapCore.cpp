@@ -216,14 +216,17 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     auto startSecond = [&] {
       const THierarchyRow m = row[middle];
       for (size_t i = middle; i-- > 1;)
-        if (encloses(row[i], m) && isGroup(row[i].nid)) second.push({static_cast<uint32_t>(i), row[i].lft, row[i].rgt, 0});
-      second.push({0, row[0].lft, row[0].rgt, 0});
-      std::reverse(second.groups.begin(), second.groups.begin() + static_cast<std::ptrdiff_t>(second.depth));
-      for (size_t k = 0; k < second.depth; ++k) second.groups[k].level = static_cast<uint32_t>(std::min<size_t>(k, 65535));
-      start.assign(second.groups.begin(), second.groups.begin() + static_cast<std::ptrdiff_t>(second.depth));
-      second.cursor = static_cast<size_t>(
-          std::lower_bound(entries.begin(), entries.end(), m.lft, [](const auto& e, uint32_t v) { return e.first < v; }) -
-          entries.begin());
+        if (encloses(row[i], m) && isGroup(row[i].nid))
+          start.push_back({static_cast<uint32_t>(i), row[i].lft, row[i].rgt, 0});
+      start.push_back({0, row[0].lft, row[0].rgt, 0});
+      std::reverse(start.begin(), start.end());
+      for (size_t k = 0; k < start.size(); ++k) {
+        start[k].level = static_cast<uint32_t>(std::min<size_t>(k, 65535));
+        second.push(start[k]);
+      }
+      auto byLft = [](const std::pair<uint32_t, uint32_t>& e, uint32_t lft) { return e.first < lft; };
+      second.cursor = static_cast<size_t>(std::lower_bound(entries.begin(), entries.end(), m.lft, byLft) -
+                                          entries.begin());
       runRows(second, middle, count);
     };
     try {
