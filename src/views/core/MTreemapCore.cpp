@@ -142,11 +142,30 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     }
   };
   auto runRows = [&](TRun& run, size_t from, size_t to) {
+    // The run's state stays in locals while it goes: a store to a tile's
+    // byte of flags could stand for any of it, and it would be read again
+    // after each.
+    size_t depth = run.depth, cursor = run.cursor, next = run.next;
+    uint32_t maxLevel = run.maxLevel;
+    TOpen* groups = run.groups.data();
+    const size_t own = run.own;
+    TTreemapNode* const tiles = out;
+    const THierarchyRow* const rowAt = row;
+    const std::pair<uint32_t, uint32_t>* const entry = entries.data();
+    const size_t entryCount = entries.size();
+    const bool everyGroup = allGroups;
+    auto finish = [&](const char* error) {
+      run.depth = depth;
+      run.cursor = cursor;
+      run.next = next;
+      run.maxLevel = maxLevel;
+      run.error = error;
+    };
     // Both tables usually stand in ascending lft: a cursor finds each
     // row's entry, and the index answers only where it does not.
     auto folded = [&](uint32_t lft) {
-      while (run.cursor < entries.size() && entries[run.cursor].first < lft) ++run.cursor;
-      if (run.cursor < entries.size() && entries[run.cursor].first == lft) return true;
+      while (cursor < entryCount && entry[cursor].first < lft) ++cursor;
+      if (cursor < entryCount && entry[cursor].first == lft) return true;
       bool found = false;
       agglft->getAggLftByLft(lft, found);
       return found;
@@ -155,41 +174,35 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
     // a row near the last one found answers before the index is asked.
     auto collapsedOf = [&](uint32_t nid, bool& found) {
       if (!unique) return collapsed->getValueById(nid, found);
-      for (size_t k = run.next; k < run.next + 4 && k < states.size(); ++k)
+      for (size_t k = next; k < next + 4 && k < states.size(); ++k)
         if (states[k].id == nid) {
-          run.next = k + 1;
+          next = k + 1;
           found = true;
           return collapsed->valueByRow(k);
         }
       const long at = collapsed->getRowById(nid);
       found = at >= 0;
       if (!found) return false;
-      run.next = static_cast<size_t>(at) + 1;
+      next = static_cast<size_t>(at) + 1;
       return collapsed->valueByRow(static_cast<size_t>(at));
     };
     for (size_t i = from; i < to; ++i) {
-      const THierarchyRow r = row[i];
-      if (!folded(r.lft)) {
-        run.error = "createNodeObjects(): cannot do getAggLftByLft ";
-        return;
-      }
+      const THierarchyRow r = rowAt[i];
+      if (!folded(r.lft)) return finish("createNodeObjects(): cannot do getAggLftByLft ");
       bool found = false;
       const bool folds = collapsedOf(r.nid, found);
-      if (!found) {
-        run.error = "collapsed value for this node not found";
-        return;
-      }
-      while (run.depth > 1 && !encloses(run.groups[run.depth - 1], r)) --run.depth;
-      const TOpen top = run.groups[run.depth - 1];
-      if (top.index >= run.own)
-        out[top.index].flags |= TTreemapNode::kHasChildren;
+      if (!found) return finish("collapsed value for this node not found");
+      while (depth > 1 && !encloses(groups[depth - 1], r)) --depth;
+      const TOpen top = groups[depth - 1];
+      if (top.index >= own)
+        tiles[top.index].flags |= TTreemapNode::kHasChildren;
       else if (run.parentsBefore.empty() || run.parentsBefore.back() != top.index)
         run.parentsBefore.push_back(top.index);
       const uint32_t level = std::min<uint32_t>(top.level + 1u, 65535u);
-      run.maxLevel = std::max(run.maxLevel, level);
+      maxLevel = std::max(maxLevel, level);
       // Written field by field: a whole tile composed aside and copied
       // would wait on its own flag byte.
-      TTreemapNode& n = out[i];
+      TTreemapNode& n = tiles[i];
       n.nid = r.nid;
       n.parent = top.index;
       n.area = n.firstShown = n.shownCount = 0;
@@ -197,8 +210,15 @@ void TTreemapProcessorImplementationCpp::createNodeObjects() {
       n.flags = folds ? TTreemapNode::kCollapsed : 0;
       n.toosmall = false;
       n.box = TLayoutBox{};
-      if (isGroup(r.nid)) run.push({static_cast<uint32_t>(i), r.lft, r.rgt, level});
+      if (everyGroup || isGroup(r.nid)) {
+        if (depth == run.groups.size()) {
+          run.groups.resize(2 * depth);
+          groups = run.groups.data();
+        }
+        groups[depth++] = {static_cast<uint32_t>(i), r.lft, r.rgt, level};
+      }
     }
+    finish(nullptr);
   };
   TRun first;
   first.push({0, row[0].lft, row[0].rgt, 0});
@@ -371,7 +391,7 @@ void TTreemapProcessorImplementationCpp::layout() {
   // A family is sorted just before it is laid out, while it is in cache.
   auto layoutFamily = [this, &in](const TTreemapNode& n, std::vector<TKeyed>& scratch) {
     if (n.shownCount == 0) return;
-    sortFamily(n, in, scratch);
+    if (n.shownCount > 1) sortFamily(n, in, scratch);
     layoutChildren(n);
   };
   if (count < std::max<size_t>(m_TilesForTwoThreads, 2)) {
@@ -424,6 +444,8 @@ void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapNode& node
   const float k = r.length(0) * r.length(1) / static_cast<float>(node.area);
   float side = r.length(1 - a);
   float lo = r.lo(a), hi = r.hi(a);
+  const TTreemapSlot* const slots = m_Shown.data();
+  const TTreemapNode* const nodes = m_Nodes.data();
   const size_t first = node.firstShown;
   size_t rowStart = first, rowCount = 0;
   double rowArea = 0;
@@ -431,10 +453,15 @@ void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapNode& node
   // The row's smallest and largest item: they give its worst ratio.
   double minU = 0, maxU = 0;
   auto thickness = [&](double area) { return static_cast<float>(area * k / side); };
+  // An only child fills its parent, as the rows below would make it.
+  if (node.shownCount == 1) {
+    if (side > 0) layoutRow(r, first, 1, a, k);
+    return;
+  }
   for (size_t j = first; j < first + node.shownCount && side > 0; ++j) {
-    const double A = m_Shown[j].area;
+    const double A = slots[j].area;
     // Its tile is written when the row closes.
-    __builtin_prefetch(&m_Nodes[m_Shown[j].node].box, 1);
+    __builtin_prefetch(&nodes[slots[j].node].box, 1);
     rowArea += A;
     if (!(rowArea > 0)) {
       ++rowCount;
@@ -481,11 +508,16 @@ void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, si
   const int b = strip.length(0) < strip.length(1) ? 1 : 0;
   const float across = strip.length(1 - b);
   if (!(across > 0) || count == 0) return;
+  // In locals: a store to a tile's flag could stand for any member, and
+  // they would be read again after each.
+  const TTreemapSlot* const slots = m_Shown.data();
+  TTreemapNode* const nodes = m_Nodes.data();
+  const float unit = m_Unit, smallest = m_SmallestSide;
   float pos = strip.lo(b);
   size_t placed = 0;
   auto place = [&](size_t j) {
-    const TTreemapSlot& slot = m_Shown[j];
-    TTreemapNode& n = m_Nodes[slot.node];
+    const TTreemapSlot& slot = slots[j];
+    TTreemapNode& n = nodes[slot.node];
     const float end = ++placed == count ? strip.hi(b) : pos + static_cast<float>(slot.area) * k / across;
     TTreemapRect box = strip;
     if (b == 1) {
@@ -497,7 +529,7 @@ void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, si
     }
     n.box = TLayoutBox{box.x0, box.y0, box.x1, box.y1};
     // Sizes in pixels: the unit is the longer side of the canvas.
-    n.toosmall = std::min(box.x1 - box.x0, box.y1 - box.y0) * m_Unit < m_SmallestSide;
+    n.toosmall = std::min(box.x1 - box.x0, box.y1 - box.y0) * unit < smallest;
     pos = end;
   };
   if (a == 1) {
@@ -506,7 +538,7 @@ void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, si
   }
   // Along y groups first, then tiles, each part in reverse.
   size_t innerLast = first;
-  while (innerLast < first + count && m_Shown[innerLast].inner()) ++innerLast;
+  while (innerLast < first + count && slots[innerLast].inner()) ++innerLast;
   for (size_t j = innerLast; j-- > first;) place(j);
   for (size_t j = first + count; j-- > innerLast;) place(j);
 }
