@@ -81,7 +81,8 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   std::vector<TTreemapSlot, TLargePageAllocator<TTreemapSlot>> m_Shown;
   std::shared_ptr<const THierarchyData> m_Rows;
 
-  // From this many tiles on, two threads share the layout.
+  // From this many tiles on, two threads share the tile pass and the
+  // layout.
   size_t m_TilesForTwoThreads = 200000;
   bool hasRoot() const { return !m_Nodes.empty(); }
   void prepareRendering(int width, int height) override;
