@@ -330,7 +330,42 @@ void TTreemapProcessorImplementationCpp::sortFamily(const TTreemapNode& group, c
   sortPart(split, end);
 }
 
-void TTreemapProcessorImplementationCpp::computeAreas() {
+TTreemapProcessorImplementationCpp::TPieces TTreemapProcessorImplementationCpp::pieces() const {
+  TPieces cut;
+  const size_t count = m_Nodes.size();
+  const size_t n = count < std::max<size_t>(m_TilesForTwoThreads, 2) ? 1 : 16;
+  for (size_t k = 0; k <= n; ++k) cut.bounds.push_back(k * count / n);
+  for (size_t k = 1; k < n; ++k)
+    for (uint32_t a = m_Nodes[cut.bounds[k]].parent; a != TTreemapNode::kNone; a = m_Nodes[a].parent)
+      cut.shared.push_back(a);
+  std::sort(cut.shared.begin(), cut.shared.end());
+  cut.shared.erase(std::unique(cut.shared.begin(), cut.shared.end()), cut.shared.end());
+  return cut;
+}
+
+size_t TTreemapProcessorImplementationCpp::TPieces::pieceOf(size_t tile) const {
+  return static_cast<size_t>(std::upper_bound(bounds.begin(), bounds.end() - 1, tile) - bounds.begin()) - 1;
+}
+
+namespace {
+
+// Calls work(piece) for every piece, on two threads when there is more
+// than one.
+template <class F>
+void forEachPiece(size_t pieces, F work) {
+  std::atomic<size_t> next{0};
+  auto take = [&] {
+    for (size_t k; (k = next++) < pieces;) work(k);
+  };
+  if (pieces == 1)
+    take();
+  else
+    runBeside(take, take);
+}
+
+}  // namespace
+
+void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut) {
   const TAreaInputs in = areaInputs();
   const size_t count = m_Nodes.size();
   TTreemapNode* const nodes = m_Nodes.data();
@@ -342,38 +377,110 @@ void TTreemapProcessorImplementationCpp::computeAreas() {
       // A group's rectangle is written by its parent's layout.
       if (nodes[i].hasChildren()) nodes[i].box = TLayoutBox{};
     }
+  auto outOfOrder = [] {
+    return std::runtime_error("TTreeMapRenderer: the tiles are not in the order of the hierarchy");
+  };
+  const size_t pieceCount = cut.size();
+  // Shown children of the tiles of each piece, and the tiles whose parent
+  // stands in an earlier piece, which join it after the pieces.
+  std::vector<size_t> shownIn(pieceCount, 0);
+  std::vector<std::vector<uint32_t>> later(pieceCount);
+  auto addToParent = [&](size_t i) {
+    const TTreemapNode& t = nodes[i];
+    TTreemapNode& parent = nodes[t.parent];
+    const uint32_t sum = parent.area + t.area;
+    parent.area = sum < t.area ? 0xffffffffu : sum;
+    parent.shownCount += t.area > 0;
+    shownIn[cut.pieceOf(t.parent)] += t.area > 0;
+  };
   // Children stand after their parents: going up from the last row every
-  // node has its sum when it comes, and adds it to its parent's.
-  size_t totalShown = 0;
-  for (size_t i = count; i-- > 1;) {
-    TTreemapNode& n = nodes[i];
-    if (n.parent >= i) throw std::runtime_error("TTreeMapRenderer: the tiles are not in the order of the hierarchy");
-    const uint32_t area = n.hasChildren() ? n.area : leafArea(in, n.nid);
-    n.area = area;
-    TTreemapNode& parent = nodes[n.parent];
-    const uint32_t sum = parent.area + area;
-    parent.area = sum < area ? 0xffffffffu : sum;
-    parent.shownCount += area > 0;
-    totalShown += area > 0;
+  // tile has its sum when it comes, and adds it to its parent's. The
+  // shared ancestors come after the pieces, the lowest last.
+  forEachPiece(pieceCount, [&](size_t k) {
+    const size_t from = cut.bounds[k];
+    auto shared = std::lower_bound(cut.shared.begin(), cut.shared.end(), cut.bounds[k + 1]);
+    const auto sharedFrom = std::lower_bound(cut.shared.begin(), cut.shared.end(), from);
+    size_t nextShared = shared == sharedFrom ? count : shared[-1];
+    size_t shownHere = 0;
+    std::vector<uint32_t> deferred;
+    // Held in locals: a store to a tile could otherwise stand for them.
+    TTreemapNode* const tiles = nodes;
+    const size_t last = std::max<size_t>(from, 1);
+    for (size_t i = cut.bounds[k + 1]; i-- > last;) {
+      if (i == nextShared) {
+        --shared;
+        nextShared = shared == sharedFrom ? count : shared[-1];
+        continue;
+      }
+      TTreemapNode& t = tiles[i];
+      if (t.parent >= i) throw outOfOrder();
+      const uint32_t area = t.hasChildren() ? t.area : leafArea(in, t.nid);
+      t.area = area;
+      if (t.parent < from) {
+        deferred.push_back(static_cast<uint32_t>(i));
+        continue;
+      }
+      TTreemapNode& parent = tiles[t.parent];
+      const uint32_t sum = parent.area + area;
+      parent.area = sum < area ? 0xffffffffu : sum;
+      parent.shownCount += area > 0;
+      shownHere += area > 0;
+    }
+    shownIn[k] += shownHere;
+    later[k] = std::move(deferred);
+  });
+  for (const auto& tiles : later)
+    for (uint32_t i : tiles) addToParent(i);
+  for (size_t s = cut.shared.size(); s-- > 0;) {
+    const uint32_t i = cut.shared[s];
+    if (i == 0) break;
+    if (nodes[i].parent >= i) throw outOfOrder();
+    if (!nodes[i].hasChildren()) nodes[i].area = leafArea(in, nodes[i].nid);
+    addToParent(i);
   }
   if (!nodes[0].hasChildren()) nodes[0].area = leafArea(in, nodes[0].nid);
   // Going down, each family gets its range, and each shown child a place
   // in its parent's from the end, so that a family holds its children
-  // last first; they are sorted just before their parent's layout.
-  // A parent has its range before its children come.
-  m_Shown.resize(totalShown);
+  // last first; they are sorted just before their parent's layout. A
+  // parent has its range before its children come; a child whose parent
+  // stands in an earlier piece takes its place after the pieces, piece by
+  // piece, which keeps the order.
+  std::vector<size_t> base(pieceCount + 1, 0);
+  for (size_t k = 0; k < pieceCount; ++k) base[k + 1] = base[k] + shownIn[k];
+  m_Shown.resize(base[pieceCount]);
   TTreemapSlot* const shown = m_Shown.data();
-  uint32_t cursor = 0;
-  for (size_t i = 0; i < count; ++i) {
-    TTreemapNode& n = nodes[i];
-    cursor += n.shownCount;
-    n.firstShown = cursor;
-    if (i == 0 || n.area == 0) continue;
-    TTreemapSlot& slot = shown[--nodes[n.parent].firstShown];
+  auto place = [&](size_t i) {
+    const TTreemapNode& t = nodes[i];
+    TTreemapSlot& slot = shown[--nodes[t.parent].firstShown];
     slot.node = static_cast<uint32_t>(i);
-    slot.group = n.shownCount > 0;
-    slot.area = n.area;
-  }
+    slot.group = t.shownCount > 0;
+    slot.area = t.area;
+  };
+  forEachPiece(pieceCount, [&](size_t k) {
+    const size_t from = cut.bounds[k];
+    uint32_t cursor = static_cast<uint32_t>(base[k]);
+    std::vector<uint32_t> deferred;
+    TTreemapNode* const tiles = nodes;
+    TTreemapSlot* const slots = shown;
+    const size_t to = cut.bounds[k + 1];
+    for (size_t i = from; i < to; ++i) {
+      TTreemapNode& t = tiles[i];
+      cursor += t.shownCount;
+      t.firstShown = cursor;
+      if (i == 0 || t.area == 0) continue;
+      if (t.parent < from) {
+        deferred.push_back(static_cast<uint32_t>(i));
+        continue;
+      }
+      TTreemapSlot& slot = slots[--tiles[t.parent].firstShown];
+      slot.node = static_cast<uint32_t>(i);
+      slot.group = t.shownCount > 0;
+      slot.area = t.area;
+    }
+    later[k] = std::move(deferred);
+  });
+  for (const auto& tiles : later)
+    for (uint32_t i : tiles) place(i);
 }
 
 void TTreemapProcessorImplementationCpp::layout() {
@@ -381,11 +488,11 @@ void TTreemapProcessorImplementationCpp::layout() {
   const float m = std::max(w, h);
   if (!(m > 0)) return;
   m_Unit = m;
-  computeAreas();
+  const TPieces cut = pieces();
+  computeAreas(cut);
   m_Nodes[0].box = TLayoutBox{0, 0, w / m, h / m};
   // A group's rectangle is written by its parent's layout, which comes
   // first going down the list.
-  const size_t count = m_Nodes.size();
   const TAreaInputs in = areaInputs();
   // A family is sorted just before it is laid out, while it is in cache.
   auto layoutFamily = [this, &in](const TTreemapNode& n, std::vector<TKeyed>& scratch) {
@@ -393,40 +500,21 @@ void TTreemapProcessorImplementationCpp::layout() {
     if (n.shownCount > 1) sortFamily(n, in, scratch);
     layoutChildren(n);
   };
-  if (count < std::max<size_t>(m_TilesForTwoThreads, 2)) {
-    for (const TTreemapNode& n : m_Nodes) layoutFamily(n, m_KeyScratch);
-  } else {
-    // A tile's children stand in its subtree, right after it. The list is
-    // cut into pieces, and the ancestors of each piece's first tile, whose
-    // children stand in more than one piece, are laid out first: every
-    // other tile then has its parent, and writes its children, in its own
-    // piece. Two threads take the pieces in turn, so that neither waits
-    // long on the other.
-    constexpr size_t kPieces = 16;
-    std::vector<uint32_t> shared;
-    for (size_t k = 1; k < kPieces; ++k)
-      for (uint32_t a = m_Nodes[k * count / kPieces].parent; a != TTreemapNode::kNone; a = m_Nodes[a].parent)
-        shared.push_back(a);
-    std::sort(shared.begin(), shared.end());
-    shared.erase(std::unique(shared.begin(), shared.end()), shared.end());
-    for (uint32_t a : shared) layoutFamily(m_Nodes[a], m_KeyScratch);
-    std::atomic<size_t> nextPiece{0};
-    auto layoutPieces = [&] {
-      std::vector<TKeyed> scratch;
-      for (size_t k; (k = nextPiece++) < kPieces;) {
-        const size_t from = k * count / kPieces, to = (k + 1) * count / kPieces;
-        auto skip = std::lower_bound(shared.begin(), shared.end(), from);
-        for (size_t i = from; i < to; ++i) {
-          if (skip != shared.end() && *skip == i) {
-            ++skip;
-            continue;
-          }
-          layoutFamily(m_Nodes[i], scratch);
-        }
+  // The shared ancestors first: then every other tile has its parent, and
+  // writes its children, in its own piece.
+  for (uint32_t a : cut.shared) layoutFamily(m_Nodes[a], m_KeyScratch);
+  forEachPiece(cut.size(), [&](size_t k) {
+    const size_t from = cut.bounds[k];
+    auto skip = std::lower_bound(cut.shared.begin(), cut.shared.end(), from);
+    std::vector<TKeyed> keys;
+    for (size_t i = from; i < cut.bounds[k + 1]; ++i) {
+      if (skip != cut.shared.end() && *skip == i) {
+        ++skip;
+        continue;
       }
-    };
-    runBeside(layoutPieces, layoutPieces);
-  }
+      layoutFamily(m_Nodes[i], keys);
+    }
+  });
   m_Nodes[0].toosmall = std::min(w, h) < m_SmallestSide;
 }
 

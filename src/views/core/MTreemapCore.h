@@ -89,9 +89,20 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
   void process();
   void createNodeObjects();
   void layout();
+  // The tile list cut into pieces that two threads take in turn: the
+  // ancestors of each piece's first tile, shared, have children in more
+  // than one piece; every other tile has its parent in its own piece. One
+  // piece below m_TilesForTwoThreads tiles.
+  struct TPieces {
+    std::vector<size_t> bounds;
+    std::vector<uint32_t> shared;
+    size_t size() const { return bounds.size() - 1; }
+    size_t pieceOf(size_t tile) const;
+  };
+  TPieces pieces() const;
   // Areas and shown children: sums from the last row up, then places
   // going down.
-  void computeAreas();
+  void computeAreas(const TPieces& cut);
   void layoutChildren(const TTreemapNode& group);
   void layoutRow(const TTreemapRect& strip, size_t first, size_t count, int a, float k);
   // Bytes the layout holds, scratch included.
