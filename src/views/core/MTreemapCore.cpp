@@ -3,51 +3,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <exception>
 #include <stdexcept>
-#include <system_error>
-#include <thread>
 #include <utility>
 
+#include "base/MParallel.h"
 #include "engine/MRegistry.h"
 
 namespace quorvel {
-
-namespace {
-
-// Runs `beside` on a second thread and `here` on this one, or both here
-// when no thread can be had; what `beside` throws is thrown here once
-// both are done.
-template <class Beside, class Here>
-void runBeside(Beside beside, Here here) {
-  std::exception_ptr thrown;
-  auto guarded = [&] {
-    try {
-      beside();
-    } catch (...) {
-      thrown = std::current_exception();
-    }
-  };
-  std::thread helper;
-  try {
-    helper = std::thread(guarded);
-  } catch (const std::system_error&) {
-    // Without a second thread this one does both.
-  }
-  try {
-    here();
-  } catch (...) {
-    if (helper.joinable()) helper.join();
-    throw;
-  }
-  if (helper.joinable())
-    helper.join();
-  else
-    guarded();
-  if (thrown) std::rethrow_exception(thrown);
-}
-
-}  // namespace
 
 void TTreemapProcessorCpp::postCreate() {
   TVisualizerProcessorBase::postCreate();
