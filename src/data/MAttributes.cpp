@@ -641,44 +641,84 @@ void TStringAttributeData::drawTextsFrom(const std::shared_ptr<const TStringAttr
 }
 
 TAttributePtr TVariantAttributeData::convertToSpecific() const {
+  return decide({this}, [](size_t) {});
+}
+
+TAttributePtr TVariantAttributeData::convertToSpecific(std::vector<std::shared_ptr<TVariantAttributeData>> parts) {
+  std::vector<const TVariantAttributeData*> each;
+  for (const auto& part : parts) each.push_back(part.get());
+  return decide(each, [&parts](size_t k) { parts[k].reset(); });
+}
+
+// release(k) is called once part k is no longer read.
+template <class Release>
+TAttributePtr TVariantAttributeData::decide(const std::vector<const TVariantAttributeData*>& parts, Release release) {
   size_t texts = 0;
   size_t floats = 0;
   size_t ints = 0;
-  for (Kind k : m_Kinds) {
-    if (k == Kind::Text) ++texts;
-    else if (k == Kind::Float) ++floats;
-    else ++ints;
+  size_t textBytes = 0;
+  for (const TVariantAttributeData* part : parts) {
+    for (Kind k : part->m_Kinds) {
+      if (k == Kind::Text) ++texts;
+      else if (k == Kind::Float) ++floats;
+      else ++ints;
+    }
+    textBytes += part->m_Texts.bytes().size();
   }
-  const size_t n = m_Ids.size();
-  if (texts == n && n > 0) {
-    // Only texts: the column keeps the loaded arena.
-    auto out = std::make_shared<TStringAttributeData>(m_KeyName);
-    out->shareStore(m_Texts);
+  const size_t n = texts + floats + ints;
+  if (n == 0) return nullptr;
+  const std::string key = parts.front()->m_KeyName;
+  // Calls f(part, row) for every row of every part, in order.
+  auto eachRow = [&parts, &release](auto f) {
+    for (size_t k = 0; k < parts.size(); ++k) {
+      for (size_t i = 0; i < parts[k]->m_Ids.size(); ++i) f(*parts[k], i);
+      release(k);
+    }
+  };
+  if (texts == n) {
+    // Only texts: a single part's arena is kept as it is; the arenas of
+    // parts are joined into one, each part's texts moved by the bytes
+    // before them.
+    auto out = std::make_shared<TStringAttributeData>(key);
+    TAttributeStore<std::string> store;
+    if (parts.size() == 1)
+      store = parts.front()->m_Texts;
+    else
+      store.reserve(textBytes);
     out->m_Rows.resize(n);
-    for (size_t i = 0; i < n; ++i) out->m_Rows[i] = {m_Ids[i], m_Values[i].s};
+    size_t r = 0;
+    for (size_t k = 0; k < parts.size(); ++k) {
+      const TVariantAttributeData& part = *parts[k];
+      const std::string_view bytes = part.m_Texts.bytes();
+      const uint32_t shift = parts.size() == 1 || bytes.empty() ? 0 : store.put(bytes).offset;
+      for (size_t i = 0; i < part.m_Ids.size(); ++i, ++r) {
+        out->m_Rows[r] = {part.m_Ids[i], part.m_Values[i].s};
+        out->m_Rows[r].value.offset += shift;
+      }
+      release(k);
+    }
+    out->shareStore(store);
     out->finishRows();
     return out;
   }
   if (texts > 0) {
-    auto out = std::make_shared<TStringAttributeData>(m_KeyName);
+    auto out = std::make_shared<TStringAttributeData>(key);
     out->reserve(n);
-    for (size_t i = 0; i < n; ++i) out->addRow(m_Ids[i], rowText(i));
+    eachRow([&out](const TVariantAttributeData& p, size_t i) { out->addRow(p.m_Ids[i], p.rowText(i)); });
     return out;
   }
   if (floats > 0) {
-    auto out = std::make_shared<TFloatAttributeData>(m_KeyName);
+    auto out = std::make_shared<TFloatAttributeData>(key);
     out->reserve(n);
-    for (size_t i = 0; i < n; ++i)
-      out->addRow(m_Ids[i], m_Kinds[i] == Kind::Float ? m_Values[i].f : static_cast<float>(m_Values[i].i));
+    eachRow([&out](const TVariantAttributeData& p, size_t i) {
+      out->addRow(p.m_Ids[i], p.m_Kinds[i] == Kind::Float ? p.m_Values[i].f : static_cast<float>(p.m_Values[i].i));
+    });
     return out;
   }
-  if (ints > 0) {
-    auto out = std::make_shared<TIntegerAttributeData>(m_KeyName);
-    out->reserve(n);
-    for (size_t i = 0; i < n; ++i) out->addRow(m_Ids[i], m_Values[i].i);
-    return out;
-  }
-  return nullptr;
+  auto out = std::make_shared<TIntegerAttributeData>(key);
+  out->reserve(n);
+  eachRow([&out](const TVariantAttributeData& p, size_t i) { out->addRow(p.m_Ids[i], p.m_Values[i].i); });
+  return out;
 }
 
 std::map<std::string, size_t> TVariantAttributeData::getTextCounts() const {

@@ -94,6 +94,9 @@ struct TAttributeStore<std::string> {
   View view(const Stored& s) const { return std::string_view(m_Arena->bytes.data() + s.offset, s.length); }
   void replace(Stored& s, std::string_view v);
   void clear() { m_Arena = std::make_shared<Arena>(); }
+  // All texts, one after another at the offsets they are stored at.
+  std::string_view bytes() const { return m_Arena->bytes; }
+  void reserve(size_t bytes) { own().reserve(bytes); }
   // Takes the other store's texts, so that its Stored values are valid here.
   void shareWith(const TAttributeStore& other) { m_Arena = other.m_Arena; }
   bool isSharedWith(const TAttributeStore& other) const { return m_Arena == other.m_Arena; }
@@ -286,6 +289,11 @@ class TVariantAttributeData : public TAttributeData {
   void addFloat(uint32_t id, float value);
   // The decided column, or null when there are no rows.
   TAttributePtr convertToSpecific() const;
+  // The decided column of the rows of `parts` one after another, as one
+  // column that held them all would decide it; null when there are none.
+  // Each part goes as soon as its rows are taken, so that the rows are not
+  // held twice over.
+  static TAttributePtr convertToSpecific(std::vector<std::shared_ptr<TVariantAttributeData>> parts);
   // How many rows hold each text.
   std::map<std::string, size_t> getTextCounts() const;
   Kind kindByRow(size_t row) const { return m_Kinds[row]; }
@@ -310,6 +318,8 @@ class TVariantAttributeData : public TAttributeData {
     TAttributeStore<std::string>::Stored s;
   };
   void appendRow(uint32_t id, Kind kind, Value v);
+  template <class Release>
+  static TAttributePtr decide(const std::vector<const TVariantAttributeData*>& parts, Release release);
   std::string rowText(size_t row) const;
   // The index is built on the first lookup: loading only appends.
   const uint32_t* findRow(uint32_t id) const;

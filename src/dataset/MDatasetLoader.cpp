@@ -1,13 +1,16 @@
 #include "MDatasetLoader.h"
 
 #include <pybind11/pybind11.h>
+#include <malloc.h>
 #include <sqlite3.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 
+#include "base/MParallel.h"
 #include "data/MColorMap.h"
 #include "dataset/MSourceRoot.h"
 #include "dataset/MXmlReader.h"
@@ -180,80 +183,146 @@ std::shared_ptr<THierarchyDataArray> readHierarchies(TDatabase& db) {
 // ---------------------------------------------------------------------------
 // Attributes
 
-std::shared_ptr<TAttributeDataArray> readAttributes(TDatabase& db, const std::string& query, bool ordered) {
-  std::unordered_map<std::string, std::shared_ptr<TVariantAttributeData>> columns;
-  std::vector<std::string> keys;
-  {
-    // Datasets have few keys: the columns seen so far are searched in a
-    // short list before the map.
-    std::vector<std::pair<std::string, TVariantAttributeData*>> recent;
-    auto columnFor = [&](std::string_view key) {
-      for (auto& [k, column] : recent)
-        if (k == key) return column;
-      auto& column = columns[std::string(key)];
-      if (!column) {
-        column = std::make_shared<TVariantAttributeData>(std::string(key));
-        keys.emplace_back(key);
+namespace {
+
+// What a read of attribute rows gathered: a column for each key, in the
+// order the keys first came, and the ids of the rows, those with a NULL
+// value too, a run of rows of one id kept once.
+struct TAttributeRows {
+  std::vector<std::shared_ptr<TVariantAttributeData>> columns;
+  std::vector<uint32_t> ids;
+};
+
+TAttributeRows readAttributeRows(TDatabase& db, const std::string& query, const TDbParams& params) {
+  TAttributeRows out;
+  std::unordered_map<std::string, TVariantAttributeData*> columns;
+  // Datasets have few keys: the columns seen so far are searched in a
+  // short list before the map.
+  std::vector<std::pair<std::string, TVariantAttributeData*>> recent;
+  auto columnFor = [&](std::string_view key) {
+    for (auto& [k, column] : recent)
+      if (k == key) return column;
+    auto& column = columns[std::string(key)];
+    if (!column) {
+      out.columns.push_back(std::make_shared<TVariantAttributeData>(std::string(key)));
+      column = out.columns.back().get();
+    }
+    if (recent.size() < 32) recent.emplace_back(std::string(key), column);
+    return column;
+  };
+  TCursorPtr c = db.execute(query, params);
+  while (c->step()) {
+    if (c->columnType(0) != SQLITE_INTEGER) continue;
+    const int64_t rawId = c->columnInt(0);
+    if (rawId < 0 || rawId > static_cast<int64_t>(UINT32_MAX)) continue;
+    const uint32_t id = static_cast<uint32_t>(rawId);
+    if (out.ids.empty() || out.ids.back() != id) out.ids.push_back(id);
+    std::string keyText;
+    std::string_view key;
+    switch (c->columnType(1)) {
+      case SQLITE_TEXT:
+      case SQLITE_BLOB:
+        key = c->columnBytes(1);
+        break;
+      default:
+        keyText = dbValueText(c->column(1));
+        key = keyText;
+    }
+    TVariantAttributeData* column = columnFor(key);
+    switch (c->columnType(2)) {
+      case SQLITE_INTEGER: {
+        const int64_t v = c->columnInt(2);
+        if (v >= INT32_MIN && v <= INT32_MAX)
+          column->addInt(id, static_cast<int32_t>(v));
+        else
+          column->addFloat(id, static_cast<float>(v));  // sizes and ids keep their order
+        break;
       }
-      if (recent.size() < 32) recent.emplace_back(std::string(key), column.get());
-      return column.get();
-    };
-    TCursorPtr c = db.execute(query);
-    while (c->step()) {
-      if (c->columnType(0) != SQLITE_INTEGER) continue;
-      const int64_t rawId = c->columnInt(0);
-      if (rawId < 0 || rawId > static_cast<int64_t>(UINT32_MAX)) continue;
-      const uint32_t id = static_cast<uint32_t>(rawId);
-      std::string keyText;
-      std::string_view key;
-      switch (c->columnType(1)) {
-        case SQLITE_TEXT:
-        case SQLITE_BLOB:
-          key = c->columnBytes(1);
-          break;
-        default:
-          keyText = dbValueText(c->column(1));
-          key = keyText;
-      }
-      TVariantAttributeData* column = columnFor(key);
-      switch (c->columnType(2)) {
-        case SQLITE_INTEGER: {
-          const int64_t v = c->columnInt(2);
-          if (v >= INT32_MIN && v <= INT32_MAX)
-            column->addInt(id, static_cast<int32_t>(v));
-          else
-            column->addFloat(id, static_cast<float>(v));  // sizes and ids keep their order
-          break;
-        }
-        case SQLITE_FLOAT:
-          column->addFloat(id, static_cast<float>(c->columnDouble(2)));
-          break;
-        case SQLITE_TEXT:
-        case SQLITE_BLOB:
-          column->addText(id, c->columnBytes(2));
-          break;
-        default:
-          break;  // NULL adds no row
-      }
+      case SQLITE_FLOAT:
+        column->addFloat(id, static_cast<float>(c->columnDouble(2)));
+        break;
+      case SQLITE_TEXT:
+      case SQLITE_BLOB:
+        column->addText(id, c->columnBytes(2));
+        break;
+      default:
+        break;  // NULL adds no row
     }
   }
+  return out;
+}
+
+// The typed columns of reads of consecutive ranges of rows, as one read of
+// them all would make them; with `ordered`, keys in byte order with "name"
+// and "type" first and "_" keys last, else in the order they first came.
+// The pieces' columns go as they are decided.
+std::shared_ptr<TAttributeDataArray> typedColumns(std::vector<TAttributeRows>& pieces, bool ordered) {
+  struct Key {
+    std::string name;
+    std::vector<std::shared_ptr<TVariantAttributeData>*> parts;
+  };
+  std::vector<Key> keys;
+  std::unordered_map<std::string, size_t> numberOf;
+  for (auto& piece : pieces)
+    for (auto& column : piece.columns) {
+      auto [it, added] = numberOf.try_emplace(column->m_KeyName, keys.size());
+      if (added) keys.push_back({column->m_KeyName, {}});
+      keys[it->second].parts.push_back(&column);
+    }
   if (ordered) {
-    std::sort(keys.begin(), keys.end());
+    std::sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) { return a.name < b.name; });
     auto toFront = [&keys](const std::string& k) {
-      auto it = std::find(keys.begin(), keys.end(), k);
+      auto it = std::find_if(keys.begin(), keys.end(), [&k](const Key& key) { return key.name == k; });
       if (it != keys.end()) std::rotate(keys.begin(), it, it + 1);
     };
     toFront("type");
     toFront("name");
-    std::stable_partition(keys.begin(), keys.end(), [](const std::string& k) { return k.empty() || k[0] != '_'; });
+    std::stable_partition(keys.begin(), keys.end(), [](const Key& k) { return k.name.empty() || k.name[0] != '_'; });
   }
   auto array = std::make_shared<TAttributeDataArray>();
-  for (const auto& key : keys) {
-    auto& variant = columns[key];
-    if (TAttributePtr typed = variant->convertToSpecific()) array->add(typed);
-    variant.reset();
+  for (Key& key : keys) {
+    std::vector<std::shared_ptr<TVariantAttributeData>> parts;
+    for (auto* part : key.parts) parts.push_back(std::move(*part));
+    if (TAttributePtr typed = TVariantAttributeData::convertToSpecific(std::move(parts))) array->add(typed);
+    // The pieces were read on two threads into many blocks: what they held
+    // goes back to the system before the next column takes as much again.
+    malloc_trim(0);
   }
   return array;
+}
+
+// The ids of the rows of all pieces, in order.
+std::vector<uint32_t> joinIds(std::vector<TAttributeRows>& pieces) {
+  if (pieces.size() == 1) return std::move(pieces.front().ids);
+  size_t count = 0;
+  for (const auto& piece : pieces) count += piece.ids.size();
+  std::vector<uint32_t> ids;
+  ids.reserve(count);
+  for (auto& piece : pieces) {
+    ids.insert(ids.end(), piece.ids.begin(), piece.ids.end());
+    std::vector<uint32_t>().swap(piece.ids);
+  }
+  return ids;
+}
+
+// The set of the ids of rows read, alone in an array.
+std::shared_ptr<TIntegerSetDataArray> idSet(const char* name, std::vector<uint32_t>& ids) {
+  if (!std::is_sorted(ids.begin(), ids.end())) std::sort(ids.begin(), ids.end());
+  ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+  auto set = std::make_shared<TIntegerSetData>(name);
+  set->m_Set.reserve(ids.size());
+  for (uint32_t id : ids) set->m_Set.insert(id);
+  std::vector<uint32_t>().swap(ids);
+  auto array = std::make_shared<TIntegerSetDataArray>();
+  array->add(set);
+  return array;
+}
+
+}  // namespace
+
+std::shared_ptr<TAttributeDataArray> readAttributes(TDatabase& db, const std::string& query, bool ordered) {
+  std::vector<TAttributeRows> rows(1, readAttributeRows(db, query, {}));
+  return typedColumns(rows, ordered);
 }
 
 // ---------------------------------------------------------------------------
@@ -269,44 +338,139 @@ void TDatasetLoaderCpp::postCreate() {
   m_EdgeSelections = addOutputPin<TIntegerSetDataArray>("edge selections");
 }
 
+namespace {
+
+// Consecutive ranges of rowids that hold every row of `table` between
+// them, each about `rowsPerRange` wide; none when one read would do, or
+// the table has no rows or no rowids.
+std::vector<std::pair<int64_t, int64_t>> rowidRanges(TDatabase& db, const std::string& table, int64_t rowsPerRange) {
+  // Each query alone is answered from the ends of the table's tree.
+  auto end = [&](const char* which) -> std::optional<int64_t> {
+    TCursorPtr c = db.execute(std::string("SELECT ") + which + "(rowid) FROM " + table, {}, false, true);
+    if (!c || c->columnType(0) != SQLITE_INTEGER) return std::nullopt;
+    return c->columnInt(0);
+  };
+  const std::optional<int64_t> first = end("min");
+  const std::optional<int64_t> last = end("max");
+  std::vector<std::pair<int64_t, int64_t>> ranges;
+  if (!first || !last || *last - *first < rowsPerRange) return ranges;
+  for (int64_t from = *first; from <= *last; from += rowsPerRange)
+    ranges.emplace_back(from, from + std::min(rowsPerRange - 1, *last - from));
+  return ranges;
+}
+
+std::shared_ptr<TEdgeData> readEdges(TDatabase& db) {
+  auto edges = std::make_shared<TEdgeData>();
+  const int64_t count = db.execute("SELECT count(*) FROM edges")->columnInt(0);
+  edges->reserve(static_cast<size_t>(std::max<int64_t>(0, count)));
+  TCursorPtr c = db.execute("SELECT eid,fromnid,tonid FROM edges");
+  auto idAt = [&c](int i, uint32_t& out) {
+    if (c->columnType(i) != SQLITE_INTEGER) return false;
+    const int64_t v = c->columnInt(i);
+    out = static_cast<uint32_t>(v);
+    return v >= 0 && v <= static_cast<int64_t>(UINT32_MAX);
+  };
+  uint32_t eid = 0;
+  uint32_t from = 0;
+  uint32_t to = 0;
+  while (c->step())
+    if (idAt(0, eid) && idAt(1, from) && idAt(2, to)) edges->addRow(eid, from, to);
+  return edges;
+}
+
+}  // namespace
+
 void TDatasetLoader::readDatabase(TDatabase& db) {
   for (const char* index : {"CREATE INDEX nodeattr_nid ON nodeattr (nid)", "CREATE INDEX edgeattr_eid ON edgeattr (eid)",
                             "CREATE INDEX hierarchy_parentnid_hid ON hierarchy (parentnid,hid)",
                             "CREATE INDEX hierarchy_parentnid ON hierarchy (parentnid)"})
     db.execute(index, {}, false, true);
 
-  auto hierarchies = readHierarchies(db);
-  m_Hierarchies->setData(hierarchies);
-  m_NodeAttributes->setData(readAttributes(db, "SELECT nid,key,value FROM nodeattr", true));
-
-  auto selectionOf = [&db](const char* name, const char* query) {
-    auto set = std::make_shared<TIntegerSetData>(name);
-    TCursorPtr c = db.execute(query);
-    uint32_t id = 0;
-    while (c->step())
-      if (toId(c->column(0), id)) set->m_Set.insert(id);
-    // The set stays as long as the dataset: without the room it grew into.
-    set->m_Set.shrinkToFit();
-    auto array = std::make_shared<TIntegerSetDataArray>();
-    array->add(set);
-    return array;
-  };
-  m_NodeSelections->setData(selectionOf("all nodes", "SELECT DISTINCT(nid) FROM nodeattr"));
-  m_EdgeAttributes->setData(readAttributes(db, "SELECT eid,key,value FROM edgeattr", false));
-
-  auto edges = std::make_shared<TEdgeData>();
-  {
-    const int64_t count = db.execute("SELECT count(*) FROM edges")->columnInt(0);
-    edges->reserve(static_cast<size_t>(std::max<int64_t>(0, count)));
-    TCursorPtr c = db.execute("SELECT eid,fromnid,tonid FROM edges");
-    uint32_t eid = 0;
-    uint32_t from = 0;
-    uint32_t to = 0;
-    while (c->step())
-      if (toId(c->column(0), eid) && toId(c->column(1), from) && toId(c->column(2), to)) edges->addRow(eid, from, to);
+  // Large attribute tables are read in ranges of rows by two connections
+  // side by side; a database in memory has only the one.
+  std::vector<std::pair<int64_t, int64_t>> nodeRanges;
+  std::vector<std::pair<int64_t, int64_t>> edgeRanges;
+  std::unique_ptr<TDatabase> second;
+  if (!db.filename().empty() && db.filename() != ":memory:") {
+    nodeRanges = rowidRanges(db, "nodeattr", m_RowsPerRead);
+    edgeRanges = rowidRanges(db, "edgeattr", m_RowsPerRead);
+    if (!nodeRanges.empty() || !edgeRanges.empty()) {
+      try {
+        second = std::make_unique<TDatabase>(db.filename());
+      } catch (const TFlowError&) {
+        nodeRanges.clear();
+        edgeRanges.clear();
+      }
+    }
   }
+
+  std::shared_ptr<THierarchyDataArray> hierarchies;
+  std::shared_ptr<TEdgeData> edges;
+  std::vector<TAttributeRows> nodePieces(std::max<size_t>(1, nodeRanges.size()));
+  std::vector<TAttributeRows> edgePieces(std::max<size_t>(1, edgeRanges.size()));
+  auto readPiece = [](TDatabase& from, const char* table, const auto& ranges, size_t k) {
+    const std::string query = std::string(table == std::string("nodeattr") ? "SELECT nid" : "SELECT eid") +
+                              ",key,value FROM " + table;
+    if (ranges.empty()) return readAttributeRows(from, query, {});
+    return readAttributeRows(from, query + " WHERE rowid BETWEEN ? AND ?", {ranges[k].first, ranges[k].second});
+  };
+  // The hierarchies and the edges first, as they are read in one piece
+  // each; the tasks' order is also the order of reading on one connection.
+  enum Task : size_t { kHierarchies, kNodeAttributes, kEdgeAttributes, kEdges };
+  std::vector<std::pair<Task, size_t>> tasks;
+  if (second) tasks = {{kHierarchies, 0}, {kEdges, 0}};
+  else tasks = {{kHierarchies, 0}};
+  for (size_t k = 0; k < nodePieces.size(); ++k) tasks.emplace_back(kNodeAttributes, k);
+  for (size_t k = 0; k < edgePieces.size(); ++k) tasks.emplace_back(kEdgeAttributes, k);
+  if (!second) tasks.emplace_back(kEdges, 0);
+  auto run = [&](size_t t, TDatabase& from) {
+    const auto [task, k] = tasks[t];
+    switch (task) {
+      case kHierarchies:
+        hierarchies = readHierarchies(from);
+        break;
+      case kNodeAttributes:
+        nodePieces[k] = readPiece(from, "nodeattr", nodeRanges, k);
+        break;
+      case kEdgeAttributes:
+        edgePieces[k] = readPiece(from, "edgeattr", edgeRanges, k);
+        break;
+      case kEdges:
+        edges = readEdges(from);
+        break;
+    }
+  };
+  std::vector<std::exception_ptr> thrown(tasks.size());
+  if (second) {
+    thrown = shareTasks(tasks.size(), [&](size_t t, unsigned worker) { run(t, worker == 0 ? db : *second); });
+  } else {
+    // One connection reads in order and stops at the first failure.
+    for (size_t t = 0; t < tasks.size() && !thrown[t ? t - 1 : 0]; ++t) {
+      try {
+        run(t, db);
+      } catch (...) {
+        thrown[t] = std::current_exception();
+      }
+    }
+  }
+  // The outputs are set in the order of reading, up to the first part
+  // that failed.
+  auto check = [&](Task task) {
+    for (size_t t = 0; t < tasks.size(); ++t)
+      if (tasks[t].first == task && thrown[t]) std::rethrow_exception(thrown[t]);
+  };
+  check(kHierarchies);
+  m_Hierarchies->setData(hierarchies);
+  check(kNodeAttributes);
+  m_NodeAttributes->setData(typedColumns(nodePieces, true));
+  std::vector<uint32_t> ids = joinIds(nodePieces);
+  m_NodeSelections->setData(idSet("all nodes", ids));
+  check(kEdgeAttributes);
+  m_EdgeAttributes->setData(typedColumns(edgePieces, false));
+  ids = joinIds(edgePieces);
+  check(kEdges);
   m_Edges->setData(edges);
-  m_EdgeSelections->setData(selectionOf("all edges", "SELECT DISTINCT(eid) FROM edgeattr"));
+  m_EdgeSelections->setData(idSet("all edges", ids));
 }
 
 void TDatasetLoader::process_python() {

@@ -27,9 +27,13 @@ class TDatasetLoader : public TDatasetLoaderCpp {
   unsigned hookMask() override { return kHookProcess; }
   void process_python() override;
 
-  // Reads a dataset database into the six outputs, each set as soon as it
-  // is complete.
+  // Reads a dataset database into the six outputs. A database in a file
+  // with attribute tables longer than m_RowsPerRead is read on two threads,
+  // each with its own connection, in ranges of that many rows. The outputs
+  // are set in order up to the first part that failed to read, whose
+  // failure is then raised.
   void readDatabase(TDatabase& db);
+  int64_t m_RowsPerRead = 250000;
 
   // The open dataset; the connection stays open after reading.
   std::shared_ptr<TDatabase> m_Database;

@@ -3,6 +3,7 @@
 #include <pybind11/pybind11.h>
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
 
 #include "MFlowManager.h"
@@ -15,7 +16,8 @@ namespace quorvel {
 // TAbstractData
 
 uint32_t TAbstractData::nextDataId() {
-  static uint32_t counter = 0;
+  // Values are also made on helper threads, a dataset's while it loads.
+  static std::atomic<uint32_t> counter{0};
   return ++counter;
 }
 

@@ -284,7 +284,7 @@ void bindData(py::module_& m) {
                c.addFloat(id, value.cast<float>());
              }
            })
-      .def("convertToSpecific", &TVariantAttributeData::convertToSpecific);
+      .def("convertToSpecific", [](const TVariantAttributeData& v) { return v.convertToSpecific(); });
 
   // -------------------------------------------------------------------------
   // Hierarchies and edges

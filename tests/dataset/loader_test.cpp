@@ -357,3 +357,98 @@ TEST(Loader, SmallLoaders) {
   EXPECT_EQ(inLibrary->m_Output->getData(), nullptr);
   inLibrary->destroy();
 }
+
+TEST(Loader, ReadingInRangesOnTwoThreadsGivesWhatOneReadGives) {
+  const std::string file = "ranges.db";
+  std::filesystem::remove(file);
+  {
+    TDatabase db(file);
+    TXmlReader::createDatasetTables(db);
+    std::vector<TDbParams> links{{int64_t(1), int64_t(1), TDbValue{}, int64_t(0)}};
+    std::vector<TDbParams> nodes;
+    for (int64_t n = 2; n <= 42; ++n) links.push_back({int64_t(1), n, int64_t(1), n});
+    for (int64_t n = 1; n <= 40; ++n) {
+      nodes.push_back({n, std::string("name"), "n" + std::to_string(n)});
+      // Numbers with one text far down make a text column; integers with
+      // one float a float column.
+      nodes.push_back({n, std::string("size"), n == 30 ? TDbValue{std::string("n/a")} : TDbValue{n}});
+      nodes.push_back({n, std::string("weight"), n == 35 ? TDbValue{2.5} : TDbValue{n * 7}});
+    }
+    nodes.push_back({int64_t(5), std::string("name"), std::string("again")});  // takes over node 5
+    nodes.push_back({int64_t(39), std::string("late"), std::string("x")});
+    nodes.push_back({std::string("x"), std::string("name"), std::string("no id")});
+    for (int64_t n : {41, 42}) nodes.push_back({n, std::string("nulls"), TDbValue{}});
+    std::vector<TDbParams> edges;
+    std::vector<TDbParams> edgeRows;
+    for (int64_t e = 1; e <= 30; ++e) {
+      edges.push_back({e, e % 40 + 1, (e * 7) % 40 + 1});
+      if (e == 29) edgeRows.push_back({e, std::string("late"), int64_t(1)});
+      edgeRows.push_back({e, std::string("kind"), e % 3 ? std::string("call") : std::string("use")});
+    }
+    db.executeMany("INSERT INTO hierarchy VALUES (?,?,?,?)", links);
+    db.executeMany("INSERT INTO nodeattr (nid,key,value) VALUES (?,?,?)", nodes);
+    db.executeMany("INSERT INTO edges VALUES (?,?,?)", edges);
+    db.executeMany("INSERT INTO edgeattr (eid,key,value) VALUES (?,?,?)", edgeRows);
+    db.execute("DELETE FROM nodeattr WHERE rowid % 13 = 0");  // gaps in the rowids
+    db.commit();
+  }
+  Net one;
+  Net two;
+  auto load = [&](Net& net, int64_t rowsPerRead) {
+    auto loader = net.add<TDatasetLoader>(net.fm);
+    loader->m_RowsPerRead = rowsPerRead;
+    TDatabase db(file);
+    loader->readDatabase(db);
+    return loader;
+  };
+  auto whole = load(one, 1000000);
+  auto ranges = load(two, 4);
+  auto columns = [](const TPinPtr& pin) {
+    std::vector<std::string> out;
+    auto array = dataAs<TDataArray>(pin);
+    for (size_t i = 0; i < array->getItemCount(); ++i) {
+      auto c = array->itemAs<TAttributeData>(i);
+      std::string text = c->getKeyName() + ":" + c->getAttributeType();
+      for (size_t r = 0; r < c->getRowCount(); ++r) {
+        bool found = false;
+        text += " " + std::to_string(c->getIdByRow(r)) + "=" + c->getTextValueById(c->getIdByRow(r), found);
+      }
+      out.push_back(text);
+    }
+    return out;
+  };
+  const auto nodeColumns = columns(whole->m_NodeAttributes);
+  ASSERT_EQ(nodeColumns.size(), 4u);
+  EXPECT_EQ(nodeColumns[0].substr(0, 25), "name:string 1=n1 2=n2 3=n");
+  EXPECT_NE(nodeColumns[0].find(" 5=again"), std::string::npos);
+  EXPECT_EQ(nodeColumns[1].substr(0, 12), "late:string ");
+  EXPECT_EQ(nodeColumns[2].substr(0, 12), "size:string ");
+  EXPECT_EQ(nodeColumns[3].substr(0, 13), "weight:float ");
+  EXPECT_EQ(columns(ranges->m_NodeAttributes), nodeColumns);
+  const auto edgeColumns = columns(whole->m_EdgeAttributes);
+  ASSERT_EQ(edgeColumns.size(), 2u);
+  EXPECT_EQ(edgeColumns[0].substr(0, 12), "kind:string ") << "keys in the order they first came";
+  EXPECT_EQ(columns(ranges->m_EdgeAttributes), edgeColumns);
+  auto ids = [](const TPinPtr& pin) { return dataAs<TIntegerSetDataArray>(pin)->itemAs<TIntegerSetData>(0)->m_Set.ids(); };
+  EXPECT_EQ(ids(ranges->m_NodeSelections), ids(whole->m_NodeSelections));
+  EXPECT_EQ(ids(whole->m_NodeSelections).back(), 42u) << "a node of NULL values only is a node";
+  EXPECT_EQ(ids(ranges->m_EdgeSelections), ids(whole->m_EdgeSelections));
+  EXPECT_EQ(dataAs<TEdgeData>(ranges->m_Edges)->m_Rows, dataAs<TEdgeData>(whole->m_Edges)->m_Rows);
+  EXPECT_TRUE(dataAs<THierarchyDataArray>(ranges->m_Hierarchies)
+                  ->itemAs<THierarchyData>(0)
+                  ->sameRows(*dataAs<THierarchyDataArray>(whole->m_Hierarchies)->itemAs<THierarchyData>(0)));
+
+  // A part that fails: what was read before it in order is set, the rest
+  // is not, and the failure is raised.
+  TDatabase(file).execute("DROP TABLE edgeattr");
+  Net net;
+  auto loader = net.add<TDatasetLoader>(net.fm);
+  loader->m_RowsPerRead = 4;
+  TDatabase db(file);
+  EXPECT_EQ(errorOf([&] { loader->readDatabase(db); }), "no such table: edgeattr");
+  EXPECT_TRUE(loader->m_Hierarchies->getData());
+  EXPECT_EQ(columns(loader->m_NodeAttributes), nodeColumns);
+  EXPECT_TRUE(loader->m_NodeSelections->getData());
+  EXPECT_FALSE(loader->m_EdgeAttributes->getData());
+  EXPECT_FALSE(loader->m_Edges->getData());
+}
