@@ -35,6 +35,13 @@ class TColumnMemo {
     m_Next.push_back({column, column->m_KeyName, generation, derive()});
     return m_Next.back().result;
   }
+  // True when get() would give the last run's result for `column`.
+  bool holds(const TDataPtr& column) const {
+    const uint64_t generation = column->m_HasChanged.generation();
+    for (const Entry& e : m_Last)
+      if (e.generation == generation && e.key == column->m_KeyName && e.column.lock() == column) return true;
+    return false;
+  }
   // Ends a run: what it did not ask for is forgotten.
   void finish() {
     m_Last.swap(m_Next);
@@ -70,6 +77,8 @@ class TAttributeArrayNormalizerProcessor : public TAbstractProcessor {
   void postCreate() override;
   std::string getTypeName() override { return "attr array norm"; }
   void process() override;
+  // Columns are made on two threads when those to make hold this many rows.
+  size_t m_RowsForTwoThreads = 200000;
 
  private:
   TColumnMemo<std::shared_ptr<TFloatAttributeData>> m_Memo;

@@ -91,10 +91,11 @@ std::vector<uint32_t> rankTexts(size_t n, ViewOf viewOf, uint32_t& distinct) {
 
 using TTextOrder = TAttributeStore<std::string>::TTextOrder;
 
-// The order of the texts that `rows` hold in `bytes`; null when two rows
-// hold texts of different lengths at one offset.
+// The texts that `rows` hold in `bytes`, numbered in the order of their
+// offsets, with their lengths and without ranks; `offsets` gets each one's
+// offset. Null when two rows hold texts of different lengths at one offset.
 template <class Rows>
-std::shared_ptr<const TTextOrder> makeTextOrder(const std::string& bytes, const Rows& rows) {
+std::shared_ptr<TTextOrder> markTexts(std::string_view bytes, const Rows& rows, std::vector<uint32_t>& offsets) {
   auto order = std::make_shared<TTextOrder>();
   order->starts.assign(bytes.size() / 64 + 1, 0);
   for (const auto& row : rows) order->starts[row.value.offset >> 6] |= uint64_t{1} << (row.value.offset & 63);
@@ -106,7 +107,7 @@ std::shared_ptr<const TTextOrder> makeTextOrder(const std::string& bytes, const 
   }
   constexpr uint32_t kUnset = UINT32_MAX;
   order->length.assign(count, kUnset);
-  std::vector<uint32_t> offsets(count);
+  offsets.assign(count, 0);
   for (const auto& row : rows) {
     const auto& s = row.value;
     const uint32_t k = order->numberAt(s.offset);
@@ -117,21 +118,50 @@ std::shared_ptr<const TTextOrder> makeTextOrder(const std::string& bytes, const 
       return nullptr;
     }
   }
+  return order;
+}
+
+// The order of the texts that `rows` hold in `bytes`, or null as above.
+template <class Rows>
+std::shared_ptr<const TTextOrder> makeTextOrder(std::string_view bytes, const Rows& rows) {
+  std::vector<uint32_t> offsets;
+  auto order = markTexts(bytes, rows, offsets);
+  if (!order) return nullptr;
   order->rank = rankTexts(
-      count, [&](size_t k) { return std::string_view(bytes.data() + offsets[k], order->length[k]); },
+      offsets.size(), [&](size_t k) { return std::string_view(bytes.data() + offsets[k], order->length[k]); },
       order->distinct);
+  return order;
+}
+
+// The same order from ranks already known: `ranks` by row of `rows`, among
+// `distinct` texts.
+template <class Rows>
+std::shared_ptr<const TTextOrder> orderOfRanks(std::string_view bytes, const Rows& rows,
+                                               const std::vector<uint32_t>& ranks, uint32_t distinct) {
+  std::vector<uint32_t> offsets;
+  auto order = markTexts(bytes, rows, offsets);
+  if (!order) return nullptr;
+  order->rank.resize(offsets.size());
+  for (size_t r = 0; r < rows.size(); ++r) order->rank[order->numberAt(rows[r].value.offset)] = ranks[r];
+  order->distinct = distinct;
   return order;
 }
 
 }  // namespace
 
 const TTextOrder* TAttributeStore<std::string>::order(size_t rows) const {
+  const std::lock_guard<std::mutex> hold(m_Arena->orderLock);
   if (!m_Arena->order) {
     auto origin = m_Arena->origin.lock();
     if (!origin || !origin->store().isSharedWith(*this) || origin->m_Rows.size() > rows) return nullptr;
     m_Arena->order = makeTextOrder(m_Arena->bytes, origin->m_Rows);
   }
   return m_Arena->order.get();
+}
+
+void TAttributeStore<std::string>::keepOrder(const std::function<std::shared_ptr<const TTextOrder>()>& make) const {
+  const std::lock_guard<std::mutex> hold(m_Arena->orderLock);
+  if (!m_Arena->order) m_Arena->order = make();
 }
 
 TAttributeStore<std::string>::Stored TAttributeStore<std::string>::put(std::string_view v) {
@@ -632,7 +662,14 @@ std::vector<uint32_t> TStringAttributeData::textRanks(uint32_t& distinct) const 
       return ofRow;
     }
   }
-  return rankTexts(n, [this](size_t r) { return viewByRow(r); }, distinct);
+  std::vector<uint32_t> ranks = rankTexts(n, [this](size_t r) { return viewByRow(r); }, distinct);
+  // Columns that share these texts later, the end captions of edges drawn
+  // from node names, rank theirs through this order instead of sorting
+  // the same texts again. Few texts over many rows rank quickly anyway,
+  // and their order would cost more memory than the texts.
+  if (2 * size_t{distinct} >= n)
+    m_Store.keepOrder([&] { return orderOfRanks(m_Store.bytes(), m_Rows, ranks, distinct); });
+  return ranks;
 }
 
 void TStringAttributeData::drawTextsFrom(const std::shared_ptr<const TStringAttributeData>& source) {

@@ -6,8 +6,10 @@
 #include <cfloat>
 #include <climits>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -106,12 +108,17 @@ struct TAttributeStore<std::string> {
   // origin holds these texts and has no more rows than `rows`, so that
   // making it costs no more than ranking those rows alone; null otherwise.
   const TTextOrder* order(size_t rows) const;
+  // Keeps the order `make` gives when there is none yet.
+  void keepOrder(const std::function<std::shared_ptr<const TTextOrder>()>& make) const;
 
  private:
   struct Arena {
     std::string bytes;
     std::weak_ptr<const TStringAttributeData> origin;
     std::shared_ptr<const TTextOrder> order;
+    // Columns that share the texts may be ranked on two threads at once:
+    // one makes the order, the other waits for it.
+    std::mutex orderLock;
   };
   std::string& own();
   std::shared_ptr<Arena> m_Arena = std::make_shared<Arena>();

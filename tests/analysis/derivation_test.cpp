@@ -95,6 +95,32 @@ TEST(Derivation, OrdnormRanksTextsAndKeepsNumbers) {
   EXPECT_EQ(valueOf(*out3->itemAs<TFloatAttributeData>(1), 1), 9.0f);
   EXPECT_EQ(out3->m_Items[2], out2->m_Items[2]);
   texts->m_KeyName = "kind";
+
+  // Columns made on two threads, two of them ranked through one order of
+  // the texts they share, are those made one by one.
+  auto names = std::make_shared<TStringAttributeData>("name");
+  for (uint32_t id = 1; id <= 300; ++id) names->addRow(id, "n" + std::to_string((id * 37) % 301));
+  auto parallel = std::make_shared<TAttributeDataArray>();
+  for (const char* end : {"from node", "to node"}) {
+    auto drawn = std::make_shared<TStringAttributeData>(end);
+    drawn->drawTextsFrom(names);
+    for (uint32_t e = 1; e <= 500; ++e) drawn->m_Rows.push_back({e, names->m_Rows[(e * (end[0] == 'f' ? 7 : 11)) % 300].value});
+    drawn->finishRows();
+    parallel->add(drawn);
+  }
+  parallel->add(names);
+  parallel->add(texts);
+  auto twoThreads = net.add<TAttributeArrayNormalizerProcessor>(net.fm);
+  twoThreads->m_RowsForTwoThreads = 0;
+  twoThreads->m_In->setData(parallel);
+  net.pass();
+  auto made = dataAs<TFloatAttributeDataArray>(twoThreads->m_Out);
+  ASSERT_EQ(made->getItemCount(), 4u);
+  for (size_t i = 0; i < 4; ++i) {
+    auto alone = ordnorm(*parallel->itemAs<TAttributeData>(i));
+    EXPECT_TRUE(made->itemAs<TFloatAttributeData>(i)->sameRows(*alone)) << parallel->m_Items[i]->m_KeyName;
+  }
+
   auto single = net.add<TAttributeNormalizerProcessor>(net.fm);
   single->m_In->setData(texts);
   net.pass();
