@@ -341,9 +341,14 @@ void TDatasetLoaderCpp::postCreate() {
 namespace {
 
 // Consecutive ranges of rowids that hold every row of `table` between
-// them, each about `rowsPerRange` wide; none when one read would do, or
-// the table has no rows or no rowids.
+// them, each about `rowsPerRange` wide and at most 64; none when one read
+// would do, or the table has no rows, no rowids, or a column that takes
+// the rowid's name.
 std::vector<std::pair<int64_t, int64_t>> rowidRanges(TDatabase& db, const std::string& table, int64_t rowsPerRange) {
+  std::vector<std::pair<int64_t, int64_t>> ranges;
+  TCursorPtr named = db.execute("SELECT count(*) FROM pragma_table_info(?) WHERE lower(name) IN ('rowid','_rowid_','oid')",
+                                {table}, false, true);
+  if (!named || named->columnInt(0) != 0) return ranges;
   // Each query alone is answered from the ends of the table's tree.
   auto end = [&](const char* which) -> std::optional<int64_t> {
     TCursorPtr c = db.execute(std::string("SELECT ") + which + "(rowid) FROM " + table, {}, false, true);
@@ -352,10 +357,18 @@ std::vector<std::pair<int64_t, int64_t>> rowidRanges(TDatabase& db, const std::s
   };
   const std::optional<int64_t> first = end("min");
   const std::optional<int64_t> last = end("max");
-  std::vector<std::pair<int64_t, int64_t>> ranges;
-  if (!first || !last || *last - *first < rowsPerRange) return ranges;
-  for (int64_t from = *first; from <= *last; from += rowsPerRange)
-    ranges.emplace_back(from, from + std::min(rowsPerRange - 1, *last - from));
+  if (!first || !last || rowsPerRange < 1) return ranges;
+  // Widths in unsigned arithmetic: rowids may span the whole 64 bits.
+  const uint64_t span = static_cast<uint64_t>(*last) - static_cast<uint64_t>(*first);
+  constexpr uint64_t kMostRanges = 64;
+  const uint64_t width = std::max(static_cast<uint64_t>(rowsPerRange), span / kMostRanges + 1);
+  if (span < width) return ranges;
+  for (uint64_t from = 0; from <= span; from += width) {
+    const uint64_t to = span - from < width ? span : from + (width - 1);
+    ranges.emplace_back(static_cast<int64_t>(static_cast<uint64_t>(*first) + from),
+                        static_cast<int64_t>(static_cast<uint64_t>(*first) + to));
+    if (to == span) break;
+  }
   return ranges;
 }
 

@@ -390,6 +390,9 @@ TEST(Loader, ReadingInRangesOnTwoThreadsGivesWhatOneReadGives) {
     db.executeMany("INSERT INTO edges VALUES (?,?,?)", edges);
     db.executeMany("INSERT INTO edgeattr (eid,key,value) VALUES (?,?,?)", edgeRows);
     db.execute("DELETE FROM nodeattr WHERE rowid % 13 = 0");  // gaps in the rowids
+    // Rowids across the whole range of 64 bits: a bounded number of ranges.
+    db.execute("INSERT INTO nodeattr (rowid,nid,key,value) VALUES (-9223372036854775807,41,'late','first')");
+    db.execute("INSERT INTO nodeattr (rowid,nid,key,value) VALUES (9223372036854775807,38,'late','last')");
     db.commit();
   }
   Net one;
