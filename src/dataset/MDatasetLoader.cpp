@@ -279,15 +279,25 @@ std::shared_ptr<TAttributeDataArray> typedColumns(std::vector<TAttributeRows>& p
     toFront("name");
     std::stable_partition(keys.begin(), keys.end(), [](const Key& k) { return k.name.empty() || k.name[0] != '_'; });
   }
-  auto array = std::make_shared<TAttributeDataArray>();
-  for (Key& key : keys) {
+  std::vector<TAttributePtr> typed(keys.size());
+  auto decide = [&](size_t k) {
     std::vector<std::shared_ptr<TVariantAttributeData>> parts;
-    for (auto* part : key.parts) parts.push_back(std::move(*part));
-    if (TAttributePtr typed = TVariantAttributeData::convertToSpecific(std::move(parts))) array->add(typed);
+    for (auto* part : keys[k].parts) parts.push_back(std::move(*part));
+    typed[k] = TVariantAttributeData::convertToSpecific(std::move(parts));
     // The pieces were read on two threads into many blocks: what they held
     // goes back to the system before the next column takes as much again.
-    malloc_trim(0);
+    if (pieces.size() > 1) malloc_trim(0);
+  };
+  // Columns read in pieces are large: two are decided at a time.
+  if (pieces.size() > 1) {
+    for (const std::exception_ptr& e : shareTasks(keys.size(), [&](size_t k, unsigned) { decide(k); }))
+      if (e) std::rethrow_exception(e);
+  } else {
+    for (size_t k = 0; k < keys.size(); ++k) decide(k);
   }
+  auto array = std::make_shared<TAttributeDataArray>();
+  for (const TAttributePtr& column : typed)
+    if (column) array->add(column);
   return array;
 }
 
