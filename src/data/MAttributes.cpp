@@ -30,6 +30,7 @@ std::string& TAttributeStore<std::string>::own() {
   } else {
     // The texts are about to change under the order.
     m_Arena->order.reset();
+    m_Arena->ranks = {};
   }
   return m_Arena->bytes;
 }
@@ -154,14 +155,21 @@ const TTextOrder* TAttributeStore<std::string>::order(size_t rows) const {
   if (!m_Arena->order) {
     auto origin = m_Arena->origin.lock();
     if (!origin || !origin->store().isSharedWith(*this) || origin->m_Rows.size() > rows) return nullptr;
-    m_Arena->order = makeTextOrder(m_Arena->bytes, origin->m_Rows);
+    Arena::Ranks& known = m_Arena->ranks;
+    if (known.column == origin->m_DataId && known.rows == origin->m_Rows.size() &&
+        known.generation == origin->m_HasChanged.generation())
+      m_Arena->order = orderOfRanks(m_Arena->bytes, origin->m_Rows, known.ranks, known.distinct);
+    else
+      m_Arena->order = makeTextOrder(m_Arena->bytes, origin->m_Rows);
+    known = {};
   }
   return m_Arena->order.get();
 }
 
-void TAttributeStore<std::string>::keepOrder(const std::function<std::shared_ptr<const TTextOrder>()>& make) const {
+void TAttributeStore<std::string>::keepRanks(uint32_t column, size_t rows, uint64_t generation,
+                                             std::vector<uint32_t> ranks, uint32_t distinct) const {
   const std::lock_guard<std::mutex> hold(m_Arena->orderLock);
-  if (!m_Arena->order) m_Arena->order = make();
+  if (!m_Arena->order) m_Arena->ranks = {column, rows, generation, std::move(ranks), distinct};
 }
 
 TAttributeStore<std::string>::Stored TAttributeStore<std::string>::put(std::string_view v) {
@@ -663,12 +671,11 @@ std::vector<uint32_t> TStringAttributeData::textRanks(uint32_t& distinct) const 
     }
   }
   std::vector<uint32_t> ranks = rankTexts(n, [this](size_t r) { return viewByRow(r); }, distinct);
-  // Columns that share these texts later, the end captions of edges drawn
-  // from node names, rank theirs through this order instead of sorting
-  // the same texts again. Few texts over many rows rank quickly anyway,
-  // and their order would cost more memory than the texts.
-  if (2 * size_t{distinct} >= n)
-    m_Store.keepOrder([&] { return orderOfRanks(m_Store.bytes(), m_Rows, ranks, distinct); });
+  // Columns drawn from this one later, the end captions of edges drawn
+  // from node names, rank theirs through an order made from these ranks
+  // instead of sorting the same texts again. Few texts over many rows rank
+  // quickly anyway.
+  if (2 * size_t{distinct} >= n) m_Store.keepRanks(m_DataId, n, m_HasChanged.generation(), ranks, distinct);
   return ranks;
 }
 

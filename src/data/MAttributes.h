@@ -6,7 +6,6 @@
 #include <cfloat>
 #include <climits>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -108,14 +107,25 @@ struct TAttributeStore<std::string> {
   // origin holds these texts and has no more rows than `rows`, so that
   // making it costs no more than ranking those rows alone; null otherwise.
   const TTextOrder* order(size_t rows) const;
-  // Keeps the order `make` gives when there is none yet.
-  void keepOrder(const std::function<std::shared_ptr<const TTextOrder>()>& make) const;
+  // Keeps the ranks a column sharing these texts made of its rows (the
+  // column `column`, with `rows` rows in the state `generation`), so that
+  // the order, when made from that column's rows, need not sort the texts
+  // again.
+  void keepRanks(uint32_t column, size_t rows, uint64_t generation, std::vector<uint32_t> ranks,
+                 uint32_t distinct) const;
 
  private:
   struct Arena {
     std::string bytes;
     std::weak_ptr<const TStringAttributeData> origin;
     std::shared_ptr<const TTextOrder> order;
+    struct Ranks {
+      uint32_t column = 0;
+      size_t rows = 0;
+      uint64_t generation = 0;
+      std::vector<uint32_t> ranks;
+      uint32_t distinct = 0;
+    } ranks;
     // Columns that share the texts may be ranked on two threads at once:
     // one makes the order, the other waits for it.
     std::mutex orderLock;
