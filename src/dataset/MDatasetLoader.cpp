@@ -431,18 +431,15 @@ void TDatasetLoader::readDatabase(TDatabase& db) {
   std::shared_ptr<TEdgeData> edges;
   std::vector<TAttributeRows> nodePieces(std::max<size_t>(1, nodeRanges.size()));
   std::vector<TAttributeRows> edgePieces(std::max<size_t>(1, edgeRanges.size()));
-  auto readPiece = [](TDatabase& from, const char* table, const auto& ranges, size_t k) {
-    const std::string query = std::string(table == std::string("nodeattr") ? "SELECT nid" : "SELECT eid") +
-                              ",key,value FROM " + table;
+  auto readPiece = [](TDatabase& from, const std::string& query, const auto& ranges, size_t k) {
     if (ranges.empty()) return readAttributeRows(from, query, {});
     return readAttributeRows(from, query + " WHERE rowid BETWEEN ? AND ?", {ranges[k].first, ranges[k].second});
   };
   // The hierarchies and the edges first, as they are read in one piece
   // each; the tasks' order is also the order of reading on one connection.
   enum Task : size_t { kHierarchies, kNodeAttributes, kEdgeAttributes, kEdges };
-  std::vector<std::pair<Task, size_t>> tasks;
-  if (second) tasks = {{kHierarchies, 0}, {kEdges, 0}};
-  else tasks = {{kHierarchies, 0}};
+  std::vector<std::pair<Task, size_t>> tasks{{kHierarchies, 0}};
+  if (second) tasks.emplace_back(kEdges, 0);
   for (size_t k = 0; k < nodePieces.size(); ++k) tasks.emplace_back(kNodeAttributes, k);
   for (size_t k = 0; k < edgePieces.size(); ++k) tasks.emplace_back(kEdgeAttributes, k);
   if (!second) tasks.emplace_back(kEdges, 0);
@@ -453,10 +450,10 @@ void TDatasetLoader::readDatabase(TDatabase& db) {
         hierarchies = readHierarchies(from);
         break;
       case kNodeAttributes:
-        nodePieces[k] = readPiece(from, "nodeattr", nodeRanges, k);
+        nodePieces[k] = readPiece(from, "SELECT nid,key,value FROM nodeattr", nodeRanges, k);
         break;
       case kEdgeAttributes:
-        edgePieces[k] = readPiece(from, "edgeattr", edgeRanges, k);
+        edgePieces[k] = readPiece(from, "SELECT eid,key,value FROM edgeattr", edgeRanges, k);
         break;
       case kEdges:
         edges = readEdges(from);
@@ -468,11 +465,12 @@ void TDatasetLoader::readDatabase(TDatabase& db) {
     thrown = shareTasks(tasks.size(), [&](size_t t, unsigned worker) { run(t, worker == 0 ? db : *second); });
   } else {
     // One connection reads in order and stops at the first failure.
-    for (size_t t = 0; t < tasks.size() && !thrown[t ? t - 1 : 0]; ++t) {
+    for (size_t t = 0; t < tasks.size(); ++t) {
       try {
         run(t, db);
       } catch (...) {
         thrown[t] = std::current_exception();
+        break;
       }
     }
   }
