@@ -26,22 +26,15 @@ class TColumnMemo {
   // under the same key name has not changed since, else made by `derive`.
   template <class F>
   Result get(const TDataPtr& column, F&& derive) {
-    const uint64_t generation = column->m_HasChanged.generation();
-    for (const Entry& e : m_Last)
-      if (e.generation == generation && e.key == column->m_KeyName && e.column.lock() == column) {
-        m_Next.push_back(e);
-        return e.result;
-      }
-    m_Next.push_back({column, column->m_KeyName, generation, derive()});
+    if (const Entry* e = find(column)) {
+      m_Next.push_back(*e);
+      return e->result;
+    }
+    m_Next.push_back({column, column->m_KeyName, column->m_HasChanged.generation(), derive()});
     return m_Next.back().result;
   }
   // True when get() would give the last run's result for `column`.
-  bool holds(const TDataPtr& column) const {
-    const uint64_t generation = column->m_HasChanged.generation();
-    for (const Entry& e : m_Last)
-      if (e.generation == generation && e.key == column->m_KeyName && e.column.lock() == column) return true;
-    return false;
-  }
+  bool holds(const TDataPtr& column) const { return find(column) != nullptr; }
   // Ends a run: what it did not ask for is forgotten.
   void finish() {
     m_Last.swap(m_Next);
@@ -55,6 +48,12 @@ class TColumnMemo {
     uint64_t generation;
     Result result;
   };
+  const Entry* find(const TDataPtr& column) const {
+    const uint64_t generation = column->m_HasChanged.generation();
+    for (const Entry& e : m_Last)
+      if (e.generation == generation && e.key == column->m_KeyName && e.column.lock() == column) return &e;
+    return nullptr;
+  }
   std::vector<Entry> m_Last, m_Next;
 };
 
