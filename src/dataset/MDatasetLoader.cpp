@@ -356,8 +356,8 @@ namespace {
 // the rowid's name.
 std::vector<std::pair<int64_t, int64_t>> rowidRanges(TDatabase& db, const std::string& table, int64_t rowsPerRange) {
   std::vector<std::pair<int64_t, int64_t>> ranges;
-  TCursorPtr named = db.execute("SELECT count(*) FROM pragma_table_info(?) WHERE lower(name) IN ('rowid','_rowid_','oid')",
-                                {table}, false, true);
+  TCursorPtr named = db.execute(
+      "SELECT count(*) FROM pragma_table_info(?) WHERE lower(name) IN ('rowid','_rowid_','oid')", {table}, false, true);
   if (!named || named->columnInt(0) != 0) return ranges;
   // Each query alone is answered from the ends of the table's tree.
   auto end = [&](const char* which) -> std::optional<int64_t> {

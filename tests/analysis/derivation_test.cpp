@@ -104,7 +104,8 @@ TEST(Derivation, OrdnormRanksTextsAndKeepsNumbers) {
   for (const char* end : {"from node", "to node"}) {
     auto drawn = std::make_shared<TStringAttributeData>(end);
     drawn->drawTextsFrom(names);
-    for (uint32_t e = 1; e <= 500; ++e) drawn->m_Rows.push_back({e, names->m_Rows[(e * (end[0] == 'f' ? 7 : 11)) % 300].value});
+    const uint32_t step = end[0] == 'f' ? 7 : 11;
+    for (uint32_t e = 1; e <= 500; ++e) drawn->m_Rows.push_back({e, names->m_Rows[(e * step) % 300].value});
     drawn->finishRows();
     parallel->add(drawn);
   }

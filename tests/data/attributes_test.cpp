@@ -264,7 +264,8 @@ TEST(Attributes, TextRanksThroughTheOriginsOrder) {
   for (int round = 0; round < 20; ++round) {
     auto captions = std::make_shared<TStringAttributeData>("caption");
     const char* words[] = {"", "a", "ab", "b", "ba", "abc", "zz", "a b"};
-    // Mostly distinct captions keep the order their own ranking made.
+    // Mostly distinct captions keep the ranks their own ranking made, and
+    // the order drawn columns rank through is made from them.
     const bool distinctCaptions = round % 3 == 0;
     for (uint32_t id = 0; id < 200; ++id)
       captions->addRow(id, words[rng() % 8] + std::to_string(distinctCaptions ? id : rng() % 5));

@@ -432,7 +432,9 @@ TEST(Loader, ReadingInRangesOnTwoThreadsGivesWhatOneReadGives) {
   ASSERT_EQ(edgeColumns.size(), 2u);
   EXPECT_EQ(edgeColumns[0].substr(0, 12), "kind:string ") << "keys in the order they first came";
   EXPECT_EQ(columns(ranges->m_EdgeAttributes), edgeColumns);
-  auto ids = [](const TPinPtr& pin) { return dataAs<TIntegerSetDataArray>(pin)->itemAs<TIntegerSetData>(0)->m_Set.ids(); };
+  auto ids = [](const TPinPtr& pin) {
+    return dataAs<TIntegerSetDataArray>(pin)->itemAs<TIntegerSetData>(0)->m_Set.ids();
+  };
   EXPECT_EQ(ids(ranges->m_NodeSelections), ids(whole->m_NodeSelections));
   EXPECT_EQ(ids(whole->m_NodeSelections).back(), 42u) << "a node of NULL values only is a node";
   EXPECT_EQ(ids(ranges->m_EdgeSelections), ids(whole->m_EdgeSelections));
