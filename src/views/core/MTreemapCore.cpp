@@ -327,7 +327,7 @@ void forEachPiece(size_t pieces, F work) {
 
 }  // namespace
 
-void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut) {
+void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut, std::vector<TFamilies>& families) {
   const TAreaInputs in = areaInputs();
   const size_t count = m_Nodes.size();
   TTreemapNode* const nodes = m_Nodes.data();
@@ -376,7 +376,11 @@ void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut) {
       }
       TTreemapNode& t = tiles[i];
       if (t.parent >= i) throw outOfOrder();
-      const uint32_t area = t.hasChildren() ? t.area : leafArea(in, t.nid);
+      // Without an area attribute every leaf weighs one, and the choice
+      // takes no branch.
+      const uint32_t area = !in.area          ? (t.hasChildren() ? t.area : 1u)
+                            : t.hasChildren() ? t.area
+                                              : leafArea(in, t.nid);
       t.area = area;
       if (t.parent < from) {
         deferred.push_back(static_cast<uint32_t>(i));
@@ -418,6 +422,7 @@ void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut) {
     slot.group = t.shownCount > 0;
     slot.area = t.area;
   };
+  families.resize(pieceCount);
   forEachPiece(pieceCount, [&](size_t k) {
     const size_t from = cut.bounds[k];
     uint32_t cursor = static_cast<uint32_t>(base[k]);
@@ -425,10 +430,18 @@ void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut) {
     TTreemapNode* const tiles = nodes;
     TTreemapSlot* const slots = shown;
     const size_t to = cut.bounds[k + 1];
+    // The tiles with shown children, which the layout visits: written
+    // at every tile, counted only at those.
+    TFamilies& own = families[k];
+    own.tiles.reset(new uint32_t[to - from]);
+    uint32_t* const parents = own.tiles.get();
+    size_t parentCount = 0;
     for (size_t i = from; i < to; ++i) {
       TTreemapNode& t = tiles[i];
       cursor += t.shownCount;
       t.firstShown = cursor;
+      parents[parentCount] = static_cast<uint32_t>(i);
+      parentCount += t.shownCount > 0;
       if (i == 0 || t.area == 0) continue;
       if (t.parent < from) {
         deferred.push_back(static_cast<uint32_t>(i));
@@ -440,6 +453,7 @@ void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut) {
       slot.area = t.area;
     }
     later[k] = std::move(deferred);
+    own.count = parentCount;
   });
   for (const auto& tiles : later)
     for (uint32_t i : tiles) place(i);
@@ -451,7 +465,8 @@ void TTreemapProcessorImplementationCpp::layout() {
   if (!(m > 0)) return;
   m_Unit = m;
   const TPieces cut = pieces();
-  computeAreas(cut);
+  std::vector<TFamilies> families;
+  computeAreas(cut, families);
   m_Nodes[0].box = TLayoutBox{0, 0, w / m, h / m};
   // A group's rectangle is written by its parent's layout, which comes
   // first going down the list.
@@ -469,11 +484,11 @@ void TTreemapProcessorImplementationCpp::layout() {
     const size_t from = cut.bounds[k];
     auto skip = std::lower_bound(cut.shared.begin(), cut.shared.end(), from);
     std::vector<TKeyed> keys;
-    for (size_t i = from; i < cut.bounds[k + 1]; ++i) {
-      if (skip != cut.shared.end() && *skip == i) {
-        ++skip;
-        continue;
-      }
+    const uint32_t* const parents = families[k].tiles.get();
+    for (size_t f = 0; f < families[k].count; ++f) {
+      const uint32_t i = parents[f];
+      while (skip != cut.shared.end() && *skip < i) ++skip;
+      if (skip != cut.shared.end() && *skip == i) continue;
       layoutFamily(m_Nodes[i], keys);
     }
   });
@@ -483,6 +498,44 @@ void TTreemapProcessorImplementationCpp::layout() {
 size_t TTreemapProcessorImplementationCpp::stateBytes() const {
   return m_Nodes.capacity() * sizeof(TTreemapNode) + m_Shown.capacity() * sizeof(TTreemapSlot) +
          m_KeyScratch.capacity() * sizeof(TKeyed);
+}
+
+// Inlined where rows close: a call for each row, a few tiles long, had
+// the layout's whole state saved and loaded again around it.
+__attribute__((always_inline)) inline void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip,
+                                                                                         size_t first, size_t count,
+                                                                                         int a, float k) {
+  const int b = strip.length(0) < strip.length(1) ? 1 : 0;
+  const float across = strip.length(1 - b);
+  if (!(across > 0) || count == 0) return;
+  // In locals: a store to a tile's flag could stand for any member, and
+  // they would be read again after each.
+  const TTreemapSlot* const slots = m_Shown.data();
+  TTreemapNode* const nodes = m_Nodes.data();
+  const float unit = m_Unit, smallest = m_SmallestSide;
+  // Along x the row goes in order. Along y the groups that lead the row
+  // come first, then the rest, each part in reverse.
+  size_t inner = 0;
+  if (a != 1) {
+    size_t leading = 1;
+    for (size_t j = first; j < first + count; ++j) inner += leading &= slots[j].group;
+  }
+  const size_t last = first + count - 1;
+  const bool alongX = b == 1;
+  const float to = strip.hi(b);
+  float pos = strip.lo(b);
+  for (size_t p = 0; p < count; ++p) {
+    const size_t j = a == 1 ? first + p : p < inner ? first + inner - 1 - p : last + inner - p;
+    const TTreemapSlot& slot = slots[j];
+    TTreemapNode& n = nodes[slot.node];
+    const float end = p + 1 == count ? to : pos + static_cast<float>(slot.area) * k / across;
+    const float x0 = alongX ? pos : strip.x0, x1 = alongX ? end : strip.x1;
+    const float y0 = alongX ? strip.y0 : pos, y1 = alongX ? strip.y1 : end;
+    n.box = TLayoutBox{x0, y0, x1, y1};
+    // Sizes in pixels: the unit is the longer side of the canvas.
+    n.toosmall = std::min(x1 - x0, y1 - y0) * unit < smallest;
+    pos = end;
+  }
 }
 
 void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapNode& node) {
@@ -550,46 +603,6 @@ void TTreemapProcessorImplementationCpp::layoutChildren(const TTreemapNode& node
     minU = maxU = A * static_cast<double>(k);
   }
   if (side > 0 && rowCount > 0) layoutRow(r, rowStart, rowCount, a, k);
-}
-
-void TTreemapProcessorImplementationCpp::layoutRow(const TTreemapRect& strip, size_t first, size_t count, int a,
-                                                    float k) {
-  const int b = strip.length(0) < strip.length(1) ? 1 : 0;
-  const float across = strip.length(1 - b);
-  if (!(across > 0) || count == 0) return;
-  // In locals: a store to a tile's flag could stand for any member, and
-  // they would be read again after each.
-  const TTreemapSlot* const slots = m_Shown.data();
-  TTreemapNode* const nodes = m_Nodes.data();
-  const float unit = m_Unit, smallest = m_SmallestSide;
-  float pos = strip.lo(b);
-  size_t placed = 0;
-  auto place = [&](size_t j) {
-    const TTreemapSlot& slot = slots[j];
-    TTreemapNode& n = nodes[slot.node];
-    const float end = ++placed == count ? strip.hi(b) : pos + static_cast<float>(slot.area) * k / across;
-    TTreemapRect box = strip;
-    if (b == 1) {
-      box.x0 = pos;
-      box.x1 = end;
-    } else {
-      box.y0 = pos;
-      box.y1 = end;
-    }
-    n.box = TLayoutBox{box.x0, box.y0, box.x1, box.y1};
-    // Sizes in pixels: the unit is the longer side of the canvas.
-    n.toosmall = std::min(box.x1 - box.x0, box.y1 - box.y0) * unit < smallest;
-    pos = end;
-  };
-  if (a == 1) {
-    for (size_t j = first; j < first + count; ++j) place(j);
-    return;
-  }
-  // Along y groups first, then tiles, each part in reverse.
-  size_t innerLast = first;
-  while (innerLast < first + count && slots[innerLast].inner()) ++innerLast;
-  for (size_t j = innerLast; j-- > first;) place(j);
-  for (size_t j = first + count; j-- > innerLast;) place(j);
 }
 
 template <class F>

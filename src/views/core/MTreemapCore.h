@@ -100,9 +100,15 @@ class TTreemapProcessorImplementationCpp : public TVisualizerImplementationBase 
     size_t pieceOf(size_t tile) const;
   };
   TPieces pieces() const;
+  // The tiles of a piece that show children, in order: the layout visits
+  // only these.
+  struct TFamilies {
+    std::unique_ptr<uint32_t[]> tiles;
+    size_t count = 0;
+  };
   // Areas and shown children: sums from the last row up, then places
-  // going down.
-  void computeAreas(const TPieces& cut);
+  // going down, and the families of each piece.
+  void computeAreas(const TPieces& cut, std::vector<TFamilies>& families);
   void layoutChildren(const TTreemapNode& group);
   void layoutRow(const TTreemapRect& strip, size_t first, size_t count, int a, float k);
   // Bytes the layout holds, scratch included.
