@@ -44,8 +44,9 @@ void runBeside(Beside beside, Here here) {
 
 // Runs work(task, worker) once for each task below `count`: this thread
 // (worker 0) and a helper (worker 1) each take the lowest task not yet
-// taken, so tasks start in ascending order. Without a second thread this
-// one takes them all. Gives what each task threw, null where it ended.
+// taken, so tasks start in ascending order. With one task, or without a
+// second thread, this one takes them all. Gives what each task threw,
+// null where it ended.
 template <class Work>
 std::vector<std::exception_ptr> shareTasks(size_t count, Work work) {
   std::vector<std::exception_ptr> thrown(count);
@@ -61,13 +62,20 @@ std::vector<std::exception_ptr> shareTasks(size_t count, Work work) {
   };
   std::thread helper;
   try {
-    helper = std::thread(take, 1u);
+    if (count > 1) helper = std::thread(take, 1u);
   } catch (const std::system_error&) {
     // This thread takes every task.
   }
   take(0);
   if (helper.joinable()) helper.join();
   return thrown;
+}
+
+// As shareTasks, then throws what the lowest task that failed threw.
+template <class Work>
+void runTasks(size_t count, Work work) {
+  for (const std::exception_ptr& e : shareTasks(count, std::move(work)))
+    if (e) std::rethrow_exception(e);
 }
 
 }  // namespace quorvel

@@ -290,8 +290,7 @@ std::shared_ptr<TAttributeDataArray> typedColumns(std::vector<TAttributeRows>& p
   };
   // Columns read in pieces are large: two are decided at a time.
   if (pieces.size() > 1) {
-    for (const std::exception_ptr& e : shareTasks(keys.size(), [&](size_t k, unsigned) { decide(k); }))
-      if (e) std::rethrow_exception(e);
+    runTasks(keys.size(), [&](size_t k, unsigned) { decide(k); });
   } else {
     for (size_t k = 0; k < keys.size(); ++k) decide(k);
   }

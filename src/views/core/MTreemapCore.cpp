@@ -1,7 +1,6 @@
 #include "MTreemapCore.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <stdexcept>
 #include <utility>
@@ -309,24 +308,6 @@ size_t TTreemapProcessorImplementationCpp::TPieces::pieceOf(size_t tile) const {
   return static_cast<size_t>(std::upper_bound(bounds.begin(), bounds.end() - 1, tile) - bounds.begin()) - 1;
 }
 
-namespace {
-
-// Calls work(piece) for every piece, on two threads when there is more
-// than one.
-template <class F>
-void forEachPiece(size_t pieces, F work) {
-  std::atomic<size_t> next{0};
-  auto take = [&] {
-    for (size_t k; (k = next++) < pieces;) work(k);
-  };
-  if (pieces == 1)
-    take();
-  else
-    runBeside(take, take);
-}
-
-}  // namespace
-
 void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut, std::vector<TFamilies>& families) {
   const TAreaInputs in = areaInputs();
   const size_t count = m_Nodes.size();
@@ -358,7 +339,7 @@ void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut, std::v
   // Children stand after their parents: going up from the last row every
   // tile has its sum when it comes, and adds it to its parent's. The
   // shared ancestors come after the pieces, the lowest last.
-  forEachPiece(pieceCount, [&](size_t k) {
+  runTasks(pieceCount, [&](size_t k, unsigned) {
     const size_t from = cut.bounds[k];
     auto shared = std::lower_bound(cut.shared.begin(), cut.shared.end(), cut.bounds[k + 1]);
     const auto sharedFrom = std::lower_bound(cut.shared.begin(), cut.shared.end(), from);
@@ -423,7 +404,7 @@ void TTreemapProcessorImplementationCpp::computeAreas(const TPieces& cut, std::v
     slot.area = t.area;
   };
   families.resize(pieceCount);
-  forEachPiece(pieceCount, [&](size_t k) {
+  runTasks(pieceCount, [&](size_t k, unsigned) {
     const size_t from = cut.bounds[k];
     uint32_t cursor = static_cast<uint32_t>(base[k]);
     std::vector<uint32_t> deferred;
@@ -480,7 +461,7 @@ void TTreemapProcessorImplementationCpp::layout() {
   // The shared ancestors first: then every other tile has its parent, and
   // writes its children, in its own piece.
   for (uint32_t a : cut.shared) layoutFamily(m_Nodes[a], m_KeyScratch);
-  forEachPiece(cut.size(), [&](size_t k) {
+  runTasks(cut.size(), [&](size_t k, unsigned) {
     const size_t from = cut.bounds[k];
     auto skip = std::lower_bound(cut.shared.begin(), cut.shared.end(), from);
     std::vector<TKeyed> keys;
