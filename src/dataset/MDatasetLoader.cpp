@@ -24,11 +24,15 @@ namespace quorvel {
 
 namespace {
 
+// Node and edge ids are integers from 0 to 2^32 - 1.
+bool idInRange(int64_t v, uint32_t& out) {
+  out = static_cast<uint32_t>(v);
+  return v >= 0 && v <= static_cast<int64_t>(UINT32_MAX);
+}
+
 bool toId(const TDbValue& v, uint32_t& out) {
   const auto* i = std::get_if<int64_t>(&v);
-  if (!i || *i < 0 || *i > static_cast<int64_t>(UINT32_MAX)) return false;
-  out = static_cast<uint32_t>(*i);
-  return true;
+  return i && idInRange(*i, out);
 }
 
 // SQLite's order of values: NULL, numbers, texts, blobs.
@@ -386,11 +390,9 @@ std::shared_ptr<TEdgeData> readEdges(TDatabase& db) {
   const int64_t count = db.execute("SELECT count(*) FROM edges")->columnInt(0);
   edges->reserve(static_cast<size_t>(std::max<int64_t>(0, count)));
   TCursorPtr c = db.execute("SELECT eid,fromnid,tonid FROM edges");
+  // Read from the cursor without making a value of each.
   auto idAt = [&c](int i, uint32_t& out) {
-    if (c->columnType(i) != SQLITE_INTEGER) return false;
-    const int64_t v = c->columnInt(i);
-    out = static_cast<uint32_t>(v);
-    return v >= 0 && v <= static_cast<int64_t>(UINT32_MAX);
+    return c->columnType(i) == SQLITE_INTEGER && idInRange(c->columnInt(i), out);
   };
   uint32_t eid = 0;
   uint32_t from = 0;
