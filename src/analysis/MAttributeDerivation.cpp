@@ -1,7 +1,5 @@
 #include "MAttributeDerivation.h"
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <array>
 #include <cfloat>
@@ -94,12 +92,8 @@ void TAttributeArrayNormalizerProcessor::process() {
     std::vector<std::shared_ptr<TFloatAttributeData>> made(items.size());
     auto make = [&](size_t k) { made[missing[k]] = ordnorm(*columns[missing[k]]); };
     if (missing.size() > 1 && rows >= m_RowsForTwoThreads) {
-      const auto thrown = shareTasks(missing.size(), [&](size_t k, unsigned) { make(k); });
-      // What the helper freed stays with its thread's blocks unless handed
-      // back to the system.
-      malloc_trim(0);
-      for (const std::exception_ptr& e : thrown)
-        if (e) std::rethrow_exception(e);
+      runTasks(missing.size(), [&](size_t k, unsigned) { make(k); });
+      returnFreedMemory();
     } else {
       for (size_t k = 0; k < missing.size(); ++k) make(k);
     }

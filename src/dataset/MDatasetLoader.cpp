@@ -1,7 +1,6 @@
 #include "MDatasetLoader.h"
 
 #include <pybind11/pybind11.h>
-#include <malloc.h>
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -288,9 +287,8 @@ std::shared_ptr<TAttributeDataArray> typedColumns(std::vector<TAttributeRows>& p
     std::vector<std::shared_ptr<TVariantAttributeData>> parts;
     for (auto* part : keys[k].parts) parts.push_back(std::move(*part));
     typed[k] = TVariantAttributeData::convertToSpecific(std::move(parts));
-    // The pieces were read on two threads into many blocks: what they held
-    // goes back to the system before the next column takes as much again.
-    if (pieces.size() > 1) malloc_trim(0);
+    // The pieces were read on two threads.
+    if (pieces.size() > 1) returnFreedMemory();
   };
   // Columns read in pieces are large: two are decided at a time.
   if (pieces.size() > 1) {
